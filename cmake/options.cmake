@@ -1,0 +1,18 @@
+# SPDX-License-Identifier: MIT
+# What every target of this tree is built with, beside the build type's own flags.
+
+add_library(livetable_options INTERFACE)
+target_compile_definitions(
+  livetable_options INTERFACE QT_NO_KEYWORDS QT_NO_FOREACH
+                              QT_DEPRECATED_WARNINGS)
+if(LIVETABLE_WARNINGS)
+  target_compile_options(
+    livetable_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion
+                                -Wnon-virtual-dtor -Woverloaded-virtual -Wundef -Werror)
+endif()
+if(LIVETABLE_SANITIZE)
+  target_compile_options(
+    livetable_options INTERFACE -fsanitize=${LIVETABLE_SANITIZE} -fno-sanitize-recover=all
+                                -fno-omit-frame-pointer)
+  target_link_options(livetable_options INTERFACE -fsanitize=${LIVETABLE_SANITIZE})
+endif()
