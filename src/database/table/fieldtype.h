@@ -21,8 +21,8 @@
  *  | BoardList  | 404              | none (`boardlist`)                                       |
  *  | XDecimal   | 16               | fraction digits that numbers are brought to (`xdecimal`) |
  *
- * All in the byte order of the machine. A text is padded with zero units to the column's length; one
- * of exactly that length has no terminator, and a zero unit ends it, so a text cannot contain
+ * All in the byte order of the machine. A text is padded with zero units to the column's length;
+ * one of exactly that length has no terminator, and a zero unit ends it, so a text cannot contain
  * U+0000.
  *
  * Only static functions; safe from any thread as far as nobody writes the same cell. Cells need no

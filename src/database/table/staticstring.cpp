@@ -9,8 +9,7 @@ const QChar noText[1] = {};
 
 StaticString::StaticString() noexcept
     : StaticString(nullptr, 0)
-{
-}
+{}
 
 StaticString::StaticString(const unsigned char* text, int size) noexcept
     : m_header{{Q_REFCOUNT_INITIALIZE_STATIC, qMax(size, 0), 0, 0, 0}}
@@ -44,6 +43,6 @@ StaticString::operator QString() const&&
 
 void StaticString::pointAt(const void* text) noexcept
 {
-    m_header.offset = static_cast<qptrdiff>(reinterpret_cast<quintptr>(text)
-                                            - reinterpret_cast<quintptr>(&m_header));
+    m_header.offset = static_cast<qptrdiff>(reinterpret_cast<quintptr>(text) -
+                                            reinterpret_cast<quintptr>(&m_header));
 }

@@ -12,8 +12,8 @@
  *
  * Lifetime: valid while the row lives and the cell is not written. A QString made from a *named*
  * StaticString shares its header and must not outlive it either; copies of that QString share it
- * too. Changing such a QString copies the text first: the cell is never written through it. A QString
- * made from a *temporary* StaticString is a full copy with no strings attached.
+ * too. Changing such a QString copies the text first: the cell is never written through it. A
+ * QString made from a *temporary* StaticString is a full copy with no strings attached.
  *
  * Not null-terminated. No function throws (a full copy may run out of memory). Reading is safe from
  * any thread while nobody writes the cell.
@@ -42,8 +42,8 @@ public:
     /// The units, size() of them; never null.
     const QChar* data() const noexcept
     {
-        return reinterpret_cast<const QChar*>(reinterpret_cast<quintptr>(&m_header)
-                                              + static_cast<quintptr>(m_header.offset));
+        return reinterpret_cast<const QChar*>(reinterpret_cast<quintptr>(&m_header) +
+                                              static_cast<quintptr>(m_header.offset));
     }
 
     /// The text, valid as long as the cell; this object may go.

@@ -5,8 +5,7 @@
 
 TableColumnDef::TableColumnDef(Table* owner)
     : table(owner)
-{
-}
+{}
 
 TableColumnDef::TableColumnDef(Table* owner, const TableColumnDef& source)
     : type(source.type)
@@ -18,14 +17,14 @@ TableColumnDef::TableColumnDef(Table* owner, const TableColumnDef& source)
     , description(source.description)
     , table(owner)
     , size(source.size)
-{
-}
+{}
 
 void TableColumnDef::read(QDataStream& stream)
 {
     qint8 storedType = 0;
     qint32 storedSize = 0;
-    stream >> name >> title >> description >> length >> storedType >> storedSize >> nullable >> flag;
+    stream >> name >> title >> description >> length >> storedType >> storedSize >> nullable >>
+        flag;
     type = static_cast<FieldType::Type>(storedType);
     size = storedSize;
 }

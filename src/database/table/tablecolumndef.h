@@ -19,8 +19,7 @@ struct FieldDef
     constexpr FieldDef(FieldType::Type fieldType, qint32 fieldLength) noexcept
         : type(fieldType)
         , length(fieldLength)
-    {
-    }
+    {}
 
     friend constexpr bool operator==(const FieldDef& a, const FieldDef& b) noexcept
     {
@@ -35,9 +34,10 @@ struct FieldDef
 /**
  * One column of a table: what the user says about it, and where the table put it in its rows.
  *
- * Ownership: a table owns the definitions of its columns, and they live as long as it; Table::columns()
- * gives plain copies. `table` is never dereferenced here. A plain value otherwise, with no threads of
- * its own; a table's definitions change only in Table::addColumn() and Table::setColumnTitle().
+ * Ownership: a table owns the definitions of its columns, and they live as long as it;
+ * Table::columns() gives plain copies. `table` is never dereferenced here. A plain value otherwise,
+ * with no threads of its own; a table's definitions change only in Table::addColumn() and
+ * Table::setColumnTitle().
  *
  * @code
  * TableColumnDef price(nullptr);
@@ -60,12 +60,12 @@ public:
     // What the user says.
 
     FieldType::Type type = FieldType::Undefined;
-    qint32 length = 0;     ///< see FieldType; 0 for types without a length
-    QString name;          ///< not empty, unique in the table without regard to case
-    bool nullable = true;  ///< new rows start with NULL here; otherwise with zero or an empty text
-    QString title;         ///< for display
-    bool flag = true;      ///< for the host's own use: kept and streamed, no decision hangs on it
-    QString description;   ///< for display
+    qint32 length = 0;    ///< see FieldType; 0 for types without a length
+    QString name;         ///< not empty, unique in the table without regard to case
+    bool nullable = true; ///< new rows start with NULL here; otherwise with zero or an empty text
+    QString title;        ///< for display
+    bool flag = true;     ///< for the host's own use: kept and streamed, no decision hangs on it
+    QString description;  ///< for display
 
     // What the table computes when the column is added.
 
