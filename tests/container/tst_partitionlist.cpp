@@ -215,8 +215,8 @@ private Q_SLOTS:
         QFETCH(bool, keyed);
         QFETCH(int, largest);
         QFETCH(int, steps);
-        const quint32 seed = LiveTable::testSeed();
-        {
+        for (const quint32 seed : testSeeds(1)) {
+            const SeedScope scope(seed);
             Driver driver(seed, partitionSize, keyed);
             for (int i = 0; i < steps; ++i) {
                 driver.step(largest);
