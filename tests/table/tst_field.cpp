@@ -17,7 +17,7 @@
 namespace {
 
 constexpr auto infinity = std::numeric_limits<double>::infinity();
-constexpr auto nan = std::numeric_limits<double>::quiet_NaN();
+constexpr auto quietNan = std::numeric_limits<double>::quiet_NaN();
 
 /// A column of each type, in the order of the tables below.
 const FieldDef columns[] = {{FieldType::Integer, 0},  {FieldType::Integer64, 0},
@@ -93,6 +93,8 @@ using Write = std::function<void(Field&)>;
 Q_DECLARE_METATYPE(Write)
 using Read = std::function<QString(const Field&)>;
 Q_DECLARE_METATYPE(Read)
+Q_DECLARE_METATYPE(FieldType::Type)
+Q_DECLARE_METATYPE(FieldConstValue)
 
 class TestField : public QObject
 {
@@ -367,7 +369,7 @@ void TestField::writesAtTheLimits_data()
     const QString min32 = "-2147483648";
     const QString max64 = "9223372036854775807";
     const QString min64 = "-9223372036854775808";
-    QTest::newRow("nan") << nan << "0"
+    QTest::newRow("nan") << quietNan << "0"
                          << "0";
     QTest::newRow("infinity") << infinity << max32 << max64;
     QTest::newRow("-infinity") << -infinity << min32 << min64;
@@ -610,7 +612,7 @@ void TestField::comparesAcrossTypes_data()
     const C dec(decimal(150, 2));
     QTest::newRow("NULL and NULL") << null << null << 0;
     QTest::newRow("NULL and the least number") << null << C(-infinity) << -1;
-    QTest::newRow("NULL and NaN") << null << C(nan) << -1;
+    QTest::newRow("NULL and NaN") << null << C(quietNan) << -1;
     QTest::newRow("scales") << dec << C(decimal(15, 1)) << 0;
     QTest::newRow("both integers") << C(5) << C(5LL) << 0;
     QTest::newRow("integers beyond doubles") << C(9007199254740993LL) << C(9007199254740992LL) << 1;
@@ -622,8 +624,8 @@ void TestField::comparesAcrossTypes_data()
         << dec << C(xdecimal("1.50000000000000000000001")) << -1;
     QTest::newRow("double and decimal") << C(0.1) << C(decimal(10, 2)) << 0;
     QTest::newRow("double and integer") << C(1.5) << C(2) << -1;
-    QTest::newRow("NaN and integer") << C(nan) << C(-5) << -1;
-    QTest::newRow("NaN and NaN") << C(nan) << C(-nan) << 0;
+    QTest::newRow("NaN and integer") << C(quietNan) << C(-5) << -1;
+    QTest::newRow("NaN and NaN") << C(quietNan) << C(-quietNan) << 0;
     QTest::newRow("zeros") << C(-0.0) << C(0.0) << 0;
     QTest::newRow("text and integer") << C("10") << C(10) << 0;
     QTest::newRow("text and integer as texts") << C("9") << C(10) << 1;
@@ -697,7 +699,7 @@ void TestField::ordersEachType()
             pool.append(value);
         }
         if (def.type == FieldType::Double) {
-            for (const double special : {nan, -nan, infinity, -infinity, -0.0, 0.0}) {
+            for (const double special : {quietNan, -quietNan, infinity, -infinity, -0.0, 0.0}) {
                 pool.append(FieldConstValue(special));
             }
         }
@@ -730,7 +732,7 @@ void TestField::ordersMixedNumbers()
                 pool.append(FieldConstValue(qlonglong(n) * 1000000000));
                 break;
             case 2:
-                pool.append(FieldConstValue(random.bounded(10) ? n / 8.0 : nan));
+                pool.append(FieldConstValue(random.bounded(10) ? n / 8.0 : quietNan));
                 break;
             case 3:
                 pool.append(FieldConstValue(decimal(n * 125, 3)));
@@ -773,7 +775,7 @@ void TestField::fieldValueOwnsItsCell()
     assigned = note;
     const FieldValue fromView{static_cast<const Field&>(note)};
     note = "changed";
-    for (const FieldValue* other : {&copy, &assigned, &fromView}) {
+    for (const FieldValue* other : std::initializer_list<const FieldValue*>{&copy, &assigned, &fromView}) {
         QCOMPARE(other->toText(), QString("long enough to lie on the heap"));
         QCOMPARE(other->columnDef()->length, 40);
     }
@@ -843,7 +845,7 @@ void TestField::constants()
     QFETCH(int, length);
     QFETCH(QString, text);
     const FieldConstValue again = text.isEmpty() ? constant : FieldConstValue::fromValue(constant);
-    for (const FieldConstValue* value : {&constant, &again}) {
+    for (const FieldConstValue* value : std::initializer_list<const FieldConstValue*>{&constant, &again}) {
         QVERIFY(!value->isNull());
         QCOMPARE(value->type(), type);
         QCOMPARE(value->columnDef()->length, length);
@@ -900,9 +902,6 @@ void TestField::constantFromField()
         QVERIFY(constant.isNull() && constant.type() == FieldType::Integer);
     }
 }
-
-Q_DECLARE_METATYPE(FieldType::Type)
-Q_DECLARE_METATYPE(FieldConstValue)
 
 QTEST_APPLESS_MAIN(TestField)
 
