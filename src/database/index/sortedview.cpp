@@ -97,12 +97,12 @@ bool SortedView::filter(const Record& record) const
     return !accepts || accepts(record);
 }
 
-bool SortedView::hasSortKey() const
+int SortedView::sortKeyWords() const
 {
-    return true;
+    return order->rows.keyWords();
 }
 
-quint64 SortedView::sortKey(const Record& record) const
+SortKey SortedView::sortKey(const Record& record) const
 {
     return order->rows.key(record.row());
 }
@@ -149,12 +149,12 @@ int SortedLimit::compare(const Record& a, const Record& b) const
     return order->rows.compare(a.row(), b.row());
 }
 
-bool SortedLimit::hasSortKey() const
+int SortedLimit::sortKeyWords() const
 {
-    return true;
+    return order->rows.keyWords();
 }
 
-quint64 SortedLimit::sortKey(const Record& record) const
+SortKey SortedLimit::sortKey(const Record& record) const
 {
     return order->rows.key(record.row());
 }

@@ -10,31 +10,41 @@
 
 namespace LiveTable {
 
-/// Fills 64 bits from the top with fields whose order is that of the values. Fields of one column
+/// Fills the key from the top with fields whose order is that of the values. Fields of one column
 /// have the same width in any two rows that are equal up to there, so the bits compare as the rows
 /// do.
 class RowOrder::KeyWriter
 {
 public:
-    int room() const { return left; }
+    explicit KeyWriter(int words)
+        : end(128 - 64 * words)
+    {}
+    int room() const { return left - end; }
     void write(quint64 bits, int width)
     {
-        if (width > left) {
-            bits >>= width - left;
-            width = left;
+        if (width > room()) {
+            bits >>= width - room();
+            width = room();
         }
         if (width <= 0)
             return;
         left -= width;
-        value |= bits << left;
+        if (left >= 64) {
+            key.high |= bits << (left - 64);
+            return;
+        }
+        if (left + width > 64)
+            key.high |= bits >> (64 - left);
+        key.low |= bits << left;
     }
     /// What follows would not be in order any more.
-    void close() { left = 0; }
-    quint64 result() const { return value; }
+    void close() { left = end; }
+    SortKey result() const { return key; }
 
 private:
-    quint64 value = 0;
-    int left = 64;
+    SortKey key;
+    const int end;
+    int left = 128;
 };
 
 namespace {
@@ -89,9 +99,15 @@ void RowOrder::resolve(const Table* table)
             continue;
         cells.push_back({def->type, def->length,
                          sizeof(RowHeader) + static_cast<size_t>(def->offset),
-                         sizeof(RowHeader) + static_cast<size_t>(def->nullByte), def->nullMask,
-                         true, column.descending, column.nullsLast});
+                         sizeof(RowHeader) + static_cast<size_t>(def->nullByte), def->nullMask, column.descending, column.nullsLast});
     }
+    // One word holds a number; more columns, or text, are worth a second.
+    int bits = 0;
+    for (const Cell& cell : cells)
+        bits += cell.type == FieldType::VarChar   ? 1 + 7 * std::min(cell.length, 20)
+                : cell.type == FieldType::Integer ? 33
+                                                  : 64;
+    words = cells.empty() ? 0 : bits <= 64 ? 1 : 2;
 }
 
 bool RowOrder::touches(int firstColumn, int lastColumn) const
@@ -120,15 +136,14 @@ int RowOrder::compare(const unsigned char* a, const unsigned char* b) const
     return 0;
 }
 
-quint64 RowOrder::key(const unsigned char* row) const
+SortKey RowOrder::key(const unsigned char* row) const
 {
-    KeyWriter key;
+    KeyWriter key(words);
     for (const Cell& cell : cells) {
         if (key.room() == 0)
             break;
         const bool isNull = !(row[cell.nullByte] & cell.nullMask);
-        if (cell.nullable)
-            key.write(isNull == cell.nullsLast ? 1 : 0, 1);
+        key.write(isNull == cell.nullsLast ? 1 : 0, 1);
         if (!isNull)
             writeCell(key, cell, row + cell.offset);
     }
