@@ -46,8 +46,9 @@ class LIVETABLE_EXPORT RecordsTrans
 public:
     explicit RecordsTrans(Table* table = nullptr);
     ~RecordsTrans();
-    RecordsTrans(RecordsTrans&& other) noexcept;
-    RecordsTrans& operator=(RecordsTrans&& other) noexcept;
+    /// Leaves the other empty, bound to its table.
+    RecordsTrans(RecordsTrans&& other);
+    RecordsTrans& operator=(RecordsTrans&& other);
 
     void insert(const Record& record);
     void remove(const Record& record);
@@ -81,7 +82,13 @@ public:
     /// Sets the range; each update then also writes the live row's own cells in it, unchanged.
     void setColumns(int first, int last);
 
-    enum Operation { None = 0, Insert = 1, Remove = 2, Update = 3 };
+    enum Operation
+    {
+        None = 0,
+        Insert = 1,
+        Remove = 2,
+        Update = 3
+    };
     /// The operation held for a row, one of Operation.
     int operation(const Record& record) const;
     /// The new content held for a row that is to be updated; null otherwise. Valid until the next
@@ -96,5 +103,7 @@ private:
     Q_DISABLE_COPY(RecordsTrans)
     friend class RecordUpdater;
     friend class Table;
+    void rebase();
+
     std::unique_ptr<RecordsTransPrivate> d;
 };
