@@ -169,6 +169,19 @@ int Transaction::code(const Row* row, int column)
     return held ? held->cells.value(column, row->codes.at(column)) : row->codes.at(column);
 }
 
+QString Transaction::toString() const
+{
+    QString text;
+    for (const Operation& operation : operations) {
+        text += QStringLiteral(" %1%2")
+                    .arg(QLatin1String("?+-*").at(operation.kind))
+                    .arg(operation.row->id);
+        for (auto it = operation.cells.cbegin(); it != operation.cells.cend(); ++it)
+            text += QStringLiteral(" [%1]=%2").arg(it.key()).arg(it.value());
+    }
+    return text;
+}
+
 // --- views ---
 
 // As Index::process: removals, updates, insertions; of a row both removed and updated only the

@@ -48,6 +48,7 @@ struct Row
     QVector<int> codes;
     bool inTable = false;
     int rank = 0; ///< scratch of the checks
+    int id = 0;   ///< for the trace
 };
 using Rows = QVector<Row*>;
 using Cells = QMap<int, int>; ///< column to code
@@ -95,7 +96,33 @@ struct Transaction
     /// The code that the row will have if the transaction is applied now.
     int code(const Row* row, int column);
 
+    QString toString() const;
+
     std::vector<Operation> operations;
+};
+
+/// Follows a list by what its observers are told, and compares.
+class Mirror : public IndexObserver
+{
+public:
+    Mirror(QString label, IndexList* list, Findings* sink);
+    ~Mirror() override;
+    void indexChanged(const IndexList& list, const IndexChange& change) override;
+    void indexReset(const IndexList& list) override;
+    void indexDestroyed(const IndexList& list) override;
+    /// To be called when all is still.
+    void check();
+    bool holds(const Record& record) const;
+    /// The rows, by address, that were told to have been inserted, moved or changed.
+    QSet<const unsigned char*> told;
+
+private:
+    static std::vector<const unsigned char*> contents(const IndexList& list);
+
+    const QString name;
+    IndexList* observed;
+    Findings* const findings;
+    std::vector<const unsigned char*> copy;
 };
 
 /// One index under test and the model of what it must hold. The functions that are named like
@@ -123,6 +150,7 @@ public:
     Index* const index;
     const Filter filter;
     bool isAttached = true;
+    std::unique_ptr<Mirror> mirror; ///< may be null
 };
 
 using RowOf = std::function<Row*(const Record&)>;
@@ -158,10 +186,10 @@ class SortedModel : public View
 public:
     /// A view without a compare keeps arrival order and moves nothing.
     SortedModel(QString label, const IndexSort* tested, Index* notified, Filter accepts,
-                Compare order, RowOf rowOf)
+                Compare comparing, RowOf rowOf)
         : View(std::move(label), notified, std::move(accepts))
         , sorted(tested)
-        , compare(std::move(order))
+        , compare(std::move(comparing))
         , toRow(std::move(rowOf))
     {}
     void reset(const Rows& masterOrder) override;
@@ -213,29 +241,5 @@ private:
 
 /// Counts add up, a null pointer ends the partitions, and none is empty or too large.
 void checkPartitions(const IndexList& list, const QString& name, Findings& findings);
-
-/// Follows a list by what its observers are told, and compares.
-class Mirror : public IndexObserver
-{
-public:
-    Mirror(QString label, IndexList* list, Findings* sink);
-    ~Mirror() override;
-    void indexChanged(const IndexList& list, const IndexChange& change) override;
-    void indexReset(const IndexList& list) override;
-    void indexDestroyed(const IndexList& list) override;
-    /// To be called when all is still.
-    void check();
-    bool holds(const Record& record) const;
-    /// The rows, by address, that were told to have been inserted, moved or changed.
-    QSet<const unsigned char*> told;
-
-private:
-    static std::vector<const unsigned char*> contents(const IndexList& list);
-
-    const QString name;
-    IndexList* observed;
-    Findings* const findings;
-    std::vector<const unsigned char*> copy;
-};
 
 } // namespace Model

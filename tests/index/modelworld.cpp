@@ -377,7 +377,7 @@ void World::addListView(IndexList* list, const QString& name, Filter filter)
     views.push_back(std::make_unique<ExactView>(name, list, std::move(filter), nullptr, read));
     views.back()->reset(masterOrder());
     if (chance(2))
-        mirrors.push_back(std::make_unique<Mirror>(name, list, &findings));
+        views.back()->mirror = std::make_unique<Mirror>(name, list, &findings);
 }
 
 SortedModel* World::addSorted(const QString& name, IndexSort* index, Index* notified, Filter filter,
@@ -391,7 +391,7 @@ SortedModel* World::addSorted(const QString& name, IndexSort* index, Index* noti
     sorted.append(pointer);
     pointer->reset(masterOrder());
     if (chance(2))
-        mirrors.push_back(std::make_unique<Mirror>(name, index, &findings));
+        pointer->mirror = std::make_unique<Mirror>(name, index, &findings);
     return pointer;
 }
 
@@ -493,6 +493,7 @@ Row* World::adopt(const Record& record)
     rows.push_back(std::make_unique<Row>());
     Row* row = rows.back().get();
     row->record = record;
+    row->id = ++lastId;
     for (const Column& column : qAsConst(columns))
         row->codes.append(column.nullable ? 0 : zeroCode);
     byAddress.emplace(record.row(), row);
@@ -538,7 +539,7 @@ Cells World::randomCells(int first, int last)
 void World::write(Row* row, const Cells& cells)
 {
     for (auto it = cells.cbegin(); it != cells.cend(); ++it) {
-        setCell(row->record.data(it.key()), columns.at(it.key()), it.value(), random());
+        setCell(row->record.data(it.key()), columns.at(it.key()), it.value(), unsigned(random()));
         row->codes[it.key()] = it.value();
     }
 }
@@ -549,7 +550,7 @@ Record World::contentFor(const Row& row, const Cells& cells)
     const Record content = row.record.clone();
     for (int column = 0; column < columns.size(); ++column)
         setCell(content.data(column), columns.at(column), cells.value(column, randomCode(column)),
-                random());
+                unsigned(random()));
     return content;
 }
 
@@ -574,6 +575,7 @@ Rows World::masterOrder()
 // While the table is busy, what is handed to it joins what waits.
 void World::expect(const Transaction& transaction)
 {
+    trace("  transaction%s", qPrintable(transaction.toString()));
     if (table->transactionState() != 0) {
         pending.merge(transaction);
     } else {
@@ -611,17 +613,25 @@ Transaction World::fill(RecordsTrans& real)
             RecordUpdater updater(real, row->record);
             for (int n = 1 + pick(3); n > 0; --n) {
                 const int column = pick(columns.size());
-                cells.insert(column, randomCode(column));
-                if (cells.value(column) == 0 && chance(2))
+                const int code = randomCode(column);
+                if (cells.contains(column))
+                    continue;
+                if (code == model.code(row, column)) { // no change, so not to be told
+                    updater.data(column) = updater.constData(column);
+                    continue;
+                }
+                cells.insert(column, code);
+                if (code == 0 && chance(2))
                     updater.setNull(column);
                 else
-                    setCell(updater.data(column), columns.at(column), cells.value(column),
-                            random());
+                    setCell(updater.data(column), columns.at(column), code, unsigned(random()));
             }
-            for (auto it = cells.begin(); it != cells.end();)
-                it = model.code(row, it.key()) == it.value() ? cells.erase(it) : it + 1;
+            const int before = real.operation(row->record);
+            updater.commit();
             if (!cells.isEmpty())
                 model.update(row, cells);
+            else
+                check(real.operation(row->record) == before, "an update without a change");
         }
     }
     return model;
@@ -703,7 +713,7 @@ void World::singleRow()
     case 1: {
         const Record record = table->appendRow();
         if (isIdle)
-            check(rowOf(record)->inTable, "appendRow");
+            rowOf(record); // the recorder has been told of it
         else
             pending.insert(adopt(record));
         break;
@@ -737,9 +747,8 @@ void World::singleRow()
         const int positions[] = {-1, master->rows().indexOf(row), pick(20)};
         if (!isIdle)
             pending.remove(row);
+        trace("  remove %d", row->id);
         table->remove(row->record, positions[pick(3)]);
-        if (isIdle)
-            row->inTable = false;
     }
 }
 
@@ -851,6 +860,7 @@ void World::bracket()
 
 void World::raise()
 {
+    trace("  raised in state %d", table->transactionState());
     switch (pick(8)) {
     case 0:
         transactByLists();
@@ -870,6 +880,7 @@ void World::raise()
 void World::step()
 {
     ++steps;
+    trace("step %d", steps);
     raisesLeft = chance(3) ? 3 : 0;
     const int choice = pick(40);
     if (choice < 18)
@@ -917,6 +928,7 @@ void World::beginPass(const QList<Record>& removedRecords, const QList<Record>& 
     checkRows(); // updated rows still hold their old values
     check(table->transactionState() == 1, "state before the rows change");
     running = isCurrent ? current : pending;
+    trace("  pass%s", qPrintable(running.toString()));
     (isCurrent ? current : pending).operations.clear();
     isCurrent = false;
 
@@ -927,9 +939,19 @@ void World::beginPass(const QList<Record>& removedRecords, const QList<Record>& 
         if (operation.kind != Transaction::Update)
             asked.insert(operation.row);
     }
+    if (isTraced) {
+        QString text;
+        for (const Rows& list : {removed, updated, toRows(insertedRecords)}) {
+            for (Row* row : list)
+                text += QStringLiteral(" %1%2").arg(row->id).arg(
+                    QLatin1String(row->inTable ? "" : "!"));
+            text += QLatin1String(" |");
+        }
+        trace("    told%s", qPrintable(text));
+    }
     extraRemovals.clear();
     for (Row* row : removed) {
-        if (!asked.contains(row))
+        if (!asked.contains(row) && row->inTable)
             extraRemovals.insert(row);
     }
     if (limited)
@@ -940,8 +962,8 @@ void World::beginPass(const QList<Record>& removedRecords, const QList<Record>& 
     first = std::max(first, 0);
     last = last < 0 ? columns.size() - 1 : last;
     for (int i = 0; i < std::min(changes.size(), updated.size()); ++i) {
-        if (updated.lastIndexOf(updated[i]) != i)
-            continue;
+        if (updated.lastIndexOf(updated[i]) != i || removed.contains(updated[i]))
+            continue; // a later content, or none, counts
         for (int column = first; column <= last; ++column)
             check(cellIs(changes.at(i).data(column), columns.at(column),
                          running.code(updated[i], column)),
@@ -1007,6 +1029,16 @@ void World::endPass(const QList<Record>& removedRecords, const QList<Record>& up
         }
     }
     running.operations.clear();
+    // Whether a row that goes takes its new content along is left open.
+    for (Row* row : updatedRows) {
+        for (int column = 0; removedRows.contains(row) && column < columns.size(); ++column) {
+            int& code = row->codes[column];
+            for (int other = 0; other < codeCount; ++other) {
+                if (cellIs(row->record.data(column), columns.at(column), other))
+                    code = other;
+            }
+        }
+    }
     told([&](View& view) { view.process(removed, updated, inserted); });
     updatedSince = updatedRows;
 }
@@ -1027,12 +1059,15 @@ void World::checkViews()
         if (view->isAttached)
             view->check(findings);
     }
-    for (const auto& mirror : mirrors) {
-        mirror->check();
+    for (const auto& view : views) {
+        if (!view->mirror)
+            continue;
+        view->mirror->check();
         for (Row* row : qAsConst(updatedSince))
-            check(!mirror->holds(row->record) || mirror->told.contains(row->record.row()),
+            check(!view->isAttached || !view->mirror->holds(row->record) ||
+                      view->mirror->told.contains(row->record.row()),
                   "an update that the observers were not told");
-        mirror->told.clear();
+        view->mirror->told.clear();
     }
     updatedSince.clear();
 }
@@ -1099,14 +1134,16 @@ void World::end()
     if (chance(2)) {
         table.reset();
         for (const auto& view : views) {
-            if (auto* list = dynamic_cast<IndexList*>(view->index))
-                check(view.get() == master || (list->count() == 0 && !list->table()),
-                      "a list without its table");
+            // The master index is gone, too.
+            auto* list = view.get() == master ? nullptr : dynamic_cast<IndexList*>(view->index);
+            check(!list || ((list->count() == 0 || !view->isAttached) && !list->table()),
+                  "a list without its table");
         }
     }
-    const bool isMirrorFirst = chance(2);
-    if (isMirrorFirst)
-        mirrors.clear();
+    for (const auto& view : views) {
+        if (chance(2))
+            view->mirror.reset();
+    }
     while (!owned.empty()) {
         const std::size_t at = std::size_t(pick(int(owned.size())));
         if (table)
@@ -1116,7 +1153,7 @@ void World::end()
         owned.erase(owned.begin() + int(at));
     }
     table.reset();
-    mirrors.clear();
+    views.clear();
     for (const Record& record : left) {
         check(record.referenceCount() == 1, "a reference is left behind");
         check(!record.table() && record.data(0).isNull(), "a record without its table");

@@ -163,20 +163,27 @@ private:
     void checkRows();
     Rows masterOrder();
     Rows toRows(const QList<Record>& records);
+    template <typename... Args>
+    void trace(const char* format, Args... args) const
+    {
+        if (isTraced)
+            qInfo(format, args...);
+    }
     void check(bool condition, const char* what) { findings.check(condition, QLatin1String(what)); }
 
     std::mt19937 random;
+    const bool isTraced = qEnvironmentVariableIsSet("LIVETABLE_TRACE");
     const Size size;
     int domain; ///< codes in use: few of them make many equal keys
     std::unique_ptr<Table> table;
     QVector<Column> columns;
     std::vector<std::unique_ptr<Row>> rows;
+    int lastId = 0;
     std::unordered_map<const unsigned char*, Row*> byAddress;
 
     std::vector<std::unique_ptr<Index>> owned;
     std::vector<std::unique_ptr<View>> views;
     std::vector<std::unique_ptr<IndexDependBase>> bases;
-    std::vector<std::unique_ptr<Mirror>> mirrors;
     QVector<SortedModel*> sorted;
     SortedModel* master = nullptr;
     Compare masterCompare; ///< null without a key
