@@ -1,0 +1,821 @@
+// SPDX-License-Identifier: MIT
+// Bodies of partitionlist.h.
+#pragma once
+
+#include <QtGlobal>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+// --- one partition ---
+
+template <typename T>
+APartList<T>::~APartList()
+{
+    for (size_t i = 0; i < leaves.size(); ++i) {
+        std::destroy_n(leaves[i].items, counts[i]);
+        freeLeaf(leaves[i]);
+    }
+}
+
+template <typename T>
+int APartList<T>::capacity() const noexcept
+{
+    int slots = 0;
+    for (const Leaf& leaf : leaves)
+        slots += leaf.capacity;
+    return slots;
+}
+
+template <typename T>
+const T& APartList<T>::at(int i) const
+{
+    Q_ASSERT(i >= 0 && i < total);
+    const int leaf = leafOf(i);
+    return leaves[static_cast<size_t>(leaf)].items[i];
+}
+
+template <typename T>
+typename APartList<T>::Leaf APartList<T>::allocateLeaf(int capacity, bool keyed)
+{
+    const size_t slots = static_cast<size_t>(capacity);
+    const size_t itemBytes = slots * sizeof(T);
+    static_assert(sizeof(T) % alignof(quint64) == 0, "keys lie behind the items");
+    void* block = std::malloc(itemBytes + (keyed ? slots * sizeof(quint64) : 0));
+    if (!block)
+        qBadAlloc();
+    auto* bytes = static_cast<unsigned char*>(block);
+    return {static_cast<T*>(block), keyed ? reinterpret_cast<quint64*>(bytes + itemBytes) : nullptr,
+            capacity};
+}
+
+template <typename T>
+void APartList<T>::freeLeaf(const Leaf& leaf) noexcept
+{
+    std::free(leaf.items);
+}
+
+template <typename T>
+int APartList<T>::leafOf(int& offset) const noexcept
+{
+    int leaf = 0;
+    while (offset >= counts[static_cast<size_t>(leaf)])
+        offset -= counts[static_cast<size_t>(leaf++)];
+    return leaf;
+}
+
+template <typename T>
+void APartList<T>::reserveLeaves(int extra)
+{
+    const size_t wanted = leaves.size() + static_cast<size_t>(extra);
+    if (wanted <= leaves.capacity() && wanted <= counts.capacity() && wanted <= firsts.capacity())
+        return;
+    const size_t roomy = std::max(wanted, leaves.size() * 2);
+    leaves.reserve(roomy);
+    counts.reserve(roomy);
+    firsts.reserve(roomy);
+}
+
+template <typename T>
+void APartList<T>::putLeaf(int at, const Leaf& leaf, int count) noexcept
+{
+    leaves.insert(leaves.begin() + at, leaf);
+    counts.insert(counts.begin() + at, count);
+    firsts.insert(firsts.begin() + at, 0);
+    noteFirst(at);
+}
+
+template <typename T>
+void APartList<T>::dropLeaf(int at) noexcept
+{
+    freeLeaf(leaves[static_cast<size_t>(at)]);
+    leaves.erase(leaves.begin() + at);
+    counts.erase(counts.begin() + at);
+    firsts.erase(firsts.begin() + at);
+}
+
+template <typename T>
+void APartList<T>::noteFirst(int leaf) noexcept
+{
+    const size_t i = static_cast<size_t>(leaf);
+    if (leaves[i].keys && counts[i] > 0)
+        firsts[i] = leaves[i].keys[0];
+}
+
+namespace LiveTable {
+// Moves elements as bytes: they are of a movable type.
+template <typename T>
+void moveItems(T* to, const T* from, int n) noexcept
+{
+    std::memmove(static_cast<void*>(to), static_cast<const void*>(from),
+                 static_cast<size_t>(n) * sizeof(T));
+}
+
+inline void moveKeys(quint64* to, const quint64* from, int n) noexcept
+{
+    if (to)
+        std::memmove(to, from, static_cast<size_t>(n) * sizeof(quint64));
+}
+} // namespace LiveTable
+
+template <typename T>
+void APartList<T>::growLeaf(int leaf, int capacity)
+{
+    Leaf& old = leaves[static_cast<size_t>(leaf)];
+    const int n = counts[static_cast<size_t>(leaf)];
+    const Leaf grown = allocateLeaf(capacity, old.keys);
+    LiveTable::moveItems(grown.items, old.items, n);
+    LiveTable::moveKeys(grown.keys, old.keys, n);
+    freeLeaf(old);
+    old = grown;
+}
+
+// Cuts a leaf in two at `at`; the second may be left empty, for an element about to come.
+template <typename T>
+void APartList<T>::splitLeaf(int leaf, int at)
+{
+    reserveLeaves(1);
+    const int moved = counts[static_cast<size_t>(leaf)] - at;
+    const Leaf source = leaves[static_cast<size_t>(leaf)];
+    const Leaf right = allocateLeaf(LeafCapacity, source.keys);
+    LiveTable::moveItems(right.items, source.items + at, moved);
+    if (source.keys)
+        LiveTable::moveKeys(right.keys, source.keys + at, moved);
+    counts[static_cast<size_t>(leaf)] = at;
+    putLeaf(leaf + 1, right, moved);
+}
+
+template <typename T>
+void APartList<T>::openLeaf(int& leaf, int& offset, bool atListEnd)
+{
+    if (leaves.empty()) {
+        reserveLeaves(1);
+        putLeaf(0, allocateLeaf(FirstLeafCapacity, owner->keyed), 0);
+        return;
+    }
+    const int n = counts[static_cast<size_t>(leaf)];
+    const int room = leaves[static_cast<size_t>(leaf)].capacity;
+    if (n < room)
+        return;
+    if (room < LeafCapacity)
+        return growLeaf(leaf, std::min(room * 2, int(LeafCapacity)));
+    // A list that grows at its end keeps its leaves full.
+    const int at = atListEnd && offset == n ? n : n / 2;
+    splitLeaf(leaf, at);
+    if (offset > at || at == n) {
+        ++leaf;
+        offset -= at;
+    }
+}
+
+// Moves the next leaf's elements into this one where both are small.
+template <typename T>
+bool APartList<T>::mergeLeaf(int leaf) noexcept
+{
+    if (leaf < 0 || leaf + 1 >= leafCount())
+        return false;
+    Leaf& left = leaves[static_cast<size_t>(leaf)];
+    const Leaf& right = leaves[static_cast<size_t>(leaf) + 1];
+    int& n = counts[static_cast<size_t>(leaf)];
+    const int m = counts[static_cast<size_t>(leaf) + 1];
+    if (n + m > LeafCapacity / 2 || n + m > left.capacity)
+        return false;
+    LiveTable::moveItems(left.items + n, right.items, m);
+    if (left.keys)
+        LiveTable::moveKeys(left.keys + n, right.keys, m);
+    n += m;
+    dropLeaf(leaf + 1);
+    noteFirst(leaf);
+    return true;
+}
+
+template <typename T>
+void APartList<T>::shrinkAround(int leaf) noexcept
+{
+    if (counts[static_cast<size_t>(leaf)] == 0) {
+        dropLeaf(leaf);
+        mergeLeaf(leaf - 1);
+        return;
+    }
+    mergeLeaf(leaf);
+    mergeLeaf(leaf - 1);
+}
+
+// --- iterators ---
+
+template <typename T>
+template <bool Const>
+typename PartitionList<T>::template Iterator<Const>& PartitionList<T>::Iterator<Const>::seek()
+{
+    if (!list || position >= list->total || position < 0) {
+        position = list ? std::clamp(position, 0, list->total) : 0;
+        current = leafBegin = leafEnd = nullptr;
+        if (!list || position == list->total)
+            return *this;
+    }
+    const Place p = list->place(position);
+    const APartList<T>* part = list->parts.at(p.part);
+    leafBegin = part->leaves[leaf(p)].items;
+    leafEnd = leafBegin + part->counts[leaf(p)];
+    current = leafBegin + p.offset;
+    return *this;
+}
+
+// --- the list ---
+
+template <typename T>
+PartitionList<T>::PartitionList(int partitionSize) : maximum(std::max(partitionSize, 2))
+{
+    parts.append(nullptr);
+}
+
+template <typename T>
+void PartitionList<T>::swap(PartitionList& other) noexcept
+{
+    std::swap(total, other.total);
+    std::swap(maximum, other.maximum);
+    std::swap(keyed, other.keyed);
+    ++changes;
+    ++other.changes;
+    parts.swap(other.parts);
+    partCounts.swap(other.partCounts);
+    groupCounts.swap(other.groupCounts);
+    partFirsts.swap(other.partFirsts);
+    for (APartList<T>* part : qAsConst(parts))
+        if (part)
+            part->owner = this;
+    for (APartList<T>* part : qAsConst(other.parts))
+        if (part)
+            part->owner = &other;
+}
+
+template <typename T>
+void PartitionList<T>::clear() noexcept
+{
+    if (partCount() == 0)
+        return;
+    // The last release of an element may lead anywhere; by then the list is already empty.
+    const QVector<APartList<T>*> detached = parts;
+    parts = QVector<APartList<T>*>(1, nullptr);
+    partCounts.clear();
+    groupCounts.clear();
+    partFirsts.clear();
+    total = 0;
+    ++changes;
+    qDeleteAll(detached);
+}
+
+template <typename T>
+void PartitionList<T>::setKeyed(bool on)
+{
+    Q_ASSERT(total == 0);
+    keyed = on;
+}
+
+template <typename T>
+const T& PartitionList<T>::at(int i) const
+{
+    if (i < 0 || i >= total) {
+        static const T none{};
+        return none;
+    }
+    return at(place(i));
+}
+
+template <typename T>
+typename PartitionList<T>::Place PartitionList<T>::locate(int i, bool toInsert) const noexcept
+{
+    if (partCount() == 0)
+        return {0, 0, 0};
+    // To insert, the end of the earlier of two neighbours is preferred.
+    const int past = toInsert ? 1 : 0;
+    size_t p = 0;
+    for (size_t g = 0; i >= groupCounts[g] + past; ++g) {
+        i -= groupCounts[g];
+        p += 64;
+    }
+    while (i >= partCounts[p] + past)
+        i -= partCounts[p++];
+    const std::vector<int>& counts = parts.at(static_cast<int>(p))->counts;
+    size_t l = 0;
+    while (i >= counts[l] + past)
+        i -= counts[l++];
+    return {static_cast<int>(p), static_cast<int>(l), i};
+}
+
+template <typename T>
+int PartitionList<T>::position(const Place& place) const noexcept
+{
+    if (partCount() == 0)
+        return 0;
+    int position = place.offset;
+    const int group = place.part / 64;
+    for (int g = 0; g < group; ++g)
+        position += groupCounts[static_cast<size_t>(g)];
+    for (int p = group * 64; p < place.part; ++p)
+        position += partCounts[static_cast<size_t>(p)];
+    const std::vector<int>& counts = parts.at(place.part)->counts;
+    for (int l = 0; l < place.leaf; ++l)
+        position += counts[static_cast<size_t>(l)];
+    return position;
+}
+
+template <typename T>
+bool PartitionList<T>::normalize(Place& place) const noexcept
+{
+    if (partCount() == 0)
+        return false;
+    const APartList<T>* part = parts.at(place.part);
+    if (place.offset < part->counts[leaf(place)])
+        return true;
+    if (place.leaf + 1 < part->leafCount())
+        place = {place.part, place.leaf + 1, 0};
+    else if (place.part + 1 < partCount())
+        place = {place.part + 1, 0, 0};
+    else
+        return false;
+    return true;
+}
+
+template <typename T>
+bool PartitionList<T>::stepForward(Place& place) const noexcept
+{
+    Place next{place.part, place.leaf, place.offset + 1};
+    if (!normalize(next))
+        return false;
+    place = next;
+    return true;
+}
+
+template <typename T>
+bool PartitionList<T>::stepBack(Place& place) const noexcept
+{
+    if (place.offset > 0) {
+        --place.offset;
+        return true;
+    }
+    if (place.leaf > 0) {
+        --place.leaf;
+    } else if (place.part > 0) {
+        --place.part;
+        place.leaf = parts.at(place.part)->leafCount() - 1;
+    } else {
+        return false;
+    }
+    place.offset = parts.at(place.part)->counts[leaf(place)] - 1;
+    return true;
+}
+
+template <typename T>
+void PartitionList<T>::setKey(const Place& p, quint64 key) noexcept
+{
+    APartList<T>* part = parts.at(p.part);
+    part->leaves[leaf(p)].keys[p.offset] = key;
+    if (p.offset == 0) {
+        part->noteFirst(p.leaf);
+        noteFirst(p.part);
+    }
+}
+
+template <typename T>
+template <typename KeyOf>
+void PartitionList<T>::rekey(KeyOf keyOf)
+{
+    PartitionList fresh(maximum);
+    fresh.keyed = true;
+    forEachRun([&](const T* items, const quint64*, int n) {
+        for (int i = 0; i < n; ++i)
+            fresh.append(items[i], keyOf(items[i]));
+    });
+    swap(fresh);
+}
+
+template <typename T>
+template <typename IsBefore>
+int PartitionList<T>::lastBefore(int n, IsBefore isBefore)
+{
+    int low = 0;
+    while (n > 0) {
+        const int half = n / 2;
+        if (isBefore(low + half)) {
+            low += half + 1;
+            n -= half + 1;
+        } else {
+            n = half;
+        }
+    }
+    return low - 1;
+}
+
+namespace LiveTable {
+// The first of n ascending keys that is not below `key`. Without a branch to mispredict.
+inline int lowerKey(const quint64* keys, int n, quint64 key) noexcept
+{
+    const quint64* base = keys;
+    while (n > 1) {
+        const int half = n / 2;
+        base += base[half - 1] < key ? half : 0;
+        n -= half;
+    }
+    return static_cast<int>(base - keys) + (n == 1 && *base < key ? 1 : 0);
+}
+} // namespace LiveTable
+
+template <typename T>
+template <typename Before>
+typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, quint64 key,
+                                                                  Before before) const
+{
+    byKey = byKey && keyed;
+    const int p = lastBefore(partCount(), [&](int i) {
+        const quint64 first = byKey ? partFirsts[static_cast<size_t>(i)] : key;
+        return first != key ? first < key : before(parts.at(i)->leaves[0].items[0]);
+    });
+    if (p < 0)
+        return {0, 0, 0};
+    const APartList<T>* part = parts.at(p);
+    const int l = lastBefore(part->leafCount(), [&](int i) {
+        const size_t at = static_cast<size_t>(i);
+        const quint64 first = byKey ? part->firsts[at] : key;
+        return first != key ? first < key : before(part->leaves[at].items[0]);
+    });
+    const typename APartList<T>::Leaf& leaf = part->leaves[static_cast<size_t>(std::max(l, 0))];
+    int from = 0;
+    int to = part->counts[static_cast<size_t>(std::max(l, 0))];
+    if (byKey) {
+        from = LiveTable::lowerKey(leaf.keys, to, key);
+        if (from == to || leaf.keys[from] != key)
+            to = from;
+        else
+            to = static_cast<int>(std::upper_bound(leaf.keys + from, leaf.keys + to, key)
+                                  - leaf.keys);
+    }
+    const int offset = from + 1 + lastBefore(to - from, [&](int i) {
+        return before(leaf.items[from + i]);
+    });
+    return {p, std::max(l, 0), offset};
+}
+
+template <typename T>
+void PartitionList<T>::noteFirst(int part) noexcept
+{
+    if (keyed)
+        partFirsts[static_cast<size_t>(part)] = parts.at(part)->firsts[0];
+}
+
+template <typename T>
+void PartitionList<T>::countChanged(int part, int by) noexcept
+{
+    parts.at(part)->total += by;
+    partCounts[static_cast<size_t>(part)] += by;
+    groupCounts[static_cast<size_t>(part / 64)] += by;
+    total += by;
+}
+
+template <typename T>
+void PartitionList<T>::partsChanged() noexcept
+{
+    groupCounts.assign((partCounts.size() + 63) / 64, 0);
+    for (size_t p = 0; p < partCounts.size(); ++p)
+        groupCounts[p / 64] += partCounts[p];
+}
+
+template <typename T>
+APartList<T>* PartitionList<T>::createPart(int at)
+{
+    // All that can fail comes first.
+    std::unique_ptr<APartList<T>, void (*)(APartList<T>*)> part(
+        new APartList<T>(this), [](APartList<T>* p) { delete p; });
+    partCounts.reserve(partCounts.size() + 1);
+    partFirsts.reserve(partFirsts.size() + 1);
+    groupCounts.reserve(partCounts.size() / 64 + 1);
+    parts.insert(at, part.get());
+    partCounts.insert(partCounts.begin() + at, 0);
+    partFirsts.insert(partFirsts.begin() + at, 0);
+    partsChanged();
+    return part.release();
+}
+
+template <typename T>
+void PartitionList<T>::dropPart(int at) noexcept
+{
+    APartList<T>* part = parts.takeAt(at);
+    partCounts.erase(partCounts.begin() + at);
+    partFirsts.erase(partFirsts.begin() + at);
+    partsChanged();
+    delete part;
+}
+
+// Gives the elements from `at` on to a new partition behind this one.
+template <typename T>
+void PartitionList<T>::split(int index, int at)
+{
+    APartList<T>* part = parts.at(index);
+    int leafAt = at;
+    int leaf = part->leafOf(leafAt);
+    if (leafAt > 0) {
+        part->splitLeaf(leaf, leafAt);
+        ++leaf;
+    }
+    const int moved = part->leafCount() - leaf;
+    APartList<T>* next = createPart(index + 1);
+    try {
+        next->reserveLeaves(moved);
+    } catch (...) {
+        dropPart(index + 1);
+        throw;
+    }
+    const int movedElements = part->total - at;
+    for (int i = 0; i < moved; ++i) {
+        const size_t from = static_cast<size_t>(leaf + i);
+        next->putLeaf(i, part->leaves[from], part->counts[from]);
+    }
+    part->leaves.resize(static_cast<size_t>(leaf));
+    part->counts.resize(static_cast<size_t>(leaf));
+    part->firsts.resize(static_cast<size_t>(leaf));
+    countChanged(index, -movedElements);
+    countChanged(index + 1, movedElements);
+    noteFirst(index + 1);
+}
+
+// Joins the next partition into this one when together they are small enough.
+template <typename T>
+bool PartitionList<T>::join(int index)
+{
+    if (index < 0 || index + 1 >= partCount())
+        return false;
+    APartList<T>* part = parts.at(index);
+    APartList<T>* next = parts.at(index + 1);
+    if (part->total + next->total >= minimumSize())
+        return false;
+    part->reserveLeaves(next->leafCount());
+    const int seam = part->leafCount();
+    for (int i = 0; i < next->leafCount(); ++i)
+        part->putLeaf(part->leafCount(), next->leaves[static_cast<size_t>(i)],
+                      next->counts[static_cast<size_t>(i)]);
+    const int moved = next->total;
+    next->leaves.clear();
+    next->counts.clear();
+    next->firsts.clear();
+    countChanged(index + 1, -moved);
+    countChanged(index, moved);
+    dropPart(index + 1);
+    part->mergeLeaf(seam - 1);
+    noteFirst(index);
+    return true;
+}
+
+template <typename T>
+void PartitionList<T>::joinAround(int part)
+{
+    // Joining saves room and nothing else: where memory is short it may wait.
+    try {
+        join(part);
+        join(part - 1);
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+template <typename T>
+void PartitionList<T>::joinPartitions()
+{
+    for (int p = 0; p < partCount(); ++p)
+        while (join(p))
+            ++changes;
+}
+
+template <typename T>
+void PartitionList<T>::append(const T& value, quint64 key)
+{
+    const int last = partCount() - 1;
+    if (last >= 0 && partCounts[static_cast<size_t>(last)] < maximum - 1) {
+        const APartList<T>* part = parts.at(last);
+        insertAt({last, part->leafCount() - 1, part->counts.back()}, value, key);
+        return;
+    }
+    createPart(last + 1);
+    try {
+        insertAt({last + 1, 0, 0}, value, key);
+    } catch (...) {
+        dropPart(last + 1);
+        throw;
+    }
+}
+
+template <typename T>
+void PartitionList<T>::insert(int i, const T& value, quint64 key)
+{
+    insertAt(insertPlace(std::clamp(i, 0, total)), value, key);
+}
+
+template <typename T>
+void PartitionList<T>::insert(int i, const QList<T>& values)
+{
+    Q_ASSERT(!keyed);
+    i = std::clamp(i, 0, total);
+    int done = 0;
+    try {
+        for (const T& value : values) {
+            insert(i + done, value);
+            ++done;
+        }
+    } catch (...) {
+        while (done > 0)
+            remove(i + --done);
+        throw;
+    }
+}
+
+template <typename T>
+void PartitionList<T>::insertAt(Place place, T value, quint64 key)
+{
+    if (partCount() == 0)
+        createPart(0);
+    APartList<T>* part = parts.at(place.part);
+    const bool atListEnd = place.part + 1 == partCount() && place.leaf + 1 >= part->leafCount();
+    try {
+        part->openLeaf(place.leaf, place.offset, atListEnd);
+    } catch (...) {
+        if (part->total == 0)
+            dropPart(place.part);
+        throw;
+    }
+    const typename APartList<T>::Leaf& into = part->leaves[leaf(place)];
+    const int behind = part->counts[leaf(place)] - place.offset;
+    T* const slot = into.items + place.offset;
+    LiveTable::moveItems(slot + 1, slot, behind);
+    new (static_cast<void*>(slot)) T(std::move(value));
+    if (into.keys) {
+        quint64* const keySlot = into.keys + place.offset;
+        LiveTable::moveKeys(keySlot + 1, keySlot, behind);
+        *keySlot = key;
+    }
+    ++part->counts[leaf(place)];
+    countChanged(place.part, 1);
+    if (place.offset == 0) {
+        part->noteFirst(place.leaf);
+        noteFirst(place.part);
+    }
+    ++changes;
+    if (part->total >= maximum) {
+        try {
+            split(place.part, part->total / 2);
+        } catch (const std::bad_alloc&) {
+            // The element is in; the partition stays large until its next insertion.
+        }
+    }
+}
+
+template <typename T>
+T PartitionList<T>::takeAt(Place place)
+{
+    APartList<T>* part = parts.at(place.part);
+    const typename APartList<T>::Leaf& from = part->leaves[leaf(place)];
+    T* const slot = from.items + place.offset;
+    T value(std::move(*slot));
+    slot->~T();
+    const int behind = --part->counts[leaf(place)] - place.offset;
+    LiveTable::moveItems(slot, slot + 1, behind);
+    if (from.keys)
+        LiveTable::moveKeys(from.keys + place.offset, from.keys + place.offset + 1, behind);
+    countChanged(place.part, -1);
+    ++changes;
+    part->noteFirst(place.leaf);
+    part->shrinkAround(place.leaf);
+    if (part->total == 0) {
+        dropPart(place.part);
+        return value;
+    }
+    noteFirst(place.part);
+    joinAround(place.part);
+    return value;
+}
+
+template <typename T>
+void PartitionList<T>::remove(int i)
+{
+    if (i >= 0 && i < total)
+        takeAt(place(i));
+}
+
+// Takes the elements of the ranges from `range` on out of one leaf, whose first element stands at
+// `position`. Moves `range` on to the first that reaches behind the leaf.
+template <typename T>
+void PartitionList<T>::compactLeaf(APartList<T>* part, size_t l, int position,
+                                   const RangeSet<int>& ranges, int& range, std::vector<T>& dead)
+{
+    const typename APartList<T>::Leaf& items = part->leaves[l];
+    const int n = part->counts[l];
+    int kept = std::max(ranges.begin(range) - position, 0);
+    int next = kept;
+    for (;;) {
+        const int from = std::clamp(ranges.begin(range) - position, next, n);
+        const int to = std::clamp(ranges.end(range) - position, next, n);
+        LiveTable::moveItems(items.items + kept, items.items + next, from - next);
+        if (items.keys)
+            LiveTable::moveKeys(items.keys + kept, items.keys + next, from - next);
+        kept += from - next;
+        for (int i = from; i < to; ++i) {
+            dead.push_back(std::move(items.items[i]));
+            items.items[i].~T();
+        }
+        next = to;
+        if (ranges.end(range) - position > n)
+            break;
+        if (++range == ranges.rangeCount() || ranges.begin(range) - position >= n) {
+            LiveTable::moveItems(items.items + kept, items.items + next, n - next);
+            if (items.keys)
+                LiveTable::moveKeys(items.keys + kept, items.keys + next, n - next);
+            kept += n - next;
+            break;
+        }
+    }
+    part->counts[l] = kept;
+}
+
+template <typename T>
+void PartitionList<T>::removeRanges(const RangeSet<int>& ranges)
+{
+    std::vector<T> dead; // released when the list is whole again
+    dead.reserve(static_cast<size_t>(std::min<qint64>(ranges.size(), total)));
+    std::vector<int> touched;
+    touched.reserve(partCounts.size());
+    int range = 0;
+    while (range < ranges.rangeCount() && ranges.end(range) <= 0)
+        ++range;
+    int position = 0;
+    for (int p = 0; p < partCount() && range < ranges.rangeCount(); ++p) {
+        const int n = partCounts[static_cast<size_t>(p)];
+        const int end = position + n;
+        if (ranges.begin(range) < end) {
+            APartList<T>* part = parts.at(p);
+            const size_t deadBefore = dead.size();
+            for (size_t l = 0; l < part->leaves.size() && range < ranges.rangeCount(); ++l) {
+                const int leafEnd = position + part->counts[l];
+                if (ranges.begin(range) < leafEnd)
+                    compactLeaf(part, l, position, ranges, range, dead);
+                position = leafEnd;
+            }
+            touched.push_back(p);
+            countChanged(p, -static_cast<int>(dead.size() - deadBefore));
+        }
+        position = end;
+    }
+    if (dead.empty())
+        return;
+    ++changes;
+    // Backwards, so that what is dropped or joined does not move what is still to be looked at.
+    for (auto it = touched.rbegin(); it != touched.rend(); ++it)
+        tidyPart(*it);
+}
+
+template <typename T>
+void PartitionList<T>::tidyPart(int index)
+{
+    APartList<T>* part = parts.at(index);
+    for (int l = part->leafCount() - 1; l >= 0; --l) {
+        part->noteFirst(l);
+        part->shrinkAround(l);
+    }
+    if (part->total == 0) {
+        dropPart(index);
+        return;
+    }
+    noteFirst(index);
+    joinAround(index);
+}
+
+template <typename T>
+template <typename Visit>
+void PartitionList<T>::forEachRun(Visit visit) const
+{
+    for (const APartList<T>* part : parts) {
+        if (!part)
+            break;
+        for (size_t l = 0; l < part->leaves.size(); ++l)
+            visit(static_cast<const T*>(part->leaves[l].items),
+                  static_cast<const quint64*>(part->leaves[l].keys), part->counts[l]);
+    }
+}
+
+template <typename T>
+template <typename Next>
+void PartitionList<T>::reorder(Next next) noexcept
+{
+    int i = 0;
+    for (int p = 0; p < partCount(); ++p) {
+        APartList<T>* part = parts.at(p);
+        for (int l = 0; l < part->leafCount(); ++l) {
+            const typename APartList<T>::Leaf& leafNow = part->leaves[static_cast<size_t>(l)];
+            for (int j = 0; j < part->counts[static_cast<size_t>(l)]; ++j, ++i)
+                next(i, static_cast<void*>(leafNow.items + j),
+                     leafNow.keys ? leafNow.keys + j : nullptr);
+            part->noteFirst(l);
+        }
+        noteFirst(p);
+    }
+    ++changes;
+}

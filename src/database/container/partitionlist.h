@@ -1,0 +1,301 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "container/rangeset.h"
+
+#include <QList>
+#include <QVector>
+
+#include <iterator>
+#include <vector>
+
+template <typename T>
+class PartitionList;
+
+/// One partition of a PartitionList: a run of at most partitionSize() elements.
+///
+/// Inside, the run is cut into leaves: blocks of at most LeafCapacity elements, each with, in a
+/// keyed list, the elements' 64-bit keys beside them. So an insertion moves at most one leaf's worth
+/// of pointers, and a search by key never leaves the key arrays until it has found its place.
+/// A partition belongs to its list and is changed by it alone.
+template <typename T>
+class APartList
+{
+public:
+    /// Elements held; at least 1 except while the list is at work.
+    int count() const noexcept { return total; }
+    /// Slots allocated, used or not.
+    int capacity() const noexcept;
+    /// The i-th element of the partition, 0 <= i < count().
+    const T& at(int i) const;
+    /// The list it is part of.
+    const PartitionList<T>* list() const noexcept { return owner; }
+
+private:
+    friend class PartitionList<T>;
+    static constexpr int LeafCapacity = 256;
+    static constexpr int FirstLeafCapacity = 16; // so that a list of a few records stays small
+
+    struct Leaf
+    {
+        T* items;
+        quint64* keys; // behind the items in the same block; null in a list without keys
+        int capacity;
+    };
+
+    explicit APartList(PartitionList<T>* list) : owner(list) {}
+    ~APartList();
+    Q_DISABLE_COPY(APartList)
+
+    static Leaf allocateLeaf(int capacity, bool keyed);
+    static void freeLeaf(const Leaf& leaf) noexcept;
+    int leafOf(int& offset) const noexcept; // offset in the partition -> leaf, offset in the leaf
+    int leafCount() const noexcept { return static_cast<int>(leaves.size()); }
+    void reserveLeaves(int extra);
+    void putLeaf(int at, const Leaf& leaf, int count) noexcept; // after reserveLeaves
+    void dropLeaf(int at) noexcept;
+    void openLeaf(int& leaf, int& offset, bool atListEnd); // makes room for one at (leaf, offset)
+    void growLeaf(int leaf, int capacity);
+    void splitLeaf(int leaf, int at);
+    void shrinkAround(int leaf) noexcept;
+    bool mergeLeaf(int leaf) noexcept;
+    void noteFirst(int leaf) noexcept;
+
+    PartitionList<T>* owner;
+    int total = 0;
+    std::vector<Leaf> leaves;
+    std::vector<int> counts;     // of each leaf: searched and summed without touching the leaves
+    std::vector<quint64> firsts; // first key of each leaf, in a keyed list
+};
+
+/// An ordered list cut into partitions of bounded size, so that inserting or removing in the middle
+/// of millions of elements moves few of them. Every index keeps its records in one.
+///
+/// The sizes are fixed: a partition that reaches partitionSize() elements is split in half, and two
+/// neighbours are joined when a removal leaves them with fewer than minimumSize() together. No
+/// partition is ever empty. What lies inside a partition is told at APartList.
+///
+/// A list may be *keyed*: each element then carries a 64-bit key given at insertion, and
+/// partitionPoint() searches by it. Keys must not decrease along the list; the owner sees to that.
+///
+/// Elements must be movable by plain memory copy (Q_MOVABLE_TYPE); the list owns its elements and
+/// moves them without touching them. Errors: std::bad_alloc (nothing changed then).
+/// Threads: none of its own; readers on several threads may share an unchanging list.
+/// Cost: with n elements, insertion and removal at a known place move at most a few hundred bytes;
+/// finding a position steps over at most n/5000 partition counts and one partition's leaves.
+///
+///     PartitionList<Record> list(10000);
+///     list.append(record);
+///     for (const Record& r : list) ...
+template <typename T>
+class PartitionList
+{
+    static_assert(!QTypeInfo<T>::isStatic, "elements are moved by memory copy");
+
+    /// A random-access iterator that steps through the partitions. It stays valid until the list
+    /// changes. Positions further than count() are clamped to the end.
+    template <bool Const>
+    class Iterator
+    {
+    public:
+        using iterator_category = std::random_access_iterator_tag;
+        using value_type = T;
+        using difference_type = int;
+        using reference = std::conditional_t<Const, const T&, T&>;
+        using pointer = std::conditional_t<Const, const T*, T*>;
+
+        Iterator() = default;
+        /// A const iterator from a mutable one.
+        template <bool C = Const, typename = std::enable_if_t<C>>
+        Iterator(const Iterator<false>& other)
+            : list(other.list), position(other.position), current(other.current),
+              leafBegin(other.leafBegin), leafEnd(other.leafEnd)
+        {
+        }
+
+        reference operator*() const { return *current; }
+        pointer operator->() const { return current; }
+        reference operator[](int n) const { return *(*this + n); }
+        Iterator& operator++() { return ++current, ++position, current == leafEnd ? seek() : *this; }
+        Iterator& operator--() { return current == leafBegin ? *this += -1 : step(-1); }
+        Iterator operator++(int) { return Iterator copy = *this; ++*this; return copy; }
+        Iterator operator--(int) { return Iterator copy = *this; --*this; return copy; }
+        Iterator& operator+=(int n)
+        {
+            if (n < leafEnd - current && n >= leafBegin - current && current != leafEnd)
+                return step(n);
+            position += n;
+            return seek();
+        }
+        Iterator& operator-=(int n) { return *this += -n; }
+        friend Iterator operator+(Iterator it, int n) { return it += n; }
+        friend Iterator operator+(int n, Iterator it) { return it += n; }
+        friend Iterator operator-(Iterator it, int n) { return it += -n; }
+        friend int operator-(const Iterator& a, const Iterator& b) { return a.position - b.position; }
+        friend bool operator==(const Iterator& a, const Iterator& b) { return a.position == b.position; }
+        friend bool operator!=(const Iterator& a, const Iterator& b) { return a.position != b.position; }
+        friend bool operator<(const Iterator& a, const Iterator& b) { return a.position < b.position; }
+        friend bool operator>(const Iterator& a, const Iterator& b) { return a.position > b.position; }
+        friend bool operator<=(const Iterator& a, const Iterator& b) { return a.position <= b.position; }
+        friend bool operator>=(const Iterator& a, const Iterator& b) { return a.position >= b.position; }
+        /// The position in the list, 0 for the first element, count() at the end.
+        int index() const { return position; }
+
+    private:
+        friend class PartitionList;
+        template <bool>
+        friend class Iterator;
+        using List = std::conditional_t<Const, const PartitionList, PartitionList>;
+        Iterator(List* l, int at) : list(l), position(at) { seek(); }
+        Iterator& step(int n) { return current += n, position += n, *this; }
+        Iterator& seek();
+
+        List* list = nullptr;
+        int position = 0;
+        pointer current = nullptr;
+        pointer leafBegin = nullptr;
+        pointer leafEnd = nullptr;
+    };
+
+public:
+    using value_type = T;
+    /// Writing through it in a keyed list leaves the keys as they are.
+    using iterator = Iterator<false>;
+    using const_iterator = Iterator<true>;
+
+    /// An empty list. `partitionSize` of at least 2.
+    explicit PartitionList(int partitionSize = 10000);
+    ~PartitionList() { clear(); }
+
+    /// Elements in the list.
+    int count() const noexcept { return total; }
+    int size() const noexcept { return total; }
+    bool isEmpty() const noexcept { return total == 0; }
+    int partitionSize() const noexcept { return maximum; }
+    /// Half the partition size, rounded down.
+    int minimumSize() const noexcept { return maximum / 2; }
+    /// The partitions in order, then one null pointer.
+    const QVector<APartList<T>*>& partitions() const noexcept { return parts; }
+
+    /// The i-th element; a shared default-constructed one when `i` is out of range.
+    const T& at(int i) const;
+    const T& operator[](int i) const { return at(i); }
+    const_iterator begin() const { return const_iterator(this, 0); }
+    const_iterator end() const { return const_iterator(this, total); }
+    const_iterator cbegin() const { return begin(); }
+    const_iterator cend() const { return end(); }
+    iterator begin() { return iterator(this, 0); }
+    iterator end() { return iterator(this, total); }
+
+    /// Adds behind the last element: to the last partition while it holds fewer than
+    /// partitionSize() - 1, else in a new one (so a list that is only appended to is densely packed).
+    void append(const T& value, quint64 key = 0);
+    /// Inserts before position i, clamped to 0..count(). At a boundary the element goes to the end of
+    /// the earlier partition; a partition that reaches partitionSize() is then split in half.
+    void insert(int i, const T& value, quint64 key = 0);
+    /// Inserts a run in order. No partition reaches partitionSize(): an overfull one is cut into
+    /// parts of about half the size.
+    void insert(int i, const QList<T>& values);
+    /// Removes the element at i; nothing when i is out of range. A partition left empty is dropped;
+    /// otherwise it is joined with its next, then its previous neighbour where together they hold
+    /// fewer than minimumSize().
+    void remove(int i);
+    /// Removes all positions of the set (those in range) in one forward pass, each touched leaf
+    /// compacted once; small neighbours are joined around touched partitions only.
+    void removeRanges(const RangeSet<int>& ranges);
+    /// Joins every pair of neighbours that together hold fewer than minimumSize().
+    void joinPartitions();
+    /// Empties the list. The partitions are detached first, their elements released after.
+    void clear() noexcept;
+    void swap(PartitionList& other) noexcept;
+
+    // For indexes: places and keys.
+
+    /// A place between or on elements: partition, leaf in it, offset in the leaf (which may be one
+    /// behind the leaf's last element). Invalid once the list changes.
+    struct Place
+    {
+        int part;
+        int leaf;
+        int offset;
+    };
+    /// Makes an empty list keyed or not.
+    void setKeyed(bool on);
+    bool isKeyed() const noexcept { return keyed; }
+    /// Rises with every change of the list; tells whether a Place is still good.
+    quint32 version() const noexcept { return changes; }
+
+    /// The place of the element at position i, 0 <= i < count().
+    Place place(int i) const noexcept { return locate(i, false); }
+    /// Where an element inserted at position i goes, 0 <= i <= count().
+    Place insertPlace(int i) const noexcept { return locate(i, true); }
+    /// The position of a place.
+    int position(const Place& place) const noexcept;
+    /// Moves a place that stands behind a leaf's last element on to the next element. False at the
+    /// end of the list.
+    bool normalize(Place& place) const noexcept;
+    /// Steps to the element before; false at the first. `place` may stand at the end.
+    bool stepBack(Place& place) const noexcept;
+    /// Steps from an element to the one behind it; false at the last.
+    bool stepForward(Place& place) const noexcept;
+    const T& at(const Place& p) const { return parts.at(p.part)->leaves[leaf(p)].items[p.offset]; }
+    quint64 keyAt(const Place& p) const { return parts.at(p.part)->leaves[leaf(p)].keys[p.offset]; }
+    void setKey(const Place& place, quint64 key) noexcept;
+    /// Gives every element of an unkeyed or keyed list a new key; `keyOf` must be non-decreasing.
+    template <typename KeyOf>
+    void rekey(KeyOf keyOf);
+
+    /// The first place whose element is not before the searched one; every element before it is.
+    /// In a keyed list, and with `byKey`, an element is before when its key is smaller, or equal and
+    /// `before(element)`; else when `before(element)`. `before` must be true for a first run of the
+    /// elements and false for the rest. About log2(n) calls at most.
+    template <typename Before>
+    Place partitionPoint(bool byKey, quint64 key, Before before) const;
+
+    /// Inserts at a place got from this list in its present state.
+    void insertAt(Place place, T value, quint64 key);
+    /// Removes and returns the element at a place.
+    T takeAt(Place place);
+
+    /// Calls visit(items, keys, n) for each run of elements in order; keys is null when not keyed.
+    template <typename Visit>
+    void forEachRun(Visit visit) const;
+    /// Replaces the order: next(i, slot, key) writes the bits of the element that comes i-th to
+    /// `slot` (and its key, unless `key` is null). It must give each present element once; nothing
+    /// is copied or released.
+    template <typename Next>
+    void reorder(Next next) noexcept;
+
+private:
+    friend class APartList<T>;
+    static size_t leaf(const Place& p) { return static_cast<size_t>(p.leaf); }
+    int partCount() const noexcept { return parts.size() - 1; }
+    APartList<T>* createPart(int at);
+    void dropPart(int at) noexcept;
+    void split(int part, int at);
+    bool join(int part);
+    void joinAround(int part);
+    static void compactLeaf(APartList<T>* part, size_t leaf, int position,
+                            const RangeSet<int>& ranges, int& range, std::vector<T>& dead);
+    void tidyPart(int part);
+    void countChanged(int part, int by) noexcept;
+    void partsChanged() noexcept;
+    void noteFirst(int part) noexcept;
+    Place locate(int i, bool toInsert) const noexcept;
+
+    template <typename IsBefore>
+    static int lastBefore(int n, IsBefore isBefore); // -1 when none is
+
+    int total = 0;
+    int maximum;
+    bool keyed = false;
+    quint32 changes = 0;
+    QVector<APartList<T>*> parts;
+    // Beside the partitions, so that searches and sums stay out of them: their counts, sums of
+    // counts over groups of 64, and their first keys.
+    std::vector<int> partCounts;
+    std::vector<int> groupCounts;
+    std::vector<quint64> partFirsts;
+};
+
+#include "container/partitionlist-inl.h"
