@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "csvreader.h"
 
+#include "price.h"
 #include "session.h"
 
 #include <QDir>
@@ -137,7 +138,8 @@ bool CsvReader::refill()
     int code = Z_OK;
     const char* message = gzerror(stream->file, &code);
     if (count < 0 || (code != Z_OK && code != Z_STREAM_END)) {
-        const QString text = QString::fromLocal8Bit(code == Z_ERRNO ? std::strerror(errno) : message);
+        const QString text =
+            QString::fromLocal8Bit(code == Z_ERRNO ? std::strerror(errno) : message);
         const QString why = text.section(QStringLiteral(": "), -1); // zlib starts with the path
         throw InputError{QStringLiteral("%1: cannot be read after line %2: %3")
                              .arg(name, QString::number(lineNumber), why)};
@@ -180,14 +182,23 @@ int CsvReader::integer(int column, int minimum, int maximum) const
     return value;
 }
 
-std::optional<Price> CsvReader::price(int column) const
+std::optional<decimal> CsvReader::price(int column) const
 {
     const std::string_view bytes = field(column);
     if (bytes.empty())
         return std::nullopt;
-    const std::optional<Price> value = Price::parse(bytes);
+    const std::optional<decimal> value = parsePrice(bytes);
     if (!value)
         failField(column, QStringLiteral("a price"));
+    return value;
+}
+
+decimal CsvReader::number(int column) const
+{
+    const std::string_view bytes = field(column);
+    decimal value;
+    if (!decimal::tryParse(bytes.data(), int(bytes.size()), &value))
+        failField(column, QStringLiteral("a number"));
     return value;
 }
 

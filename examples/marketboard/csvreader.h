@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "price.h"
+#include "value/decimal.h"
 
 #include <QByteArray>
 #include <QString>
@@ -40,8 +40,11 @@ public:
     /// A field as a whole number within minimum..maximum.
     int integer(int column, int minimum, int maximum) const;
 
-    /// A field as a price; an empty field has none.
-    std::optional<Price> price(int column) const;
+    /// A field as a price (see parsePrice); an empty field has none.
+    std::optional<decimal> price(int column) const;
+
+    /// A field as a decimal, of any form that decimal::tryParse reads.
+    decimal number(int column) const;
 
     /// Throws the InputError "FILE:LINE: what".
     [[noreturn]] void fail(const QString& what) const;

@@ -11,7 +11,10 @@ constexpr int MaximumSize = 1'000'000'000;
 
 QString pathOf(const QString& folder, const char* file)
 {
-    return QDir(folder).filePath(QString::fromLatin1(file));
+    const QDir dir(folder);
+    if (!dir.exists())
+        throw InputError{QStringLiteral("%1: there is no such folder").arg(folder)};
+    return dir.filePath(QString::fromLatin1(file));
 }
 
 int timeAfter(const CsvReader& file, int previousMs)
@@ -36,20 +39,10 @@ int dateAt(const CsvReader& file, int column)
     return date;
 }
 
-/// The text of a decimal figure, kept as it stands once it is known to be one.
-QString figureAt(const CsvReader& file, int column)
-{
-    const QString text = file.text(column);
-    if (!decimal::canConvert(text, false))
-        file.fail(QStringLiteral("field %1 is no number: '%2'").arg(column + 1).arg(text.left(40)));
-    return text;
-}
-
 } // namespace
 
 Replay::Replay(const QString& folder)
-    : folder(folder)
-    , options(pathOf(folder, "es_options_20200106_quotes.csv.gz"),
+    : options(pathOf(folder, "es_options_20200106_quotes.csv.gz"),
               "time_ms,expiry,right,strike,bid,bid_size,ask,ask_size")
     , futures(pathOf(folder, "es_futures_20200106_quotes.csv.gz"),
               "time_ms,contract,bid,bid_size,ask,ask_size")
@@ -59,8 +52,7 @@ Replay::Replay(const QString& folder)
                 "strike_multiplier")
     , hasOption(nextOption())
     , hasFuture(nextFuture())
-{
-}
+{}
 
 QString Replay::title() const
 {
@@ -72,9 +64,9 @@ QVector<Instrument> Replay::instruments()
     constexpr int filledFields = 8; // the last four are left out where they are empty
     QVector<Instrument> all;
     while (directory.next(filledFields))
-        all += Instrument{directory.text(0),      directory.text(1),      directory.text(2),
-                          directory.text(3),      directory.text(4),      figureAt(directory, 5),
-                          figureAt(directory, 6), figureAt(directory, 7)};
+        all += Instrument{directory.text(0),   directory.text(1),  directory.text(2),
+                          directory.text(3),   directory.text(4),  directory.number(5),
+                          directory.number(6), directory.number(7)};
     return all;
 }
 
@@ -102,16 +94,15 @@ bool Replay::nextOption()
     quote.expiry = dateAt(options, 1);
     const std::string_view right = options.field(2);
     if (right != "C" && right != "P")
-        options.fail(QStringLiteral("right is neither C nor P: '%1'").arg(options.text(2).left(40)));
+        options.fail(
+            QStringLiteral("right is neither C nor P: '%1'").arg(options.text(2).left(40)));
     quote.right = right.front();
-    const std::optional<Price> strike = options.price(3);
+    const std::optional<decimal> strike = options.price(3);
     if (!strike)
         options.fail(QStringLiteral("there is no strike"));
     quote.strike = *strike;
     quote.bid = sideAt(options, 4);
     quote.ask = sideAt(options, 6);
-    if (quote.bid.price && quote.ask.price && !(*quote.ask.price - *quote.bid.price))
-        options.fail(QStringLiteral("the spread has more digits than a price can hold"));
     return true;
 }
 

@@ -23,7 +23,6 @@ private:
     bool nextOption();
     bool nextFuture();
 
-    QString folder;
     CsvReader options;
     CsvReader futures;
     CsvReader directory;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "price.h"
+#include "value/decimal.h"
 
 #include <QString>
 #include <QVector>
@@ -11,19 +11,20 @@
 /// One side of a quote. A side that nobody quotes has no price.
 struct Side
 {
-    std::optional<Price> price;
+    std::optional<decimal> price;
     int size = 0; ///< contracts
 
     bool operator==(const Side& other) const { return price == other.price && size == other.size; }
 };
 
-/// The best bid and ask of one option at one time. The contract is told by expiry, right and strike.
+/// The best bid and ask of one option at one time. The contract is told by expiry, right and
+/// strike.
 struct OptionQuote
 {
     int timeMs = 0; ///< milliseconds since midnight
     int expiry = 0; ///< a date as the number YYYYMMDD
     char right = 0; ///< 'C' for a call, 'P' for a put
-    Price strike;
+    decimal strike;
     Side bid;
     Side ask;
 };
@@ -37,11 +38,17 @@ struct FutureQuote
     Side ask;
 };
 
-/// One line of the contract directory. The figures are exact decimals in text, such as 0.25 or 5e-05.
+/// One line of the contract directory.
 struct Instrument
 {
-    QString market, symbol, type, description, currency;
-    QString multiplier, tick, lotSize;
+    QString market;
+    QString symbol;
+    QString type;
+    QString description;
+    QString currency;
+    decimal multiplier;
+    decimal tick;
+    decimal lotSize;
 };
 
 /// What goes wrong with what was handed in: a missing file, a malformed line. The message names the
@@ -55,7 +62,12 @@ struct InputError
 class Session
 {
 public:
-    enum class Event { Option, Future, End };
+    enum class Event
+    {
+        Option,
+        Future,
+        End
+    };
 
     virtual ~Session() = default;
 

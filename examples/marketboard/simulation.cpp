@@ -9,8 +9,8 @@ namespace {
 constexpr int MinuteMs = 60'000;
 constexpr double MinutesPerYear = 365.0 * 24 * 60;
 constexpr int FrontMonth = 202003;
-constexpr int FirstStrike = 2990;
-constexpr int StrikeStep = 10;
+constexpr int FirstStrike = 2750;
+constexpr int StrikeStep = 20;
 
 double normalCdf(double x)
 {
@@ -33,6 +33,11 @@ double smile(double future, double strike, double years)
 {
     const double moneyness = std::log(strike / future) / std::sqrt(years);
     return std::max(0.09, 0.142 - 0.29 * moneyness + 0.35 * moneyness * moneyness);
+}
+
+decimal hundredths(qint64 count)
+{
+    return decimal::fromMantissa(count, 2);
 }
 
 /// The step between prices of options in hundredths: 0.05 below 5 points, else 0.25.
@@ -94,10 +99,14 @@ QString Simulation::title() const
 QVector<Instrument> Simulation::instruments()
 {
     const auto text = [](const char* latin1) { return QString::fromLatin1(latin1); };
-    return {{text("sim"), text("IDX"), text("future"), text("Simulated Index Future"), text("USD"),
-             text("50"), text("0.25"), text("1")},
-            {text("sim"), text("IDX"), text("futureoption"), text("Option on the Simulated Index Future"),
-             text("USD"), text("50"), text("0.05"), text("1")}};
+    const Instrument future{
+        text("sim"), text("IDX"), text("future"), text("Simulated Index Future"),
+        text("USD"), decimal(50), hundredths(25), decimal(1)};
+    Instrument option = future;
+    option.type = text("futureoption");
+    option.description = text("Option on the Simulated Index Future");
+    option.tick = hundredths(5);
+    return {future, option};
 }
 
 Session::Event Simulation::next()
@@ -138,8 +147,8 @@ void Simulation::moveFuture()
     futureQuote.timeMs = timeMs();
     futureQuote.contract = FrontMonth;
     const qint64 bid = qint64(futureTicks) * 25;
-    futureQuote.bid = {Price::fromHundredths(bid), 1 + chance.below(120)};
-    futureQuote.ask = {Price::fromHundredths(bid + 25), 1 + chance.below(120)};
+    futureQuote.bid = {hundredths(bid), 1 + chance.below(120)};
+    futureQuote.ask = {hundredths(bid + 25), 1 + chance.below(120)};
 }
 
 void Simulation::quote(Contract& contract)
@@ -167,13 +176,13 @@ void Simulation::quote(Contract& contract)
     optionQuote.timeMs = timeMs();
     optionQuote.expiry = contract.expiry;
     optionQuote.right = contract.right;
-    optionQuote.strike = Price::fromHundredths(contract.strike * 100);
+    optionQuote.strike = hundredths(contract.strike * 100);
     optionQuote.bid = Side();
     optionQuote.ask = Side();
     if (!contract.bidGone && bid > 0)
-        optionQuote.bid = {Price::fromHundredths(bid), 1 + chance.below(60)};
+        optionQuote.bid = {hundredths(bid), 1 + chance.below(60)};
     if (!contract.askGone)
-        optionQuote.ask = {Price::fromHundredths(ask), 1 + chance.below(60)};
+        optionQuote.ask = {hundredths(ask), 1 + chance.below(60)};
 }
 
 double Simulation::progress() const
