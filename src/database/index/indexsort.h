@@ -114,8 +114,17 @@ public:
     template <typename Key, typename ThreeWay>
     int searchBinary(const Key& key, int after, ThreeWay compare) const;
 
+protected:
+    /// Called when the empty index begins to fill, and so after every change of the table's columns:
+    /// the time to look up where they lie. The default does nothing.
+    virtual void prepare();
+
 private:
+    friend class Table;
+    friend class MasterIndex;
     friend class IndexSortWork;
+    void locate(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
+                int lastColumn, const QList<Record>& inserted);
 };
 
 template <typename Key, typename ThreeWay>

@@ -6,6 +6,10 @@
 #include <QByteArray>
 #include <QStringList>
 
+namespace LiveTable {
+class RowOrder;
+}
+
 /// The index that holds a table's rows and defines its key: see Table::setMasterIndex, which takes
 /// ownership. All other indexes are built in its order.
 ///
@@ -37,8 +41,14 @@ public:
 
 protected:
     MasterIndex(Table* table, const QList<int>& columns);
+    /// For a master whose order is arrival: rows get a hidden, rising number.
+    void keepArrivalOrder();
 
     QList<int> keyColumns;
+
+private:
+    friend class Table;
+    void install();
 };
 
 /// A master index that compares key columns value by value (Field::compare), most significant first.
@@ -63,6 +73,12 @@ public:
     Record fromText(const QString& text) const override;
     /// The stored bytes of the key cells in key order, each without its padding; empty for null.
     QByteArray keyRecord(const Record& record) const;
+
+protected:
+    void prepare() override;
+
+private:
+    const std::unique_ptr<LiveTable::RowOrder> order;
 };
 
 /// A master index that compares one contiguous block of raw row bytes: exact for equality, but in

@@ -56,6 +56,9 @@ public:
     QString getClassName() const override;
     const QVector<SortColumn>& columns() const;
 
+protected:
+    void prepare() override;
+
 private:
     const std::unique_ptr<SortOrder> order;
     std::function<bool(const Record&)> accepts;
@@ -79,6 +82,9 @@ public:
     quint64 sortKey(const Record& record) const override;
     bool isAffected(int firstColumn, int lastColumn) const override;
     const QVector<SortColumn>& columns() const;
+
+protected:
+    void prepare() override;
 
 private:
     const std::unique_ptr<SortOrder> order;

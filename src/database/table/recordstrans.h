@@ -46,8 +46,9 @@ class LIVETABLE_EXPORT RecordsTrans
 public:
     explicit RecordsTrans(Table* table = nullptr);
     ~RecordsTrans();
-    RecordsTrans(RecordsTrans&& other) noexcept;
-    RecordsTrans& operator=(RecordsTrans&& other) noexcept;
+    /// Leaves the other empty, bound to its table.
+    RecordsTrans(RecordsTrans&& other);
+    RecordsTrans& operator=(RecordsTrans&& other);
 
     void insert(const Record& record);
     void remove(const Record& record);
@@ -96,5 +97,7 @@ private:
     Q_DISABLE_COPY(RecordsTrans)
     friend class RecordUpdater;
     friend class Table;
+    void rebase();
+
     std::unique_ptr<RecordsTransPrivate> d;
 };

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+#include "index/index.h"
+
+#include "table/table_p.h"
+
+#include <QSet>
+
+#include <atomic>
+
+namespace {
+
+// Relaxed: a sum for display, which indexes of tables on several threads add to.
+std::atomic<qint64> m_nsecsElapsedTotal{0};
+
+} // namespace
+
+Index::Index() = default;
+Index::~Index() = default;
+
+void Index::rebuild()
+{
+    clear();
+    build();
+}
+
+void Index::preprocess(const QList<Record>&, const QList<Record>&, int, int, const QList<Record>&,
+                       const QList<Record>&)
+{
+}
+
+void Index::process(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
+                    int lastColumn, const QList<Record>& inserted)
+{
+    restartTimer();
+    QSet<Record> gone; // needed only where a record may be in both lists
+    for (const Record& record : removed) {
+        remove(record, -1);
+        if (!updated.isEmpty())
+            gone.insert(record);
+    }
+    for (const Record& record : updated)
+        if (gone.isEmpty() || !gone.contains(record))
+            update(record, firstColumn, lastColumn, -1);
+    for (const Record& record : inserted)
+        if (filter(record))
+            add(record);
+    addElapsed();
+}
+
+void Index::update(const Record& record, int, int, int position)
+{
+    remove(record, position);
+    if (filter(record))
+        add(record);
+}
+
+int Index::indexOf(const Record&) const
+{
+    return -1;
+}
+
+void Index::beginUpdate() {}
+void Index::endUpdate() {}
+void Index::dependentBeginUpdate(Table*) {}
+void Index::dependentEndUpdate(Table*) {}
+
+void Index::addElapsed()
+{
+    elapsed += timer.nsecsElapsed();
+    m_nsecsElapsedTotal.fetch_add(timer.nsecsElapsed(), std::memory_order_relaxed);
+}
+
+qint64 Index::nsecsElapsedTotal()
+{
+    return m_nsecsElapsedTotal.load(std::memory_order_relaxed);
+}
+
+decimal Index::percentElapsed() const
+{
+    return LiveTable::shareInPercent(elapsed, nsecsElapsedTotal());
+}
+
+IndexIterative::IndexIterative() = default;
+IndexIterative::~IndexIterative() = default;

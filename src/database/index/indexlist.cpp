@@ -1,0 +1,321 @@
+// SPDX-License-Identifier: MIT
+#include "index/indexlist.h"
+
+#include "base/icore.h"
+#include "index/indexlist_p.h"
+#include "index/masterindex.h"
+#include "table/table_p.h"
+
+#include <algorithm>
+#include <mutex>
+
+IndexObserver::IndexObserver() = default;
+IndexObserver::~IndexObserver() = default;
+void IndexObserver::indexDestroyed(const IndexList&) {}
+
+// --- the list ---
+
+void IndexListPrivate::insertAt(const Place& place, const Record& record, quint64 key)
+{
+    records.insertAt(place, record, key);
+    tag(record, key);
+}
+
+Record IndexListPrivate::takeAt(const Place& place)
+{
+    Record record = records.takeAt(place);
+    untag(record);
+    return record;
+}
+
+void IndexListPrivate::append(const Record& record, quint64 key)
+{
+    records.append(record, key);
+    tag(record, key);
+}
+
+void IndexListPrivate::removeRanges(const RangeSet<int>& ranges)
+{
+    if (isMaster)
+        for (int i = 0; i < ranges.rangeCount(); ++i) {
+            const int end = std::min(ranges.end(i), records.count());
+            for (int at = std::max(ranges.begin(i), 0); at < end; ++at)
+                untag(records.at(at));
+        }
+    records.removeRanges(ranges);
+}
+
+void IndexListPrivate::clear()
+{
+    if (isMaster)
+        records.forEachRun([this](const Record* items, const quint64*, int n) {
+            std::for_each(items, items + n, [this](const Record& record) { untag(record); });
+        });
+    records.clear();
+    needsResort = needsRebuild = false;
+}
+
+void IndexListPrivate::moveBlock(int first, int last, int to)
+{
+    const int n = last - first + 1;
+    if (first < 0 || n < 1 || last >= records.count() || to == first || to == last || to < 0
+        || to > records.count() - n)
+        return;
+    std::vector<std::pair<Record, quint64>> block;
+    block.reserve(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i) {
+        const Place place = records.place(first);
+        const quint64 key = records.isKeyed() ? records.keyAt(place) : 0;
+        block.emplace_back(records.takeAt(place), key);
+    }
+    for (int i = 0; i < n; ++i)
+        records.insert(to + i, block[static_cast<size_t>(i)].first,
+                       block[static_cast<size_t>(i)].second);
+    if (keys == ArrivalNumbers)
+        renumber();
+    tellReset();
+}
+
+void IndexListPrivate::renumber()
+{
+    lastArrival = 0;
+    records.rekey([this](const Record& record) {
+        ++lastArrival;
+        tag(record, lastArrival);
+        return lastArrival;
+    });
+}
+
+// --- observers ---
+
+void IndexListPrivate::tell(const IndexChange& change)
+{
+    const QVector<IndexObserver*> told = observers;
+    for (IndexObserver* observer : told)
+        if (observers.contains(observer))
+            observer->indexChanged(*q, change);
+}
+
+void IndexListPrivate::tellReset()
+{
+    const QVector<IndexObserver*> told = observers;
+    for (IndexObserver* observer : told)
+        if (observers.contains(observer))
+            observer->indexReset(*q);
+}
+
+void IndexListPrivate::tellInserted(int position)
+{
+    IndexChange change;
+    change.inserted = &position;
+    change.insertedCount = 1;
+    tell(change);
+}
+
+void IndexListPrivate::tellRemoved(int position)
+{
+    IndexChange change;
+    change.removed = &position;
+    change.removedCount = 1;
+    tell(change);
+}
+
+void IndexListPrivate::tellMoved(int from, int to, int firstColumn, int lastColumn)
+{
+    const IndexChange::Move move{from, to};
+    IndexChange change;
+    change.moved = &move;
+    change.movedCount = 1;
+    change.firstColumn = firstColumn;
+    change.lastColumn = lastColumn;
+    tell(change);
+}
+
+void IndexListPrivate::tellStayed(int position, int firstColumn, int lastColumn)
+{
+    IndexChange change;
+    change.changed = &position;
+    change.changedCount = 1;
+    change.firstColumn = firstColumn;
+    change.lastColumn = lastColumn;
+    tell(change);
+}
+
+void IndexList::addObserver(IndexObserver* observer)
+{
+    d->observers.append(observer);
+}
+
+void IndexList::removeObserver(IndexObserver* observer)
+{
+    d->observers.removeOne(observer);
+}
+
+// --- construction ---
+
+namespace {
+
+Table* knownTable(const QString& name)
+{
+    ICore* core = ICore::instance();
+    return core && core->hasTable(name) ? core->table(name) : nullptr;
+}
+
+} // namespace
+
+IndexList::IndexList(Table* table, bool autoAttach)
+    : d(new IndexListPrivate(this, table, autoAttach && table))
+{
+    if (d->isAttached)
+        table->addIndex(this);
+}
+
+IndexList::IndexList(const QString& tableName, bool autoAttach)
+    : IndexList(knownTable(tableName), autoAttach)
+{
+}
+
+IndexList::~IndexList()
+{
+    const QVector<IndexObserver*> told = d->observers;
+    for (IndexObserver* observer : told)
+        observer->indexDestroyed(*this);
+    if (d->table.isNull())
+        return;
+    TablePrivate* table = TablePrivate::get(d->table.data());
+    if (d->isAttached)
+        d->table->removeIndex(this);
+    // Also where its owner forgot to take it off.
+    if (table->indexes.removeAll(this) > 0)
+        ++table->indexesVersion;
+    table->forgetNames(this);
+}
+
+// --- as an Index ---
+
+void IndexList::clear()
+{
+    d->clear();
+    d->tellReset();
+}
+
+void IndexList::build()
+{
+    Table* table = d->table.data();
+    const MasterIndex* master = table ? table->masterIndex() : nullptr;
+    if (!master || static_cast<const IndexList*>(master) == this)
+        return;
+    table->lock();
+    try {
+        std::vector<Record> accepted;
+        accepted.reserve(static_cast<size_t>(master->count()));
+        for (const Record& record : *master)
+            if (filter(record))
+                accepted.push_back(record);
+        for (const Record& record : accepted)
+            d->append(record, 0);
+    } catch (...) {
+        table->unlock();
+        throw;
+    }
+    table->unlock();
+    d->tellReset();
+}
+
+void IndexList::add(const Record& record)
+{
+    d->append(record, 0);
+    if (d->isObserved())
+        d->tellInserted(count() - 1);
+}
+
+void IndexList::remove(const Record& record, int position)
+{
+    if (position < 0 || position >= count() || d->records.at(position) != record)
+        position = indexOf(record);
+    if (position < 0)
+        return;
+    const Record taken = d->takeAt(d->records.place(position));
+    if (d->isObserved())
+        d->tellRemoved(position);
+}
+
+bool IndexList::filter(const Record&) const
+{
+    return true;
+}
+
+bool IndexList::contains(const Record& record) const
+{
+    return indexOf(record) != -1;
+}
+
+int IndexList::indexOf(const Record& record) const
+{
+    int position = 0;
+    int found = -1;
+    d->records.forEachRun([&](const Record* items, const quint64*, int n) {
+        if (found >= 0)
+            return;
+        const Record* at = std::find(items, items + n, record);
+        if (at != items + n)
+            found = position + static_cast<int>(at - items);
+        position += n;
+    });
+    return found;
+}
+
+QString IndexList::getClassName() const
+{
+    return QStringLiteral("IndexList");
+}
+
+// --- as a list ---
+
+int IndexList::count() const
+{
+    return d->records.count();
+}
+
+PartitionList<Record>::const_iterator IndexList::begin() const
+{
+    return d->records.cbegin();
+}
+
+PartitionList<Record>::const_iterator IndexList::end() const
+{
+    return d->records.cend();
+}
+
+Table* IndexList::table() const
+{
+    return d->table.data();
+}
+
+Table* IndexList::table()
+{
+    return d->table.data();
+}
+
+void IndexList::move(int first, int last, int to)
+{
+    d->moveBlock(first, last, to);
+}
+
+void IndexList::removeRanges(const RangeSet<int>& ranges)
+{
+    if (ranges.isEmpty())
+        return;
+    d->removeRanges(ranges);
+    d->tellReset();
+}
+
+const Record& IndexList::at(int i) const
+{
+    return i >= 0 && i < count() ? d->records.at(i) : Record::null;
+}
+
+const PartitionList<Record>& IndexList::records() const
+{
+    return d->records;
+}

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+// Private: not installed, may change at any time.
+#pragma once
+
+#include "index/indexlist.h"
+#include "table/rowpool_p.h"
+
+#include <QPointer>
+
+#include <vector>
+
+/// What a list-backed index keeps. All changes of its list go through here, so that the master index
+/// can mark the rows it holds.
+class IndexListPrivate
+{
+public:
+    using Place = PartitionList<Record>::Place;
+
+    /// How the list is keyed. Arrival numbers tell where a row stands, but are no sort order: all
+    /// records of such an index are equal.
+    enum Keys { NoKeys, SortKeys, ArrivalNumbers };
+
+    /// Where a record stood when a transaction was announced.
+    struct Hint
+    {
+        const unsigned char* row;
+        Place place;
+        enum State : quint8 { Found, Absent, Unknown } state;
+    };
+
+    static IndexListPrivate* get(const IndexList* index) { return index->listPrivate(); }
+
+    IndexListPrivate(IndexList* index, Table* viewed, bool attach)
+        : q(index), table(viewed), isAttached(attach)
+    {
+    }
+
+    void insertAt(const Place& place, const Record& record, quint64 key);
+    Record takeAt(const Place& place);
+    void append(const Record& record, quint64 key);
+    void removeRanges(const RangeSet<int>& ranges);
+    void clear();
+    /// Takes the records at first..last out and puts them back at `to`, keys and all.
+    void moveBlock(int first, int last, int to);
+    /// Gives the rows of an arrival-ordered master new numbers, in list order.
+    void renumber();
+
+    void tellReset();
+    void tell(const IndexChange& change);
+    void tellInserted(int position);
+    void tellRemoved(int position);
+    void tellMoved(int from, int to, int firstColumn, int lastColumn);
+    void tellStayed(int position, int firstColumn, int lastColumn);
+    bool isObserved() const { return !observers.isEmpty(); }
+
+    IndexList* const q;
+    QPointer<Table> table;
+    const bool isAttached;
+    PartitionList<Record> records{10000};
+    Keys keys = NoKeys;
+    bool isMaster = false;        // of its table: its rows are tagged
+    bool keepsArrival = false;    // becomes ArrivalNumbers once it is a master
+    quint64 lastArrival = 0;
+    QVector<IndexObserver*> observers;
+
+    // Of a sorted index.
+    std::vector<Hint> hints;      // in the order removed, updated
+    quint32 hintsVersion = 0;     // of the list they were taken from
+    bool needsResort = false;     // content right, order not: a host's compare threw
+    bool needsRebuild = false;    // content not right either
+
+private:
+    void tag(const Record& record, quint64 key) const
+    {
+        if (isMaster)
+            LiveTable::RowPool::setTag(record.row(), keys == ArrivalNumbers ? key : 1);
+    }
+    void untag(const Record& record) const
+    {
+        if (isMaster)
+            LiveTable::RowPool::setTag(record.row(), 0);
+    }
+};

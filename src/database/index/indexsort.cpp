@@ -1,0 +1,280 @@
+// SPDX-License-Identifier: MIT
+#include "index/indexsort.h"
+
+#include "concurrent/concurrentsort.h"
+#include "index/indexsortwork_p.h"
+
+#include <QtDebug>
+
+#include <algorithm>
+#include <cstring>
+
+IndexSort::IndexSort(Table* table, bool autoAttach) : IndexList(table, autoAttach) {}
+
+IndexSort::IndexSort(const QString& tableName, bool autoAttach) : IndexList(tableName, autoAttach)
+{
+}
+
+IndexSort::~IndexSort() = default;
+
+QString IndexSort::getClassName() const
+{
+    return QStringLiteral("IndexSort");
+}
+
+bool IndexSort::hasSortKey() const
+{
+    return false;
+}
+
+quint64 IndexSort::sortKey(const Record&) const
+{
+    return 0;
+}
+
+bool IndexSort::isAffected(int, int) const
+{
+    return true;
+}
+
+void IndexSort::prepare() {}
+
+// --- filling ---
+
+void IndexSort::build()
+{
+    IndexSortWork(this).prepare();
+    listPrivate()->needsRebuild = false;
+    try {
+        IndexList::build();
+    } catch (...) {
+        listPrivate()->needsRebuild = true;
+        throw;
+    }
+    resort();
+}
+
+namespace {
+
+// A record during a sort: its key and its bare row, moved about without counting.
+struct SortItem
+{
+    quint64 key;
+    unsigned char* row;
+};
+
+} // namespace
+
+void IndexSort::resort()
+{
+    IndexListPrivate* d = listPrivate();
+    if (d->records.isEmpty())
+        return;
+    const bool keyed = d->keys == IndexListPrivate::SortKeys;
+    if (d->keys == IndexListPrivate::ArrivalNumbers) {
+        d->needsResort = false; // all are equal, and in their order
+        d->tellReset();
+        return;
+    }
+    d->needsResort = true; // until it has come to its end
+    std::vector<SortItem> items;
+    items.reserve(static_cast<size_t>(count()));
+    d->records.forEachRun([&](const Record* records, const quint64*, int n) {
+        for (int i = 0; i < n; ++i)
+            items.push_back({keyed ? sortKey(records[i]) : 0, records[i].row()});
+    });
+    const auto lessThan = [this](const SortItem& a, const SortItem& b) {
+        return a.key != b.key ? a.key < b.key
+                              : compare(Record::borrowed(a.row), Record::borrowed(b.row)) < 0;
+    };
+    if (!std::is_sorted(items.begin(), items.end(), lessThan))
+        ConcurrentSort::stableSortHelper(items.data(), items.data() + items.size(), lessThan);
+    d->records.reorder([&](int i, void* slot, quint64* key) {
+        const SortItem& item = items[static_cast<size_t>(i)];
+        std::memcpy(slot, &item.row, sizeof(item.row));
+        if (key)
+            *key = item.key;
+    });
+    d->needsResort = false;
+    d->tellReset();
+}
+
+void IndexSort::add(const Record& record)
+{
+    const int position = IndexSortWork(this).insert(record);
+    if (listPrivate()->isObserved())
+        listPrivate()->tellInserted(position);
+}
+
+// --- transactions ---
+
+void IndexSort::preprocess(const QList<Record>& removed, const QList<Record>& updated,
+                           int firstColumn, int lastColumn, const QList<Record>& inserted,
+                           const QList<Record>&)
+{
+    locate(removed, updated, firstColumn, lastColumn, inserted);
+}
+
+// Remembers where the records stand that are about to leave or change: now they can be found by
+// their values, afterwards only by a scan.
+void IndexSort::locate(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
+                       int lastColumn, const QList<Record>& inserted)
+{
+    IndexListPrivate* d = listPrivate();
+    d->hints.clear();
+    if (d->needsRebuild || d->needsResort) {
+        try {
+            IndexSortWork(this).heal();
+        } catch (...) {
+            return; // process() tries again, and tells
+        }
+    }
+    const IndexSortWork work(this);
+    if (work.canSkip(removed, firstColumn, lastColumn, inserted))
+        return;
+    d->hints.reserve(static_cast<size_t>(removed.size() + updated.size()));
+    for (const Record& record : removed)
+        d->hints.push_back(work.locate(record));
+    for (const Record& record : updated)
+        d->hints.push_back(work.locate(record));
+    d->hintsVersion = d->records.version();
+}
+
+void IndexSort::process(const QList<Record>& removed, const QList<Record>& updated,
+                        int firstColumn, int lastColumn, const QList<Record>& inserted)
+{
+    restartTimer();
+    IndexListPrivate* d = listPrivate();
+    IndexSortWork work(this);
+    try {
+        const bool wasRebuilt = d->needsRebuild;
+        if (d->needsRebuild || d->needsResort)
+            work.heal(); // the table holds the transaction already, so a new build has it as well
+        if (!wasRebuilt && !work.canSkip(removed, firstColumn, lastColumn, inserted))
+            work.apply(removed, updated, firstColumn, lastColumn, inserted);
+    } catch (...) {
+        work.recover(removed, updated, inserted);
+        addElapsed();
+        throw;
+    }
+    d->hints.clear();
+    addElapsed();
+}
+
+void IndexSort::update(const Record& record, int firstColumn, int lastColumn, int position)
+{
+    if (!filter(record)) {
+        remove(record, -1);
+        return;
+    }
+    IndexListPrivate* d = listPrivate();
+    IndexSortWork work(this);
+    if (d->needsRebuild || d->needsResort) {
+        const bool wasRebuilt = d->needsRebuild;
+        work.heal();
+        if (wasRebuilt)
+            return;
+    }
+    PartitionList<Record>::Place place{0, 0, 0};
+    const bool isGiven = position >= 0 && position < count();
+    if (isGiven) {
+        place = d->records.place(position);
+    } else if (!work.find(record, place)) {
+        const int found = IndexList::indexOf(record);
+        if (found < 0) {
+            add(record);
+            return;
+        }
+        qWarning() << "update"
+                   << "Full search can impact the performance";
+        place = d->records.place(found);
+    }
+    int from = 0;
+    int to = 0;
+    const quint64 key = work.keyOf(d->records.at(place));
+    const bool moved = work.move(place, key, from, to);
+    if (!d->isObserved())
+        return;
+    if (moved)
+        d->tellMoved(from, to, firstColumn, lastColumn);
+    else
+        d->tellStayed(from, firstColumn, lastColumn);
+}
+
+// --- searches ---
+
+int IndexSort::search(const Record& key, int after) const
+{
+    const IndexListPrivate* d = listPrivate();
+    if (d->records.isEmpty())
+        return -1;
+    PartitionList<Record>::Place place = IndexSortWork(this).lower(key);
+    if (!d->records.normalize(place))
+        return -1;
+    int position = d->records.position(place);
+    if (position <= after) {
+        position = after + 1;
+        if (position >= count())
+            return -1;
+        place = d->records.place(position);
+    }
+    return compare(d->records.at(place), key) == 0 ? position : -1;
+}
+
+int IndexSort::searchLast(const Record& key, int after) const
+{
+    const IndexListPrivate* d = listPrivate();
+    if (d->records.isEmpty())
+        return -1;
+    PartitionList<Record>::Place place = IndexSortWork(this).upper(key);
+    if (!d->records.stepBack(place))
+        return -1;
+    const int position = d->records.position(place);
+    return position > after && compare(d->records.at(place), key) == 0 ? position : -1;
+}
+
+int IndexSort::searchFull(const Record& key, int after) const
+{
+    int passed = 0;
+    auto it = begin() + std::clamp(after, -1, count()) + 1;
+    for (const auto last = end(); it != last; ++it, ++passed)
+        if (compare(*it, key) == 0)
+            return passed;
+    return -1;
+}
+
+Record IndexSort::find(const Record& key, int after) const
+{
+    return at(search(key, after));
+}
+
+int IndexSort::indexOf(const Record& record) const
+{
+    PartitionList<Record>::Place place{0, 0, 0};
+    if (IndexSortWork(this).find(record, place))
+        return listPrivate()->records.position(place);
+    return IndexList::indexOf(record);
+}
+
+int IndexSort::indexOfAdd(const Record& record) const
+{
+    if (listPrivate()->records.isEmpty())
+        return 0;
+    return listPrivate()->records.position(IndexSortWork(this).upper(record));
+}
+
+QMap<Record, int> IndexSort::indexOfs(QList<Record> records) const
+{
+    QMap<Record, int> positions;
+    for (const Record& record : qAsConst(records)) {
+        const int position = indexOf(record);
+        if (position >= 0)
+            positions.insert(record, position);
+    }
+    return positions;
+}
+
+void IndexSort::move(int first, int last, int to)
+{
+    IndexList::move(first, last, to);
+}

@@ -1,0 +1,526 @@
+// SPDX-License-Identifier: MIT
+#include "index/indexsortwork_p.h"
+
+#include "table/table_p.h"
+
+#include <QHash>
+#include <QSet>
+
+#include <algorithm>
+
+using LiveTable::RowPool;
+
+// --- searches ---
+
+void IndexSortWork::prepare()
+{
+    if (!list.isEmpty())
+        return;
+    q->prepare();
+    if (d->keepsArrival && d->isMaster)
+        d->keys = IndexListPrivate::ArrivalNumbers;
+    else
+        d->keys = q->hasSortKey() ? IndexListPrivate::SortKeys : IndexListPrivate::NoKeys;
+    list.setKeyed(d->keys != IndexListPrivate::NoKeys);
+}
+
+quint64 IndexSortWork::keyOf(const Record& record) const
+{
+    if (d->keys == IndexListPrivate::SortKeys)
+        return q->sortKey(record);
+    return d->keys == IndexListPrivate::ArrivalNumbers ? RowPool::tag(record.row()) : 0;
+}
+
+quint64 IndexSortWork::keyToInsert(const Record& record)
+{
+    return d->keys == IndexListPrivate::ArrivalNumbers ? ++d->lastArrival : keyOf(record);
+}
+
+int IndexSortWork::order(quint64 keyA, const Record& a, quint64 keyB, const Record& b) const
+{
+    if (keyA != keyB && d->keys == IndexListPrivate::SortKeys)
+        return keyA < keyB ? -1 : 1;
+    return q->compare(a, b);
+}
+
+IndexSortWork::Place IndexSortWork::lower(const Record& record) const
+{
+    const bool byKey = d->keys == IndexListPrivate::SortKeys;
+    return list.partitionPoint(byKey, byKey ? q->sortKey(record) : 0, [&](const Record& element) {
+        return q->compare(element, record) < 0;
+    });
+}
+
+IndexSortWork::Place IndexSortWork::upper(const Record& record) const
+{
+    return upper(d->keys == IndexListPrivate::SortKeys ? q->sortKey(record) : 0, record);
+}
+
+IndexSortWork::Place IndexSortWork::upper(quint64 key, const Record& record) const
+{
+    return list.partitionPoint(d->keys == IndexListPrivate::SortKeys, key,
+                               [&](const Record& element) {
+                                   return q->compare(element, record) <= 0;
+                               });
+}
+
+bool IndexSortWork::find(const Record& record, Place& place) const
+{
+    if (list.isEmpty() || record.isNull() || record.table() != d->table.data())
+        return false;
+    if (d->keys == IndexListPrivate::ArrivalNumbers) {
+        place = list.partitionPoint(true, RowPool::tag(record.row()),
+                                    [](const Record&) { return false; });
+        return list.normalize(place) && list.at(place) == record;
+    }
+    place = lower(record);
+    if (!list.normalize(place))
+        return false;
+    if (list.at(place) == record)
+        return true;
+    // Among its equals only the row itself will do.
+    Place end = upper(record);
+    const bool hasEnd = list.normalize(end);
+    const auto atEnd = [&] {
+        return hasEnd && place.part == end.part && place.leaf == end.leaf
+               && place.offset == end.offset;
+    };
+    for (bool more = !atEnd(); more; more = list.stepForward(place) && !atEnd())
+        if (list.at(place) == record)
+            return true;
+    return false;
+}
+
+IndexSortWork::Hint IndexSortWork::locate(const Record& record) const
+{
+    Hint hint{record.row(), Place{0, 0, 0}, Hint::Found};
+    if (!find(record, hint.place)) {
+        // One that the filter refuses is not here: no need to look everywhere.
+        const bool isRefused = !q->filter(record);
+        hint.state = isRefused || list.isEmpty() ? Hint::Absent : Hint::Unknown;
+    }
+    return hint;
+}
+
+bool IndexSortWork::canSkip(const QList<Record>& removed, int firstColumn, int lastColumn,
+                            const QList<Record>& inserted) const
+{
+    return removed.isEmpty() && inserted.isEmpty() && !d->isObserved() && d->table
+           && !TablePrivate::get(d->table.data())->hasAbsentUpdates
+           && !q->isAffected(firstColumn, lastColumn);
+}
+
+bool IndexSortWork::isOutOfOrder(const Place& place, quint64 key, const Record& record) const
+{
+    const bool keyed = list.isKeyed();
+    Place neighbour = place;
+    if (list.stepBack(neighbour)
+        && order(keyed ? list.keyAt(neighbour) : 0, list.at(neighbour), key, record) > 0)
+        return true;
+    neighbour = place;
+    return list.stepForward(neighbour)
+           && order(key, record, keyed ? list.keyAt(neighbour) : 0, list.at(neighbour)) > 0;
+}
+
+// --- single records ---
+
+int IndexSortWork::insert(const Record& record)
+{
+    prepare();
+    const quint64 key = keyToInsert(record);
+    const Place place = upper(key, record);
+    const int position = d->isObserved() ? list.position(place) : 0;
+    d->insertAt(place, record, key);
+    return position;
+}
+
+bool IndexSortWork::move(Place place, quint64 key, int& from, int& to)
+{
+    const bool tells = d->isObserved();
+    from = to = tells ? list.position(place) : 0;
+    const Record record = list.at(place);
+    if (!isOutOfOrder(place, key, record)) {
+        if (list.isKeyed())
+            list.setKey(place, key);
+        return false;
+    }
+    d->takeAt(place);
+    Place target{0, 0, 0};
+    try {
+        target = upper(key, record);
+    } catch (...) {
+        // The record must not be lost; sorting will find its place.
+        d->append(record, key);
+        d->needsResort = true;
+        throw;
+    }
+    to = tells ? list.position(target) : 0;
+    d->insertAt(target, record, key);
+    return true;
+}
+
+bool IndexSortWork::applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn)
+{
+    Place place{0, 0, 0};
+    bool isAbsent = false;
+    const bool hintIsGood = d->hints.size() == 1 && d->hints[0].row == record.row()
+                            && d->hintsVersion == list.version();
+    if (hintIsGood && d->hints[0].state != Hint::Unknown) {
+        place = d->hints[0].place;
+        isAbsent = d->hints[0].state == Hint::Absent;
+    } else if (!find(record, place)) {
+        const int position = q->IndexList::indexOf(record);
+        isAbsent = position < 0;
+        if (!isAbsent)
+            place = list.place(position);
+    }
+    const bool belongs = !isRemoval && q->filter(record);
+    if (isAbsent) {
+        if (!belongs)
+            return false;
+        const int position = insert(record);
+        if (d->isObserved())
+            d->tellInserted(position);
+        return true;
+    }
+    if (!belongs) {
+        const int position = d->isObserved() ? list.position(place) : 0;
+        const Record taken = d->takeAt(place);
+        if (d->isObserved())
+            d->tellRemoved(position);
+        return true;
+    }
+    int from = 0;
+    int to = 0;
+    const bool moved = move(place, keyOf(record), from, to);
+    if (d->isObserved()) {
+        if (moved)
+            d->tellMoved(from, to, firstColumn, lastColumn);
+        else
+            d->tellStayed(from, firstColumn, lastColumn);
+    }
+    return true;
+}
+
+// --- exceptions of the host's functions ---
+
+void IndexSortWork::heal()
+{
+    if (d->needsRebuild) {
+        q->rebuild();
+    } else if (d->needsResort) {
+        d->needsResort = false;
+        try {
+            q->resort();
+        } catch (...) {
+            d->needsResort = true;
+            throw;
+        }
+    }
+}
+
+// A host's function threw while the transaction was applied. A view is built anew from the table at
+// the next notification; the master, which holds the table's rows, gets its content right at once,
+// without asking anybody.
+void IndexSortWork::recover(const QList<Record>& removed, const QList<Record>& updated,
+                            const QList<Record>& inserted)
+{
+    d->hints.clear();
+    if (!d->isMaster) {
+        d->needsRebuild = true;
+        d->tellReset();
+        return;
+    }
+    d->needsResort = true;
+    const auto drop = [this](const Record& record) {
+        const int position = q->IndexList::indexOf(record);
+        if (position >= 0)
+            d->takeAt(list.place(position));
+    };
+    std::for_each(removed.cbegin(), removed.cend(), drop);
+    const auto hold = [&](const Record& record) {
+        if (RowPool::tag(record.row()) == 0)
+            d->append(record, d->keys == IndexListPrivate::ArrivalNumbers ? ++d->lastArrival : 0);
+    };
+    for (const Record& record : updated)
+        if (!removed.contains(record))
+            hold(record);
+    std::for_each(inserted.cbegin(), inserted.cend(), hold);
+    d->tellReset();
+}
+
+// --- whole transactions ---
+
+void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& updated,
+                          int firstColumn, int lastColumn, const QList<Record>& inserted)
+{
+    if (removed.size() + updated.size() == 1 && inserted.isEmpty()) {
+        applyOne(removed.isEmpty() ? updated.first() : removed.first(), updated.isEmpty(),
+                 firstColumn, lastColumn);
+        return;
+    }
+    prepare();
+    collect(removed, updated);
+    findPositions(d->hints);
+    decide();
+    findOutOfOrder();
+    takeIncoming(inserted);
+    if (incoming.size() > static_cast<size_t>(list.count()) / 2) {
+        // So much comes in that sorting all is less than placing each.
+        RangeSet<int> leaving;
+        for (const Item& item : items)
+            if (item.position >= 0 && item.isLeaving)
+                leaving.addRange(item.position, item.position + 1);
+        d->removeRanges(leaving);
+        for (const Incoming& one : incoming)
+            d->append(*one.record, d->keys == IndexListPrivate::ArrivalNumbers ? ++d->lastArrival
+                                                                               : one.key);
+        q->resort();
+        return;
+    }
+    putIncoming();
+    if (d->isObserved())
+        tellAll(firstColumn, lastColumn);
+}
+
+// Each row once; a removal wins over an update.
+void IndexSortWork::collect(const QList<Record>& removed, const QList<Record>& updated)
+{
+    const int n = removed.size() + updated.size();
+    items.reserve(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i) {
+        const bool isRemoval = i < removed.size();
+        const Record& record = isRemoval ? removed.at(i) : updated.at(i - removed.size());
+        items.push_back({&record, i, -1, 0, isRemoval, isRemoval, false});
+    }
+    std::sort(items.begin(), items.end(), [](const Item& a, const Item& b) {
+        return *a.record != *b.record ? *a.record < *b.record : a.order < b.order;
+    });
+    items.erase(std::unique(items.begin(), items.end(),
+                            [](const Item& a, const Item& b) { return *a.record == *b.record; }),
+                items.end());
+}
+
+void IndexSortWork::findPositions(const std::vector<Hint>& hints)
+{
+    const bool hintsAreGood = d->hintsVersion == list.version();
+    std::vector<Item*> missing;
+    for (Item& item : items) {
+        const size_t i = static_cast<size_t>(item.order);
+        const bool known = hintsAreGood && i < hints.size()
+                           && hints[i].row == item.record->row();
+        Place place{0, 0, 0};
+        if (known && hints[i].state == Hint::Absent)
+            continue;
+        if (known && hints[i].state == Hint::Found)
+            item.position = list.position(hints[i].place);
+        else if (find(*item.record, place))
+            item.position = list.position(place);
+        else
+            missing.push_back(&item);
+    }
+    if (!missing.empty())
+        scanFor(missing);
+    std::sort(items.begin(), items.end(), [](const Item& a, const Item& b) {
+        // As unsigned, -1 comes last.
+        return static_cast<unsigned>(a.position) < static_cast<unsigned>(b.position);
+    });
+}
+
+// One pass for all that no search has found.
+void IndexSortWork::scanFor(std::vector<Item*>& missing)
+{
+    QHash<Record, Item*> wanted;
+    for (Item* item : missing)
+        wanted.insert(*item->record, item);
+    int position = 0;
+    list.forEachRun([&](const Record* records, const quint64*, int n) {
+        for (int i = 0; i < n; ++i, ++position)
+            if (Item* item = wanted.value(records[i], nullptr))
+                item->position = position;
+    });
+}
+
+// Who stays, who leaves, who comes in.
+void IndexSortWork::decide()
+{
+    for (Item& item : items) {
+        if (item.isRemoval)
+            continue;
+        if (!q->filter(*item.record)) {
+            item.isLeaving = true;
+            continue;
+        }
+        item.key = keyOf(*item.record);
+        item.isIncoming = item.position < 0;
+    }
+}
+
+// The changed records and the unchanged ones next to them, in order, as a chain.
+std::vector<IndexSortWork::Node> IndexSortWork::neighbours() const
+{
+    std::vector<Node> nodes;
+    nodes.reserve(items.size() * 3);
+    const auto add = [&](int item, int position) {
+        nodes.push_back({item, position, static_cast<int>(nodes.size()) - 1, -1});
+    };
+    for (size_t i = 0; i < items.size() && items[i].position >= 0; ++i) {
+        const int position = items[i].position;
+        const int before = nodes.empty() ? -1 : nodes.back().position;
+        if (position > 0 && before < position - 1)
+            add(-1, position - 1);
+        add(static_cast<int>(i), position);
+        const bool nextIsItem = i + 1 < items.size() && items[i + 1].position == position + 1;
+        if (!nextIsItem && position + 1 < list.count())
+            add(-1, position + 1);
+    }
+    for (size_t i = 0; i + 1 < nodes.size(); ++i)
+        nodes[i].next = static_cast<int>(i) + 1;
+    return nodes;
+}
+
+bool IndexSortWork::fits(const std::vector<Node>& nodes, int left, int right) const
+{
+    if (left < 0 || right < 0)
+        return true;
+    const auto record = [&](const Node& node) -> const Record& {
+        return node.item >= 0 ? *items[static_cast<size_t>(node.item)].record
+                              : list.at(node.position);
+    };
+    const auto key = [&](const Node& node) {
+        if (node.item >= 0)
+            return items[static_cast<size_t>(node.item)].key;
+        return list.isKeyed() ? list.keyAt(list.place(node.position)) : 0;
+    };
+    const Node& a = nodes[static_cast<size_t>(left)];
+    const Node& b = nodes[static_cast<size_t>(right)];
+    return order(key(a), record(a), key(b), record(b)) <= 0;
+}
+
+// Marks the updated records that must move. A record that looks right beside a neighbour that itself
+// moves may be wrong beside the next one, so whoever gets a new neighbour is looked at again.
+void IndexSortWork::findOutOfOrder()
+{
+    std::vector<Node> nodes = neighbours();
+    const auto item = [&](int node) -> Item* {
+        const int i = node < 0 ? -1 : nodes[static_cast<size_t>(node)].item;
+        return i < 0 ? nullptr : &items[static_cast<size_t>(i)];
+    };
+    const auto unlink = [&](int node) {
+        const Node gone = nodes[static_cast<size_t>(node)];
+        if (gone.previous >= 0)
+            nodes[static_cast<size_t>(gone.previous)].next = gone.next;
+        if (gone.next >= 0)
+            nodes[static_cast<size_t>(gone.next)].previous = gone.previous;
+    };
+    std::vector<int> toLookAt;
+    for (int i = static_cast<int>(nodes.size()) - 1; i >= 0; --i) {
+        if (const Item* changed = item(i)) {
+            if (changed->isLeaving)
+                unlink(i);
+            else
+                toLookAt.push_back(i);
+        }
+    }
+    while (!toLookAt.empty()) {
+        const int at = toLookAt.back();
+        toLookAt.pop_back();
+        Item* changed = item(at);
+        const Node& node = nodes[static_cast<size_t>(at)];
+        if (changed->isLeaving || (fits(nodes, node.previous, at) && fits(nodes, at, node.next)))
+            continue;
+        changed->isLeaving = changed->isIncoming = true;
+        unlink(at);
+        for (const int neighbour : {node.next, node.previous})
+            if (item(neighbour))
+                toLookAt.push_back(neighbour);
+    }
+}
+
+// What comes in, sorted: the inserted records, then the updated ones, equal ones in that order.
+void IndexSortWork::takeIncoming(const QList<Record>& inserted)
+{
+    for (const Record& record : inserted)
+        if (q->filter(record))
+            incoming.push_back({&record, keyOf(record), -1, -1});
+    std::vector<const Item*> updated;
+    for (const Item& item : items)
+        if (item.isIncoming)
+            updated.push_back(&item);
+    std::sort(updated.begin(), updated.end(),
+              [](const Item* a, const Item* b) { return a->order < b->order; });
+    for (const Item* item : updated)
+        incoming.push_back({item->record, item->key, item->position, -1});
+    std::stable_sort(incoming.begin(), incoming.end(),
+                     [this](const Incoming& a, const Incoming& b) {
+                         return order(a.key, *a.record, b.key, *b.record) < 0;
+                     });
+}
+
+void IndexSortWork::putIncoming()
+{
+    RangeSet<int> leaving;
+    for (const Item& item : items) {
+        if (item.position < 0)
+            break;
+        if (item.isLeaving)
+            leaving.addRange(item.position, item.position + 1);
+        else if (list.isKeyed())
+            list.setKey(list.place(item.position), item.key);
+    }
+    // A row that only moves keeps its number and its tag.
+    if (!leaving.isEmpty())
+        d->removeRanges(leaving);
+    for (Incoming& one : incoming) {
+        if (d->keys == IndexListPrivate::ArrivalNumbers)
+            one.key = ++d->lastArrival;
+        const Place place = upper(one.key, *one.record);
+        if (d->isObserved())
+            one.to = list.position(place);
+        d->insertAt(place, *one.record, one.key);
+    }
+}
+
+// Turns what happened into positions: of the old list for what left, of the new one for the rest.
+void IndexSortWork::tellAll(int firstColumn, int lastColumn)
+{
+    std::vector<int> removed;
+    std::vector<int> inserted;
+    std::vector<int> changed;
+    std::vector<IndexChange::Move> moved;
+    for (const Incoming& one : incoming) { // sorted, so these are the final positions
+        if (one.from < 0)
+            inserted.push_back(one.to);
+        else
+            moved.push_back({one.from, one.to});
+    }
+    int left = 0; // how many before an item have left the list
+    size_t in = 0; // how many of the incoming stand before it
+    for (const Item& item : items) {
+        if (item.position < 0)
+            break;
+        if (item.isLeaving) {
+            ++left;
+            if (!item.isIncoming)
+                removed.push_back(item.position);
+            continue;
+        }
+        const int between = item.position - left;
+        while (in < incoming.size() && incoming[in].to <= between + static_cast<int>(in))
+            ++in;
+        changed.push_back(between + static_cast<int>(in));
+    }
+    IndexChange change;
+    change.removed = removed.data();
+    change.removedCount = static_cast<int>(removed.size());
+    change.moved = moved.data();
+    change.movedCount = static_cast<int>(moved.size());
+    change.inserted = inserted.data();
+    change.insertedCount = static_cast<int>(inserted.size());
+    change.changed = changed.data();
+    change.changedCount = static_cast<int>(changed.size());
+    change.firstColumn = firstColumn;
+    change.lastColumn = lastColumn;
+    if (!removed.empty() || !moved.empty() || !inserted.empty() || !changed.empty())
+        d->tell(change);
+}

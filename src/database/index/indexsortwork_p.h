@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+// Private: not installed, may change at any time.
+#pragma once
+
+#include "index/indexlist_p.h"
+#include "index/indexsort.h"
+
+#include <vector>
+
+/// The working side of a sorted index: searches by place, and the application of transactions.
+/// It lives for one call.
+class IndexSortWork
+{
+public:
+    using Place = PartitionList<Record>::Place;
+    using Hint = IndexListPrivate::Hint;
+
+    explicit IndexSortWork(const IndexSort* index)
+        : q(const_cast<IndexSort*>(index)), d(IndexListPrivate::get(index)), list(d->records)
+    {
+    }
+
+    /// Before the first record comes in: looks up columns, decides on keys.
+    void prepare();
+    quint64 keyOf(const Record& record) const;
+    quint64 keyToInsert(const Record& record);
+    /// Orders an element against a record by key, then compare().
+    int order(quint64 keyA, const Record& a, quint64 keyB, const Record& b) const;
+    /// The first place whose record does not sort before `record`.
+    Place lower(const Record& record) const;
+    /// The first place whose record sorts behind `record`.
+    Place upper(const Record& record) const;
+    Place upper(quint64 key, const Record& record) const;
+    /// Searches this very row; true and its place when it is where its values say.
+    bool find(const Record& record, Place& place) const;
+    Hint locate(const Record& record) const;
+    /// Whether an update of these columns alone cannot concern the index.
+    bool canSkip(const QList<Record>& removed, int firstColumn, int lastColumn,
+                 const QList<Record>& inserted) const;
+    bool isOutOfOrder(const Place& place, quint64 key, const Record& record) const;
+    int insert(const Record& record);
+    /// Moves the record at a place to where it belongs; true when it had to move.
+    bool move(Place place, quint64 key, int& from, int& to);
+    void heal();
+    void recover(const QList<Record>& removed, const QList<Record>& updated,
+                 const QList<Record>& inserted);
+
+    /// A transaction.
+    void apply(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
+               int lastColumn, const QList<Record>& inserted);
+
+private:
+    struct Item // a removed or updated record
+    {
+        const Record* record;
+        int order; // in removed, then updated
+        int position;
+        quint64 key;
+        bool isRemoval;
+        bool isLeaving; // its position is to be deleted
+        bool isIncoming;
+    };
+    struct Node // of the chain of records around changed places
+    {
+        int item; // or -1: an unchanged neighbour
+        int position;
+        int previous;
+        int next;
+    };
+    struct Incoming
+    {
+        const Record* record;
+        quint64 key;
+        int from; // its old position, or -1
+        int to;
+    };
+
+    bool applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn);
+    void collect(const QList<Record>& removed, const QList<Record>& updated);
+    void findPositions(const std::vector<Hint>& hints);
+    void scanFor(std::vector<Item*>& missing);
+    void decide();
+    void findOutOfOrder();
+    std::vector<Node> neighbours() const;
+    bool fits(const std::vector<Node>& nodes, int left, int right) const;
+    void takeIncoming(const QList<Record>& inserted);
+    void putIncoming();
+    void tellAll(int firstColumn, int lastColumn);
+
+    IndexSort* q;
+    IndexListPrivate* d;
+    PartitionList<Record>& list;
+    std::vector<Item> items; // by position, those without one last
+    std::vector<Incoming> incoming;
+};

@@ -1,0 +1,620 @@
+// SPDX-License-Identifier: MIT
+// The half of Table that works through its indexes: rows, transactions, brackets. The one source of
+// this folder that looks up to the index floor.
+#include "table/table.h"
+
+#include "index/indexlimit.h"
+#include "index/masterindex.h"
+#include "table/table_p.h"
+
+#include <QtDebug>
+
+#include <algorithm>
+#include <atomic>
+
+using LiveTable::RowPool;
+
+namespace {
+
+enum State { Idle = 0, BeforeChange = 1, AfterChange = 2 };
+
+// Relaxed: a sum for display, which tables on several threads add to.
+std::atomic<qint64> m_nsecsElapsedTotal{0};
+
+// Sets the table's state and puts it back to idle however the scope is left.
+class StateGuard
+{
+public:
+    StateGuard(int& state, State now) : guarded(state) { guarded = now; }
+    ~StateGuard() { guarded = Idle; }
+    Q_DISABLE_COPY(StateGuard)
+
+private:
+    int& guarded;
+};
+
+bool isInTable(const Record& record)
+{
+    return RowPool::tag(record.row()) != 0;
+}
+
+void moveToMasterOrder(const MasterIndex* master, QList<Record>& records)
+{
+    std::stable_sort(records.begin(), records.end(), [master](const Record& a, const Record& b) {
+        return master->compare(a, b) < 0;
+    });
+}
+
+} // namespace
+
+Table::Table(const QString& name, const QString& title, QObject* parent)
+    : QObject(parent), d(new TablePrivate(this, name, title))
+{
+    setMasterIndex(new MasterIndexOrdered(this));
+}
+
+Table::~Table()
+{
+    const QList<Index*> indexes = d->indexes;
+    for (Index* index : indexes)
+        index->clear();
+    setMasterIndex(nullptr);
+}
+
+// --- rows ---
+
+int Table::rowCount() const
+{
+    return d->master ? d->master->count() : 0;
+}
+
+const Record& Table::at(int i) const
+{
+    return d->master ? d->master->at(i) : Record::null;
+}
+
+Field Table::data(int row, int column) const
+{
+    return at(row).data(column);
+}
+
+void Table::setNull(int row, int column)
+{
+    const Record& record = at(row);
+    if (!record.isNull() && d->def(column))
+        record.data(column).setNull();
+}
+
+// Calls notify(index) for each index, also for those behind one that throws; the first failure is
+// kept. An index taken off the list by an earlier notification is not told any more.
+template <typename Notify>
+void TablePrivate::tellIndexes(std::exception_ptr& failure, Notify notify)
+{
+    const QList<Index*> told = indexes;
+    const quint32 version = indexesVersion;
+    for (Index* index : told) {
+        if (version != indexesVersion && !indexes.contains(index))
+            continue;
+        try {
+            notify(index);
+        } catch (...) {
+            if (!failure)
+                failure = std::current_exception();
+        }
+    }
+}
+
+// Runs a change outside any transaction: what its notifications raise waits until it is done.
+// `change` gets the place to keep the first failure in.
+template <typename Change>
+void TablePrivate::changeNow(Change change)
+{
+    std::exception_ptr failure;
+    {
+        const StateGuard guard(transactionState, AfterChange);
+        change(failure);
+    }
+    try {
+        drainPending();
+    } catch (...) {
+        if (!failure)
+            failure = std::current_exception();
+    }
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+void TablePrivate::drainPending()
+{
+    while (!pending.isEmpty()) {
+        RecordsTrans next(q);
+        next.swap(pending);
+        q->processSingleTransaction(next);
+    }
+}
+
+void TablePrivate::addRow(const Record& record)
+{
+    if (record.isNull())
+        return;
+    if (!isOwn(record) || isInTable(record)) {
+        qWarning() << "Table::appendRow : the row is in the table already, or of another table";
+        return;
+    }
+    if (transactionState != Idle) {
+        pending.insert(record);
+        return;
+    }
+    changeNow([&](std::exception_ptr& failure) {
+        if (master)
+            master->add(record);
+        tellIndexes(failure, [&](Index* index) {
+            if (index->filter(record))
+                index->add(record);
+        });
+    });
+}
+
+Record Table::appendRow()
+{
+    const Record record(this);
+    d->addRow(record);
+    return record;
+}
+
+Record Table::appendRow(unsigned char* row)
+{
+    const Record record(row);
+    d->addRow(record);
+    return record;
+}
+
+void Table::appendList(const QList<Record>& records)
+{
+    QList<Record> removed;
+    QList<Record> updated;
+    process(removed, updated, -1, -1, records, QList<Record>());
+}
+
+void Table::remove(const Record& record, int position)
+{
+    if (!d->isOwn(record))
+        return;
+    if (d->transactionState != Idle) {
+        d->pending.remove(record);
+        return;
+    }
+    const Record held = record; // `record` may be the master's own element
+    d->changeNow([&](std::exception_ptr& failure) {
+        d->tellIndexes(failure, [&](Index* index) { index->remove(held, -1); });
+        if (d->master)
+            d->master->remove(held, position);
+    });
+}
+
+void Table::updated(const Record& record, int firstColumn, int lastColumn, int position)
+{
+    if (!d->isOwn(record))
+        return;
+    if (d->transactionState != Idle) {
+        d->pending.update(record, record, firstColumn, lastColumn);
+        return;
+    }
+    const Record held = record;
+    d->changeNow([&](std::exception_ptr& failure) {
+        try {
+            if (d->master)
+                d->master->update(held, firstColumn, lastColumn, position);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        d->tellIndexes(failure, [&](Index* index) {
+            index->update(held, firstColumn, lastColumn, -1);
+        });
+    });
+}
+
+void Table::updatedRow(int row)
+{
+    updated(at(row), 0, columnCount() - 1, -1);
+}
+
+void Table::clear()
+{
+    if (d->transactionState != Idle) {
+        for (int i = 0; i < rowCount(); ++i)
+            d->pending.remove(at(i));
+        return;
+    }
+    d->changeNow([&](std::exception_ptr& failure) {
+        d->tellIndexes(failure, [](Index* index) { index->clear(); });
+        if (d->master)
+            d->master->clear();
+    });
+}
+
+void Table::build()
+{
+    std::exception_ptr failure;
+    d->tellIndexes(failure, [](Index* index) { index->build(); });
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+void Table::addColumn(const TableColumnDef& def)
+{
+    if (!d->acceptsNewColumn(def))
+        return;
+    FieldType::typeLength(def.type, def.length); // throws what is wrong with them
+    if (d->transactionState != Idle)
+        throw QStringLiteral("Columns can't be added while a transaction is applied.");
+
+    QList<Record> rows;
+    if (d->master) {
+        rows.reserve(d->master->count());
+        for (const Record& record : *d->master)
+            rows.append(record);
+    }
+    d->changeNow([&](std::exception_ptr& failure) {
+        if (d->master)
+            d->master->clear();
+        d->tellIndexes(failure, [](Index* index) { index->clear(); });
+        try {
+            d->relayout(def, rows);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        for (const Record& row : qAsConst(rows))
+            d->master->add(row);
+        d->tellIndexes(failure, [](Index* index) { index->build(); });
+    });
+}
+
+// --- transactions ---
+
+int Table::transactionState() const
+{
+    return d->transactionState;
+}
+
+void Table::process(RecordsTrans& transaction)
+{
+    timer.start();
+    struct Stopwatch
+    {
+        Table* table;
+        ~Stopwatch()
+        {
+            table->elapsed += table->timer.nsecsElapsed();
+            m_nsecsElapsedTotal.fetch_add(table->timer.nsecsElapsed(), std::memory_order_relaxed);
+        }
+    } const stopwatch{this};
+
+    if (d->transactionState != Idle) {
+        d->pending.merge(transaction);
+        transaction.clear();
+        return;
+    }
+    processSingleTransaction(transaction);
+    d->drainPending();
+}
+
+void Table::process(QList<Record>& removed, QList<Record>& updated, int first, int last,
+                    const QList<Record>& inserted, const QList<Record>& changed)
+{
+    if (d->transactionState != Idle) {
+        d->pending.merge(removed, updated, first, last, inserted, changed);
+        return;
+    }
+    processSingleTransaction(removed, updated, first, last, inserted, changed);
+    d->drainPending();
+}
+
+void Table::processSingleTransaction(RecordsTrans& transaction)
+{
+    RecordsTrans now(this);
+    now.swap(transaction); // empty from here on, also when an index throws
+    now.rebase();
+    QList<Record> removed = now.removed();
+    QList<Record> updated = now.updated();
+    const bool hasRange = now.lastColumn() >= now.firstColumn();
+    processSingleTransaction(removed, updated, hasRange ? now.firstColumn() : -1,
+                             hasRange ? now.lastColumn() : -1, now.inserted(), now.changed());
+}
+
+void Table::processSingleTransaction(QList<Record>& removed, QList<Record>& updated, int first,
+                                     int last, const QList<Record>& inserted,
+                                     const QList<Record>& changed)
+{
+    const auto own = [this](const Record& record) { return d->isOwn(record); };
+    const bool allOwn = std::all_of(removed.cbegin(), removed.cend(), own)
+                        && std::all_of(updated.cbegin(), updated.cend(), own)
+                        && std::all_of(inserted.cbegin(), inserted.cend(), own)
+                        && std::all_of(changed.cbegin(), changed.cend(), own);
+    const auto waiting = [](const Record& record) { return !isInTable(record); };
+    const bool allNew = std::all_of(inserted.cbegin(), inserted.cend(), waiting);
+    if (allOwn && allNew && !d->limit) {
+        d->apply(removed, updated, first, last, inserted, changed);
+        return;
+    }
+    QList<Record> ownInserted = inserted;
+    QList<Record> ownChanged = changed;
+    if (!allOwn)
+        d->refuseForeignRows(removed, updated, ownInserted, ownChanged);
+    for (const Record& record : qAsConst(ownInserted))
+        if (isInTable(record) && !removed.contains(record))
+            removed.append(record);
+    if (d->limit)
+        d->trimToLimit(removed, updated, ownChanged, ownInserted.size());
+    d->apply(removed, updated, first, last, ownInserted, ownChanged);
+}
+
+// Rows of other tables, null and detached ones would be written past their blocks.
+void TablePrivate::refuseForeignRows(QList<Record>& removed, QList<Record>& updated,
+                                     QList<Record>& inserted, QList<Record>& changed) const
+{
+    qWarning() << "Table::process : rows of another table, or from before a column was added, are"
+                  " left out";
+    const auto foreign = [this](const Record& record) { return !isOwn(record); };
+    removed.erase(std::remove_if(removed.begin(), removed.end(), foreign), removed.end());
+    inserted.erase(std::remove_if(inserted.begin(), inserted.end(), foreign), inserted.end());
+    for (int i = updated.size() - 1; i >= 0; --i) {
+        const bool hasContent = i < changed.size();
+        if (!foreign(updated.at(i)) && !(hasContent && foreign(changed.at(i))))
+            continue;
+        updated.removeAt(i);
+        if (hasContent)
+            changed.removeAt(i);
+    }
+}
+
+void TablePrivate::trimToLimit(QList<Record>& removed, QList<Record>& updated,
+                               QList<Record>& changed, int insertedCount)
+{
+    if (master && !master->columns().isEmpty()) {
+        // The limit searches the lists in master order; nobody else sorts them.
+        moveToMasterOrder(master, removed);
+        if (changed.size() == updated.size()) {
+            QList<QPair<Record, Record>> pairs;
+            for (int i = 0; i < updated.size(); ++i)
+                pairs.append(qMakePair(updated.at(i), changed.at(i)));
+            const MasterIndex* order = master;
+            std::stable_sort(pairs.begin(), pairs.end(), [order](const auto& a, const auto& b) {
+                return order->compare(a.first, b.first) < 0;
+            });
+            for (int i = 0; i < pairs.size(); ++i) {
+                updated[i] = pairs.at(i).first;
+                changed[i] = pairs.at(i).second;
+            }
+        }
+    }
+    limit->toRemove(insertedCount - removed.size(), removed, updated);
+}
+
+void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int first, int last,
+                         const QList<Record>& inserted, const QList<Record>& changed)
+{
+    hasAbsentUpdates = !std::all_of(updated.cbegin(), updated.cend(), isInTable);
+    const QList<Index*> announced = indexes;
+    const quint32 version = indexesVersion;
+    const StateGuard guard(transactionState, BeforeChange);
+    // What is thrown here stops the transaction while nothing has changed yet.
+    if (master)
+        master->locate(removed, updated, first, last, inserted);
+    for (Index* index : announced)
+        if (version == indexesVersion || indexes.contains(index))
+            index->preprocess(removed, updated, first, last, inserted, changed);
+
+    const int n = std::min(updated.size(), changed.size());
+    for (int i = 0; i < n; ++i)
+        if (updated.at(i) != changed.at(i))
+            q->copyRowContent(updated.at(i).row(), changed.at(i).row(), first, last);
+
+    std::exception_ptr failure;
+    try {
+        if (master)
+            master->process(removed, updated, first, last, inserted);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    transactionState = AfterChange;
+    for (Index* index : announced) {
+        if (version != indexesVersion && !indexes.contains(index))
+            continue;
+        try {
+            index->process(removed, updated, first, last, inserted);
+        } catch (...) {
+            if (!failure)
+                failure = std::current_exception();
+        }
+    }
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+// --- indexes ---
+
+MasterIndex* Table::masterIndex() const
+{
+    return d->master;
+}
+
+void Table::setMasterIndex(MasterIndex* index)
+{
+    if (index == d->master)
+        return;
+    delete d->master;
+    d->master = index;
+    if (index)
+        index->install();
+}
+
+QList<Index*> Table::indexes() const
+{
+    return d->indexes;
+}
+
+void Table::setIndexes(const QList<Index*>& indexes)
+{
+    d->indexes = indexes;
+    ++d->indexesVersion;
+}
+
+void Table::addIndex(Index* index)
+{
+    d->indexes.append(index);
+    ++d->indexesVersion;
+    Q_EMIT indexAdded(index);
+}
+
+void Table::removeIndex(Index* index)
+{
+    d->indexes.removeOne(index);
+    ++d->indexesVersion;
+    const QString name = indexName(index);
+    if (!name.isEmpty())
+        d->namedIndexes.remove(name);
+    d->namesChanged();
+    Q_EMIT indexRemoved(index);
+}
+
+void Table::setIndexName(const QString& name, Index* index)
+{
+    d->namedIndexes.insert(name, index);
+    d->namesChanged();
+    Q_EMIT indexNameUpdated(index, name);
+}
+
+// The limit index is wanted for every transaction, so it is not looked up by its name each time.
+void TablePrivate::namesChanged()
+{
+    limit = dynamic_cast<IndexLimit*>(namedIndexes.value(QStringLiteral("IndexLimit")));
+}
+
+// An index that dies must not be found again by a second name it may have.
+void TablePrivate::forgetNames(const Index* index)
+{
+    for (auto it = namedIndexes.begin(); it != namedIndexes.end();)
+        it = it.value() == index ? namedIndexes.erase(it) : it + 1;
+    namesChanged();
+}
+
+Index* Table::namedIndex(const QString& name) const
+{
+    return d->namedIndexes.value(name, nullptr);
+}
+
+QString Table::indexName(Index* index) const
+{
+    return d->namedIndexes.key(index);
+}
+
+QList<Index*> Table::dependentIndexes() const
+{
+    return d->dependents;
+}
+
+void Table::addDependentIndex(Index* index)
+{
+    d->dependents.append(index);
+    Q_EMIT dependentIndexAdded(index);
+}
+
+void Table::removeDependentIndex(Index* index)
+{
+    d->dependents.removeOne(index);
+    Q_EMIT dependentIndexRemoved(index);
+}
+
+// --- brackets ---
+
+void Table::beginUpdate()
+{
+    if (d->updateDepth.fetchAndAddOrdered(1) > 0)
+        return;
+    const QList<Index*> dependents = d->dependents;
+    for (Index* index : dependents)
+        if (d->dependents.contains(index))
+            index->dependentBeginUpdate(this);
+    d->mutex.lock();
+    if (d->master)
+        d->master->beginUpdate();
+    std::exception_ptr failure;
+    d->tellIndexes(failure, [](Index* index) { index->beginUpdate(); });
+    if (!failure)
+        return;
+    try {
+        endUpdate(); // the caller's bracket does not stand
+    } catch (...) {
+    }
+    std::rethrow_exception(failure);
+}
+
+void Table::endUpdate()
+{
+    if (d->updateDepth.fetchAndAddOrdered(-1) > 1)
+        return;
+    if (d->master)
+        d->master->endUpdate();
+    std::exception_ptr failure;
+    d->tellIndexes(failure, [](Index* index) { index->endUpdate(); });
+    d->mutex.unlock();
+    const QList<Index*> dependents = d->dependents;
+    for (Index* index : dependents)
+        if (d->dependents.contains(index))
+            index->dependentEndUpdate(this);
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+void Table::lock()
+{
+    d->mutex.lock();
+}
+
+void Table::unlock()
+{
+    d->mutex.unlock();
+}
+
+// --- timing ---
+
+qint64 Table::nsecsElapsed() const
+{
+    return elapsed;
+}
+
+void Table::setNsecsElapsed(const qint64& nsecs)
+{
+    elapsed = nsecs;
+}
+
+qint64 Table::nsecsElapsedTotal()
+{
+    return m_nsecsElapsedTotal.load(std::memory_order_relaxed);
+}
+
+decimal Table::percentElapsed() const
+{
+    return LiveTable::shareInPercent(elapsed, nsecsElapsedTotal());
+}
+
+// --- what Record asks its table ---
+
+bool LiveTable::tableHolds(const Table* table, const Record& record)
+{
+    const MasterIndex* master = table->masterIndex();
+    return master && master->contains(record);
+}
+
+QString LiveTable::keyText(const Table* table, const Record& record)
+{
+    const MasterIndex* master = table->masterIndex();
+    return master ? master->toText(record) : QString();
+}
+
+Record LiveTable::findByKey(const Table* table, const QString& key)
+{
+    const MasterIndex* master = table->masterIndex();
+    return master && !key.isEmpty() ? master->find(master->fromText(key), -1) : Record();
+}
