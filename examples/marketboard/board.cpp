@@ -18,12 +18,12 @@ QStringList names(std::initializer_list<const char*> latin1)
     return list;
 }
 
-void addColumn(Table& table, const char* name, FieldType::Type type, int length = 0)
+void addCell(Table& table, const char* name, FieldType::Type type, int length = 0)
 {
     table.addColumn(QString::fromLatin1(name), type, length);
 }
 
-void addKeyColumn(Table& table, const char* name, FieldType::Type type, int length = 0)
+void addKey(Table& table, const char* name, FieldType::Type type, int length = 0)
 {
     constexpr bool nullable = false;
     table.addColumn(QString::fromLatin1(name), type, length, nullable);
@@ -79,78 +79,88 @@ void writeQuote(Row& row, const FutureQuote& quote)
     writeSide(row, Board::FutureAsk, Board::FutureAskSize, quote.ask);
 }
 
+std::unique_ptr<Table> makeOptionTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("options"));
+    addKey(*table, "expiry", FieldType::Integer);
+    addKey(*table, "right", FieldType::VarChar, 1);
+    addKey(*table, "strike", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "time", FieldType::Integer);
+    addCell(*table, "bidSize", FieldType::Integer);
+    addCell(*table, "askSize", FieldType::Integer);
+    addCell(*table, "bid", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "spread", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "ask", FieldType::Decimal, PriceDecimals);
+    table->setMasterIndex(
+        new MasterIndex_Column_Pure(table.get(), names({"expiry", "right", "strike"})));
+    return table;
+}
+
+std::unique_ptr<Table> makeFutureTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("futures"));
+    addKey(*table, "contract", FieldType::Integer);
+    addCell(*table, "time", FieldType::Integer);
+    addCell(*table, "bid", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "bidSize", FieldType::Integer);
+    addCell(*table, "ask", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "askSize", FieldType::Integer);
+    table->setMasterIndex(new MasterIndex_Column_Pure(table.get(), QStringLiteral("contract")));
+    return table;
+}
+
+/// Without a key: rows stay in the order in which they came.
+std::unique_ptr<Table> makeTapeTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("tape"));
+    addKey(*table, "sequence", FieldType::Integer64);
+    addCell(*table, "time", FieldType::Integer);
+    addCell(*table, "expiry", FieldType::Integer);
+    addCell(*table, "right", FieldType::VarChar, 1);
+    addCell(*table, "strike", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "bid", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "bidSize", FieldType::Integer);
+    addCell(*table, "ask", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "askSize", FieldType::Integer);
+    return table;
+}
+
+std::unique_ptr<Table> makeInstrumentTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("instruments"));
+    addKey(*table, "market", FieldType::VarChar, 16);
+    addKey(*table, "symbol", FieldType::VarChar, 16);
+    addKey(*table, "type", FieldType::VarChar, 16);
+    addCell(*table, "description", FieldType::VarChar, 128);
+    addCell(*table, "currency", FieldType::VarChar, 16);
+    addCell(*table, "multiplier", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "tick", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "lotSize", FieldType::Decimal, PriceDecimals);
+    table->setMasterIndex(
+        new MasterIndex_Column_Pure(table.get(), names({"market", "symbol", "type"})));
+    return table;
+}
+
 } // namespace
 
-Board::OptionTable::OptionTable()
-    : Table(QStringLiteral("options"))
-{
-    addKeyColumn(*this, "expiry", FieldType::Integer);
-    addKeyColumn(*this, "right", FieldType::VarChar, 1);
-    addKeyColumn(*this, "strike", FieldType::Decimal, PriceDecimals);
-    addColumn(*this, "time", FieldType::Integer);
-    addColumn(*this, "bidSize", FieldType::Integer);
-    addColumn(*this, "askSize", FieldType::Integer);
-    addColumn(*this, "bid", FieldType::Decimal, PriceDecimals);
-    addColumn(*this, "spread", FieldType::Decimal, PriceDecimals);
-    addColumn(*this, "ask", FieldType::Decimal, PriceDecimals);
-    setMasterIndex(new MasterIndex_Column_Pure(this, names({"expiry", "right", "strike"})));
-}
-
-Board::FutureTable::FutureTable()
-    : Table(QStringLiteral("futures"))
-{
-    addKeyColumn(*this, "contract", FieldType::Integer);
-    addColumn(*this, "time", FieldType::Integer);
-    addColumn(*this, "bid", FieldType::Decimal, PriceDecimals);
-    addColumn(*this, "bidSize", FieldType::Integer);
-    addColumn(*this, "ask", FieldType::Decimal, PriceDecimals);
-    addColumn(*this, "askSize", FieldType::Integer);
-    setMasterIndex(new MasterIndex_Column_Pure(this, QStringLiteral("contract")));
-}
-
-Board::TapeTable::TapeTable()
-    : Table(QStringLiteral("tape"))
-{
-    addKeyColumn(*this, "sequence", FieldType::Integer64);
-    addColumn(*this, "time", FieldType::Integer);
-    addColumn(*this, "expiry", FieldType::Integer);
-    addColumn(*this, "right", FieldType::VarChar, 1);
-    addColumn(*this, "strike", FieldType::Decimal, PriceDecimals);
-    addColumn(*this, "bid", FieldType::Decimal, PriceDecimals);
-    addColumn(*this, "bidSize", FieldType::Integer);
-    addColumn(*this, "ask", FieldType::Decimal, PriceDecimals);
-    addColumn(*this, "askSize", FieldType::Integer);
-    setMasterIndex(new MasterIndex_Column_Pure(this, QStringLiteral("sequence")));
-}
-
-Board::InstrumentTable::InstrumentTable()
-    : Table(QStringLiteral("instruments"))
-{
-    addKeyColumn(*this, "market", FieldType::VarChar, 16);
-    addKeyColumn(*this, "symbol", FieldType::VarChar, 16);
-    addKeyColumn(*this, "type", FieldType::VarChar, 16);
-    addColumn(*this, "description", FieldType::VarChar, 128);
-    addColumn(*this, "currency", FieldType::VarChar, 16);
-    addColumn(*this, "multiplier", FieldType::Decimal, PriceDecimals);
-    addColumn(*this, "tick", FieldType::Decimal, PriceDecimals);
-    addColumn(*this, "lotSize", FieldType::Decimal, PriceDecimals);
-    setMasterIndex(new MasterIndex_Column_Pure(this, names({"market", "symbol", "type"})));
-}
-
 Board::Board()
-    : byBid(&optionTable, {{Bid, SortColumn::Descending, SortColumn::NullsLast}})
+    : instrumentTable(makeInstrumentTable())
+    , futureTable(makeFutureTable())
+    , optionTable(makeOptionTable())
+    , tapeTable(makeTapeTable())
+    , byBid(optionTable.get(), {{Bid, SortColumn::Descending, SortColumn::NullsLast}})
     , bySpread(
-          &optionTable,
+          optionTable.get(),
           {{Spread, SortColumn::Ascending, SortColumn::NullsLast}, {Expiry}, {Right}, {Strike}})
-    , byContract(&optionTable, names({"expiry", "right", "strike"}))
-    , twoSided(&optionTable, names({"expiry", "strike", "right"}))
-    , watch(&optionTable)
-    , newest(TapeLimit, &tapeTable, names({"sequence"}))
-    , optionChanges(&optionTable)
-    , futureChanges(&futureTable)
-    , tapeChanges(&tapeTable)
-    , optionKey(&optionTable)
-    , futureKey(&futureTable)
+    , byContract(optionTable.get(), names({"expiry", "right", "strike"}))
+    , twoSided(optionTable.get(), names({"expiry", "strike", "right"}))
+    , watch(optionTable.get())
+    , newest(TapeLimit, tapeTable.get(), names({"sequence"}))
+    , optionChanges(optionTable.get())
+    , futureChanges(futureTable.get())
+    , tapeChanges(tapeTable.get())
+    , optionKey(optionTable.get())
+    , futureKey(futureTable.get())
 {
     twoSided.setFilter(
         [](const Record& row) { return !row.data(Bid).isNull() && !row.data(Ask).isNull(); },
@@ -161,7 +171,7 @@ void Board::load(const QVector<Instrument>& directory)
 {
     QList<Record> rows;
     for (const Instrument& instrument : directory) {
-        Record row(&instrumentTable);
+        Record row(instrumentTable.get());
         row.data(Market) = instrument.market;
         row.data(Symbol) = instrument.symbol;
         row.data(Type) = instrument.type;
@@ -172,17 +182,17 @@ void Board::load(const QVector<Instrument>& directory)
         row.data(LotSize) = instrument.lotSize;
         rows += row;
     }
-    instrumentTable.beginUpdate();
-    instrumentTable.appendList(rows);
-    instrumentTable.endUpdate();
+    instrumentTable->beginUpdate();
+    instrumentTable->appendList(rows);
+    instrumentTable->endUpdate();
 }
 
 void Board::apply(const OptionQuote& quote)
 {
-    optionTable.beginUpdate();
+    optionTable->beginUpdate();
     const Record live = option(quote.expiry, quote.right, quote.strike);
     if (live.isNull()) {
-        Record added(&optionTable);
+        Record added(optionTable.get());
         writeKey(added, quote);
         writeQuote(added, quote);
         optionChanges.insert(added);
@@ -191,17 +201,17 @@ void Board::apply(const OptionQuote& quote)
         writeQuote(updater, quote); // the columns that really change are handed over at its end
     }
     optionChanges.execute();
-    optionTable.endUpdate();
+    optionTable->endUpdate();
     writeOnTape(quote);
 }
 
 void Board::apply(const FutureQuote& quote)
 {
-    futureTable.beginUpdate();
+    futureTable->beginUpdate();
     futureKey.data(Contract) = quote.contract;
-    const Record live = futureTable.masterIndex()->find(futureKey);
+    const Record live = futureTable->masterIndex()->find(futureKey);
     if (live.isNull()) {
-        Record added(&futureTable);
+        Record added(futureTable.get());
         added.data(Contract) = quote.contract;
         writeQuote(added, quote);
         futureChanges.insert(added);
@@ -210,12 +220,12 @@ void Board::apply(const FutureQuote& quote)
         writeQuote(updater, quote);
     }
     futureChanges.execute();
-    futureTable.endUpdate();
+    futureTable->endUpdate();
 }
 
 void Board::writeOnTape(const OptionQuote& quote)
 {
-    Record row(&tapeTable);
+    Record row(tapeTable.get());
     row.data(Sequence) = ++sequence;
     row.data(TapeTime) = quote.timeMs;
     row.data(TapeExpiry) = quote.expiry;
@@ -224,10 +234,10 @@ void Board::writeOnTape(const OptionQuote& quote)
     writeSide(row, TapeBid, TapeBidSize, quote.bid);
     writeSide(row, TapeAsk, TapeAskSize, quote.ask);
 
-    tapeTable.beginUpdate();
+    tapeTable->beginUpdate();
     tapeChanges.insert(row);
     tapeChanges.execute(); // the limit takes the oldest quote off in the same transaction
-    tapeTable.endUpdate();
+    tapeTable->endUpdate();
 }
 
 Board::Changes Board::takeChanges()
@@ -259,5 +269,5 @@ Record Board::option(int expiry, char right, decimal strike) const
     optionKey.data(Expiry) = expiry;
     optionKey.data(Right) = rightText(right);
     optionKey.data(Strike) = strike;
-    return optionTable.masterIndex()->find(optionKey);
+    return optionTable->masterIndex()->find(optionKey);
 }

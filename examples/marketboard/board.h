@@ -10,7 +10,7 @@
 
 #include <QVector>
 
-class MasterIndex;
+#include <memory>
 
 /// The tables of the board and the views that are live on them.
 ///
@@ -106,37 +106,19 @@ public:
     /// The option's row; a null record for one that was never quoted.
     Record option(int expiry, char right, decimal strike) const;
 
-    const Table& options() const { return optionTable; }
-    const Table& futures() const { return futureTable; }
-    const Table& instruments() const { return instrumentTable; }
-    const Table& tape() const { return tapeTable; }
+    const Table& options() const { return *optionTable; }
+    const Table& futures() const { return *futureTable; }
+    const Table& instruments() const { return *instrumentTable; }
+    const Table& tape() const { return *tapeTable; }
     const SortedLimit& tapeView() const { return newest; }
 
 private:
-    /// Tables whose columns and key are set before any view is made on them.
-    struct OptionTable : Table
-    {
-        OptionTable();
-    };
-    struct FutureTable : Table
-    {
-        FutureTable();
-    };
-    struct TapeTable : Table
-    {
-        TapeTable();
-    };
-    struct InstrumentTable : Table
-    {
-        InstrumentTable();
-    };
-
     void writeOnTape(const OptionQuote& quote);
 
-    InstrumentTable instrumentTable;
-    FutureTable futureTable;
-    OptionTable optionTable;
-    TapeTable tapeTable;
+    const std::unique_ptr<Table> instrumentTable;
+    const std::unique_ptr<Table> futureTable;
+    const std::unique_ptr<Table> optionTable;
+    const std::unique_ptr<Table> tapeTable;
 
     SortedView byBid;
     SortedView bySpread;

@@ -49,9 +49,9 @@ int complain(const QString& message, ExitCode code)
 class Play
 {
 public:
-    Play(Session& session, const Arguments& arguments)
-        : session(session)
-        , arguments(arguments)
+    Play(Session& played, const Arguments& given)
+        : session(played)
+        , arguments(given)
         , verifier(board)
     {}
 

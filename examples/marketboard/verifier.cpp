@@ -188,8 +188,8 @@ bool holdsOnTape(const Record& record, qint64 sequence, const OptionQuote& quote
 
 } // namespace
 
-Verifier::Verifier(const Board& board)
-    : board(board)
+Verifier::Verifier(const Board& checked)
+    : board(checked)
 {}
 
 void Verifier::seen(const OptionQuote& quote)

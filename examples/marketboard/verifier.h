@@ -16,7 +16,8 @@
 class Verifier
 {
 public:
-    explicit Verifier(const Board& board);
+    /// `checked` must outlive the verifier.
+    explicit Verifier(const Board& checked);
 
     /// To be told of every option quote after the board. Cheap: the work is done by the checks.
     void seen(const OptionQuote& quote);
