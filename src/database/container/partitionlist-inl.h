@@ -227,7 +227,8 @@ typename PartitionList<T>::template Iterator<Const>& PartitionList<T>::Iterator<
 // --- the list ---
 
 template <typename T>
-PartitionList<T>::PartitionList(int partitionSize) : maximum(std::max(partitionSize, 2))
+PartitionList<T>::PartitionList(int partitionSize)
+    : maximum(std::max(partitionSize, 2))
 {
     parts.append(nullptr);
 }
@@ -265,7 +266,8 @@ void PartitionList<T>::clear() noexcept
     partFirsts.clear();
     total = 0;
     ++changes;
-    qDeleteAll(detached);
+    for (APartList<T>* part : detached)
+        delete part;
 }
 
 template <typename T>
@@ -450,12 +452,11 @@ typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, qu
         if (from == to || leaf.keys[from] != key)
             to = from;
         else
-            to = static_cast<int>(std::upper_bound(leaf.keys + from, leaf.keys + to, key)
-                                  - leaf.keys);
+            to = static_cast<int>(std::upper_bound(leaf.keys + from, leaf.keys + to, key) -
+                                  leaf.keys);
     }
-    const int offset = from + 1 + lastBefore(to - from, [&](int i) {
-        return before(leaf.items[from + i]);
-    });
+    const int offset =
+        from + 1 + lastBefore(to - from, [&](int i) { return before(leaf.items[from + i]); });
     return {p, std::max(l, 0), offset};
 }
 
@@ -487,8 +488,8 @@ template <typename T>
 APartList<T>* PartitionList<T>::createPart(int at)
 {
     // All that can fail comes first.
-    std::unique_ptr<APartList<T>, void (*)(APartList<T>*)> part(
-        new APartList<T>(this), [](APartList<T>* p) { delete p; });
+    std::unique_ptr<APartList<T>, void (*)(APartList<T>*)> part(new APartList<T>(this),
+                                                                [](APartList<T>* p) { delete p; });
     partCounts.reserve(partCounts.size() + 1);
     partFirsts.reserve(partFirsts.size() + 1);
     groupCounts.reserve(partCounts.size() / 64 + 1);

@@ -15,8 +15,8 @@ class PartitionList;
 /// One partition of a PartitionList: a run of at most partitionSize() elements.
 ///
 /// Inside, the run is cut into leaves: blocks of at most LeafCapacity elements, each with, in a
-/// keyed list, the elements' 64-bit keys beside them. So an insertion moves at most one leaf's worth
-/// of pointers, and a search by key never leaves the key arrays until it has found its place.
+/// keyed list, the elements' 64-bit keys beside them. So an insertion moves at most one leaf's
+/// worth of pointers, and a search by key never leaves the key arrays until it has found its place.
 /// A partition belongs to its list and is changed by it alone.
 template <typename T>
 class APartList
@@ -43,7 +43,9 @@ private:
         int capacity;
     };
 
-    explicit APartList(PartitionList<T>* list) : owner(list) {}
+    explicit APartList(PartitionList<T>* list)
+        : owner(list)
+    {}
     ~APartList();
     Q_DISABLE_COPY(APartList)
 
@@ -108,18 +110,33 @@ class PartitionList
         /// A const iterator from a mutable one.
         template <bool C = Const, typename = std::enable_if_t<C>>
         Iterator(const Iterator<false>& other)
-            : list(other.list), position(other.position), current(other.current),
-              leafBegin(other.leafBegin), leafEnd(other.leafEnd)
-        {
-        }
+            : list(other.list)
+            , position(other.position)
+            , current(other.current)
+            , leafBegin(other.leafBegin)
+            , leafEnd(other.leafEnd)
+        {}
 
         reference operator*() const { return *current; }
         pointer operator->() const { return current; }
         reference operator[](int n) const { return *(*this + n); }
-        Iterator& operator++() { return ++current, ++position, current == leafEnd ? seek() : *this; }
+        Iterator& operator++()
+        {
+            return ++current, ++position, current == leafEnd ? seek() : *this;
+        }
         Iterator& operator--() { return current == leafBegin ? *this += -1 : step(-1); }
-        Iterator operator++(int) { return Iterator copy = *this; ++*this; return copy; }
-        Iterator operator--(int) { return Iterator copy = *this; --*this; return copy; }
+        Iterator operator++(int)
+        {
+            Iterator old = *this;
+            ++*this;
+            return old;
+        }
+        Iterator operator--(int)
+        {
+            Iterator old = *this;
+            --*this;
+            return old;
+        }
         Iterator& operator+=(int n)
         {
             if (n < leafEnd - current && n >= leafBegin - current && current != leafEnd)
@@ -131,13 +148,34 @@ class PartitionList
         friend Iterator operator+(Iterator it, int n) { return it += n; }
         friend Iterator operator+(int n, Iterator it) { return it += n; }
         friend Iterator operator-(Iterator it, int n) { return it += -n; }
-        friend int operator-(const Iterator& a, const Iterator& b) { return a.position - b.position; }
-        friend bool operator==(const Iterator& a, const Iterator& b) { return a.position == b.position; }
-        friend bool operator!=(const Iterator& a, const Iterator& b) { return a.position != b.position; }
-        friend bool operator<(const Iterator& a, const Iterator& b) { return a.position < b.position; }
-        friend bool operator>(const Iterator& a, const Iterator& b) { return a.position > b.position; }
-        friend bool operator<=(const Iterator& a, const Iterator& b) { return a.position <= b.position; }
-        friend bool operator>=(const Iterator& a, const Iterator& b) { return a.position >= b.position; }
+        friend int operator-(const Iterator& a, const Iterator& b)
+        {
+            return a.position - b.position;
+        }
+        friend bool operator==(const Iterator& a, const Iterator& b)
+        {
+            return a.position == b.position;
+        }
+        friend bool operator!=(const Iterator& a, const Iterator& b)
+        {
+            return a.position != b.position;
+        }
+        friend bool operator<(const Iterator& a, const Iterator& b)
+        {
+            return a.position < b.position;
+        }
+        friend bool operator>(const Iterator& a, const Iterator& b)
+        {
+            return a.position > b.position;
+        }
+        friend bool operator<=(const Iterator& a, const Iterator& b)
+        {
+            return a.position <= b.position;
+        }
+        friend bool operator>=(const Iterator& a, const Iterator& b)
+        {
+            return a.position >= b.position;
+        }
         /// The position in the list, 0 for the first element, count() at the end.
         int index() const { return position; }
 
@@ -146,7 +184,12 @@ class PartitionList
         template <bool>
         friend class Iterator;
         using List = std::conditional_t<Const, const PartitionList, PartitionList>;
-        Iterator(List* l, int at) : list(l), position(at) { seek(); }
+        Iterator(List* l, int at)
+            : list(l)
+            , position(at)
+        {
+            seek();
+        }
         Iterator& step(int n) { return current += n, position += n, *this; }
         Iterator& seek();
 
@@ -188,10 +231,11 @@ public:
     iterator end() { return iterator(this, total); }
 
     /// Adds behind the last element: to the last partition while it holds fewer than
-    /// partitionSize() - 1, else in a new one (so a list that is only appended to is densely packed).
+    /// partitionSize() - 1, else in a new one (so a list that is only appended to is densely
+    /// packed).
     void append(const T& value, quint64 key = 0);
-    /// Inserts before position i, clamped to 0..count(). At a boundary the element goes to the end of
-    /// the earlier partition; a partition that reaches partitionSize() is then split in half.
+    /// Inserts before position i, clamped to 0..count(). At a boundary the element goes to the end
+    /// of the earlier partition; a partition that reaches partitionSize() is then split in half.
     void insert(int i, const T& value, quint64 key = 0);
     /// Inserts a run in order. No partition reaches partitionSize(): an overfull one is cut into
     /// parts of about half the size.
@@ -246,9 +290,9 @@ public:
     void rekey(KeyOf keyOf);
 
     /// The first place whose element is not before the searched one; every element before it is.
-    /// In a keyed list, and with `byKey`, an element is before when its key is smaller, or equal and
-    /// `before(element)`; else when `before(element)`. `before` must be true for a first run of the
-    /// elements and false for the rest. About log2(n) calls at most.
+    /// In a keyed list, and with `byKey`, an element is before when its key is smaller, or equal
+    /// and `before(element)`; else when `before(element)`. `before` must be true for a first run of
+    /// the elements and false for the rest. About log2(n) calls at most.
     template <typename Before>
     Place partitionPoint(bool byKey, quint64 key, Before before) const;
 

@@ -25,8 +25,7 @@ void Index::rebuild()
 
 void Index::preprocess(const QList<Record>&, const QList<Record>&, int, int, const QList<Record>&,
                        const QList<Record>&)
-{
-}
+{}
 
 void Index::process(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
                     int lastColumn, const QList<Record>& inserted)

@@ -23,14 +23,14 @@ class Table;
 ///
 /// and of calls outside a transaction by add(), remove() and update(). A transaction that an index
 /// raises while it is told is applied after the present one. In every call a position of -1 means
-/// that the position is not known, and `firstColumn` to `lastColumn` is the range of changed columns
+/// that the position is not known, and `firstColumn` to `lastColumn` is the range of changed
+/// columns
 /// (-1: the first or the last column).
 ///
 /// Ownership: an index owns no table; it is created, attached, detached and destroyed by its owner,
-/// before or after the table. Threads: calls come on the thread that applies the transaction, one at
-/// a time; the class takes no lock.
-/// Errors: what a notification throws reaches the caller of Table::process, after every other index
-/// has been told; see there.
+/// before or after the table. Threads: calls come on the thread that applies the transaction, one
+/// at a time; the class takes no lock. Errors: what a notification throws reaches the caller of
+/// Table::process, after every other index has been told; see there.
 ///
 ///     class Journal : public Index { ... };
 ///     Journal journal;
@@ -50,7 +50,8 @@ public:
     /// Takes a record in; does not ask filter().
     virtual void add(const Record& record) = 0;
     /// Announces a transaction. The default does nothing. `changes` holds, position for position,
-    /// the new content of `updated`. What it throws stops the transaction before any row has changed.
+    /// the new content of `updated`. What it throws stops the transaction before any row has
+    /// changed.
     virtual void preprocess(const QList<Record>& removed, const QList<Record>& updated,
                             int firstColumn, int lastColumn, const QList<Record>& inserted,
                             const QList<Record>& changes);
@@ -81,8 +82,8 @@ public:
     /// Nanoseconds spent in process() so far.
     qint64 nsecsElapsed() const { return elapsed; }
     void setNsecsElapsed(const qint64& nsecs) { elapsed = nsecs; }
-    /// Nanoseconds spent in process() by all indexes of the program. Each index adds a second, later
-    /// reading to it, so it is never less than the sum over the indexes.
+    /// Nanoseconds spent in process() by all indexes of the program. Each index adds a second,
+    /// later reading to it, so it is never less than the sum over the indexes.
     static qint64 nsecsElapsedTotal();
     /// This index's share of the total in percent, two decimals, truncated; zero while the total is
     /// below 10000 ns.
@@ -99,8 +100,8 @@ private:
     qint64 elapsed = 0;
 };
 
-/// The walking side of every index that keeps its records in a list: what a screen, a file writer or
-/// a join reads, whatever the index's kind.
+/// The walking side of every index that keeps its records in a list: what a screen, a file writer
+/// or a join reads, whatever the index's kind.
 ///
 /// Iterators step in index order and are random access; they and positions hold until the index
 /// changes. Readers on another thread than the writer hold Table::lock meanwhile.

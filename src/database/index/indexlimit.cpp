@@ -18,7 +18,9 @@ QList<Record>::const_iterator upperBound(const MasterIndex* master, const QList<
 } // namespace
 
 IndexLimit::IndexLimit(int limit, Table* table)
-    : IndexSort(table, true), maximum(limit), masterAtStart(table->masterIndex())
+    : IndexSort(table, true)
+    , maximum(limit)
+    , masterAtStart(table->masterIndex())
 {
     table->setIndexName(QStringLiteral("IndexLimit"), this);
 }

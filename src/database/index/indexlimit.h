@@ -9,10 +9,10 @@ class MasterIndex;
 /// exceed the limit is applied, the lowest-sorted records are added to its removals.
 ///
 /// It is attached by its constructor under the name "IndexLimit", by which the table finds it; a
-/// table has one. It counts its own records, so build() it when rows exist. Single-row calls are not
-/// trimmed, nor is one big insertion into an empty table. A record that the same transaction updates
-/// is spared, but counted, so the table may exceed its limit by as many.
-/// Cost of trimming: O(excess log n). The ready SortedLimit needs no subclass.
+/// table has one. It counts its own records, so build() it when rows exist. Single-row calls are
+/// not trimmed, nor is one big insertion into an empty table. A record that the same transaction
+/// updates is spared, but counted, so the table may exceed its limit by as many. Cost of trimming:
+/// O(excess log n). The ready SortedLimit needs no subclass.
 ///
 ///     SortedLimit tape(10000, &trades, {{sequence}});   // keeps the newest 10000
 class LIVETABLE_EXPORT IndexLimit : public IndexSort
@@ -28,9 +28,9 @@ public:
 
     /// The greatest number of records.
     int limit() const { return maximum; }
-    /// Called by the table before anything else. `n` is what the transaction adds net; `removed` and
-    /// `updated` are in master order, and records are put into `removed` in that order. Returns how
-    /// many.
+    /// Called by the table before anything else. `n` is what the transaction adds net; `removed`
+    /// and `updated` are in master order, and records are put into `removed` in that order. Returns
+    /// how many.
     virtual int toRemove(int n, QList<Record>& removed, const QList<Record>& updated);
     /// Whether a list in master order holds a record with the same key; under a master without key
     /// columns, whether it holds this very record.

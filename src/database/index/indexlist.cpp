@@ -58,8 +58,8 @@ void IndexListPrivate::clear()
 void IndexListPrivate::moveBlock(int first, int last, int to)
 {
     const int n = last - first + 1;
-    if (first < 0 || n < 1 || last >= records.count() || to == first || to == last || to < 0
-        || to > records.count() - n)
+    if (first < 0 || n < 1 || last >= records.count() || to == first || to == last || to < 0 ||
+        to > records.count() - n)
         return;
     std::vector<std::pair<Record, quint64>> block;
     block.reserve(static_cast<size_t>(n));
@@ -143,12 +143,12 @@ void IndexListPrivate::tellStayed(int position, int firstColumn, int lastColumn)
 
 void IndexList::addObserver(IndexObserver* observer)
 {
-    d->observers.append(observer);
+    listData->observers.append(observer);
 }
 
 void IndexList::removeObserver(IndexObserver* observer)
 {
-    d->observers.removeOne(observer);
+    listData->observers.removeOne(observer);
 }
 
 // --- construction ---
@@ -164,27 +164,26 @@ Table* knownTable(const QString& name)
 } // namespace
 
 IndexList::IndexList(Table* table, bool autoAttach)
-    : d(new IndexListPrivate(this, table, autoAttach && table))
+    : listData(new IndexListPrivate(this, table, autoAttach && table))
 {
-    if (d->isAttached)
+    if (listData->isAttached)
         table->addIndex(this);
 }
 
 IndexList::IndexList(const QString& tableName, bool autoAttach)
     : IndexList(knownTable(tableName), autoAttach)
-{
-}
+{}
 
 IndexList::~IndexList()
 {
-    const QVector<IndexObserver*> told = d->observers;
+    const QVector<IndexObserver*> told = listData->observers;
     for (IndexObserver* observer : told)
         observer->indexDestroyed(*this);
-    if (d->table.isNull())
+    if (listData->table.isNull())
         return;
-    TablePrivate* table = TablePrivate::get(d->table.data());
-    if (d->isAttached)
-        d->table->removeIndex(this);
+    TablePrivate* table = TablePrivate::get(listData->table.data());
+    if (listData->isAttached)
+        listData->table->removeIndex(this);
     // Also where its owner forgot to take it off.
     if (table->indexes.removeAll(this) > 0)
         ++table->indexesVersion;
@@ -195,13 +194,13 @@ IndexList::~IndexList()
 
 void IndexList::clear()
 {
-    d->clear();
-    d->tellReset();
+    listData->clear();
+    listData->tellReset();
 }
 
 void IndexList::build()
 {
-    Table* table = d->table.data();
+    Table* table = listData->table.data();
     const MasterIndex* master = table ? table->masterIndex() : nullptr;
     if (!master || static_cast<const IndexList*>(master) == this)
         return;
@@ -213,31 +212,31 @@ void IndexList::build()
             if (filter(record))
                 accepted.push_back(record);
         for (const Record& record : accepted)
-            d->append(record, 0);
+            listData->append(record, 0);
     } catch (...) {
         table->unlock();
         throw;
     }
     table->unlock();
-    d->tellReset();
+    listData->tellReset();
 }
 
 void IndexList::add(const Record& record)
 {
-    d->append(record, 0);
-    if (d->isObserved())
-        d->tellInserted(count() - 1);
+    listData->append(record, 0);
+    if (listData->isObserved())
+        listData->tellInserted(count() - 1);
 }
 
 void IndexList::remove(const Record& record, int position)
 {
-    if (position < 0 || position >= count() || d->records.at(position) != record)
+    if (position < 0 || position >= count() || listData->records.at(position) != record)
         position = indexOf(record);
     if (position < 0)
         return;
-    const Record taken = d->takeAt(d->records.place(position));
-    if (d->isObserved())
-        d->tellRemoved(position);
+    const Record taken = listData->takeAt(listData->records.place(position));
+    if (listData->isObserved())
+        listData->tellRemoved(position);
 }
 
 bool IndexList::filter(const Record&) const
@@ -254,7 +253,7 @@ int IndexList::indexOf(const Record& record) const
 {
     int position = 0;
     int found = -1;
-    d->records.forEachRun([&](const Record* items, const quint64*, int n) {
+    listData->records.forEachRun([&](const Record* items, const quint64*, int n) {
         if (found >= 0)
             return;
         const Record* at = std::find(items, items + n, record);
@@ -274,48 +273,48 @@ QString IndexList::getClassName() const
 
 int IndexList::count() const
 {
-    return d->records.count();
+    return listData->records.count();
 }
 
 PartitionList<Record>::const_iterator IndexList::begin() const
 {
-    return d->records.cbegin();
+    return listData->records.cbegin();
 }
 
 PartitionList<Record>::const_iterator IndexList::end() const
 {
-    return d->records.cend();
+    return listData->records.cend();
 }
 
 Table* IndexList::table() const
 {
-    return d->table.data();
+    return listData->table.data();
 }
 
 Table* IndexList::table()
 {
-    return d->table.data();
+    return listData->table.data();
 }
 
 void IndexList::move(int first, int last, int to)
 {
-    d->moveBlock(first, last, to);
+    listData->moveBlock(first, last, to);
 }
 
 void IndexList::removeRanges(const RangeSet<int>& ranges)
 {
     if (ranges.isEmpty())
         return;
-    d->removeRanges(ranges);
-    d->tellReset();
+    listData->removeRanges(ranges);
+    listData->tellReset();
 }
 
 const Record& IndexList::at(int i) const
 {
-    return i >= 0 && i < count() ? d->records.at(i) : Record::null;
+    return i >= 0 && i < count() ? listData->records.at(i) : Record::null;
 }
 
 const PartitionList<Record>& IndexList::records() const
 {
-    return d->records;
+    return listData->records;
 }

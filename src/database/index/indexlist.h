@@ -15,9 +15,9 @@ class IndexListPrivate;
 /// What one notification did to a list-backed index, in positions. The arrays belong to the index
 /// and are good during the call.
 ///
-/// Positions `from`/`removed` count in the list as it was before, `to`/`inserted`/`changed` as it is
-/// now. Taking out `removed` and every `from`, then putting in `inserted` and every `to`, each in
-/// ascending order of position, turns the old list into the new.
+/// Positions `from`/`removed` count in the list as it was before, `to`/`inserted`/`changed` as it
+/// is now. Taking out `removed` and every `from`, then putting in `inserted` and every `to`, each
+/// in ascending order of position, turns the old list into the new.
 struct IndexChange
 {
     struct Move
@@ -40,7 +40,8 @@ struct IndexChange
 /// Told by a list-backed index what happened to it, after it happened, on the thread that changes
 /// the table. An index without observers computes nothing for them.
 ///
-/// Lifetime: remove it from the index before it dies; an index that dies first tells indexDestroyed.
+/// Lifetime: remove it from the index before it dies; an index that dies first tells
+/// indexDestroyed.
 class LIVETABLE_EXPORT IndexObserver
 {
 public:
@@ -58,10 +59,10 @@ private:
 
 /// An unsorted, filtered subset of a table in arrival order; the base of all sorted indexes.
 ///
-/// Attachment: with `autoAttach` the constructor adds the index to the table and the destructor takes
-/// it off, unless the table died first; filling it is build(). Without, its owner attaches it.
-/// Threads: see Index; build() holds the table's lock.
-/// Cost: finding a record is a linear scan, so a list that sees many updates should be a sorted one.
+/// Attachment: with `autoAttach` the constructor adds the index to the table and the destructor
+/// takes it off, unless the table died first; filling it is build(). Without, its owner attaches
+/// it. Threads: see Index; build() holds the table's lock. Cost: finding a record is a linear scan,
+/// so a list that sees many updates should be a sorted one.
 ///
 ///     struct Open : IndexList {
 ///         Open(Table* t) : IndexList(t, true) { build(); }
@@ -95,8 +96,8 @@ public:
     PartitionList<Record>::const_iterator end() const override;
     Table* table() const override;
     Table* table() override;
-    /// Moves the records at `first` to `last`, inclusive, to position `to` of the list without them.
-    /// Nothing when `to` is `first` or `last` or a position is out of range.
+    /// Moves the records at `first` to `last`, inclusive, to position `to` of the list without
+    /// them. Nothing when `to` is `first` or `last` or a position is out of range.
     virtual void move(int first, int last, int to);
     /// Removes all positions of the set in one pass.
     virtual void removeRanges(const RangeSet<int>& ranges);
@@ -111,9 +112,9 @@ public:
     void removeObserver(IndexObserver* observer);
 
 protected:
-    IndexListPrivate* listPrivate() const { return d.get(); }
+    IndexListPrivate* listPrivate() const { return listData.get(); }
 
 private:
     friend class IndexListPrivate;
-    const std::unique_ptr<IndexListPrivate> d;
+    const std::unique_ptr<IndexListPrivate> listData;
 };

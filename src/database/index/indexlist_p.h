@@ -4,13 +4,14 @@
 
 #include "index/indexlist.h"
 #include "table/rowpool_p.h"
+#include "table/table.h"
 
 #include <QPointer>
 
 #include <vector>
 
-/// What a list-backed index keeps. All changes of its list go through here, so that the master index
-/// can mark the rows it holds.
+/// What a list-backed index keeps. All changes of its list go through here, so that the master
+/// index can mark the rows it holds.
 class IndexListPrivate
 {
 public:
@@ -18,22 +19,33 @@ public:
 
     /// How the list is keyed. Arrival numbers tell where a row stands, but are no sort order: all
     /// records of such an index are equal.
-    enum Keys { NoKeys, SortKeys, ArrivalNumbers };
+    enum Keys
+    {
+        NoKeys,
+        SortKeys,
+        ArrivalNumbers
+    };
 
     /// Where a record stood when a transaction was announced.
     struct Hint
     {
         const unsigned char* row;
         Place place;
-        enum State : quint8 { Found, Absent, Unknown } state;
+        enum State : quint8
+        {
+            Found,
+            Absent,
+            Unknown
+        } state;
     };
 
     static IndexListPrivate* get(const IndexList* index) { return index->listPrivate(); }
 
     IndexListPrivate(IndexList* index, Table* viewed, bool attach)
-        : q(index), table(viewed), isAttached(attach)
-    {
-    }
+        : q(index)
+        , table(viewed)
+        , isAttached(attach)
+    {}
 
     void insertAt(const Place& place, const Record& record, quint64 key);
     Record takeAt(const Place& place);
@@ -58,16 +70,16 @@ public:
     const bool isAttached;
     PartitionList<Record> records{10000};
     Keys keys = NoKeys;
-    bool isMaster = false;        // of its table: its rows are tagged
-    bool keepsArrival = false;    // becomes ArrivalNumbers once it is a master
+    bool isMaster = false;     // of its table: its rows are tagged
+    bool keepsArrival = false; // becomes ArrivalNumbers once it is a master
     quint64 lastArrival = 0;
     QVector<IndexObserver*> observers;
 
     // Of a sorted index.
-    std::vector<Hint> hints;      // in the order removed, updated
-    quint32 hintsVersion = 0;     // of the list they were taken from
-    bool needsResort = false;     // content right, order not: a host's compare threw
-    bool needsRebuild = false;    // content not right either
+    std::vector<Hint> hints;   // in the order removed, updated
+    quint32 hintsVersion = 0;  // of the list they were taken from
+    bool needsResort = false;  // content right, order not: a host's compare threw
+    bool needsRebuild = false; // content not right either
 
 private:
     void tag(const Record& record, quint64 key) const

@@ -9,11 +9,13 @@
 #include <algorithm>
 #include <cstring>
 
-IndexSort::IndexSort(Table* table, bool autoAttach) : IndexList(table, autoAttach) {}
+IndexSort::IndexSort(Table* table, bool autoAttach)
+    : IndexList(table, autoAttach)
+{}
 
-IndexSort::IndexSort(const QString& tableName, bool autoAttach) : IndexList(tableName, autoAttach)
-{
-}
+IndexSort::IndexSort(const QString& tableName, bool autoAttach)
+    : IndexList(tableName, autoAttach)
+{}
 
 IndexSort::~IndexSort() = default;
 
@@ -140,8 +142,8 @@ void IndexSort::locate(const QList<Record>& removed, const QList<Record>& update
     d->hintsVersion = d->records.version();
 }
 
-void IndexSort::process(const QList<Record>& removed, const QList<Record>& updated,
-                        int firstColumn, int lastColumn, const QList<Record>& inserted)
+void IndexSort::process(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
+                        int lastColumn, const QList<Record>& inserted)
 {
     restartTimer();
     IndexListPrivate* d = listPrivate();

@@ -6,21 +6,21 @@
 #include <QMap>
 
 /// A live sorted view: an IndexList kept in the order of a three-way comparison, the heart of the
-/// store. Equal records stay in the order in which they came; a record that is new or has moved goes
-/// behind its equals. The ready SortedView needs no subclass.
+/// store. Equal records stay in the order in which they came; a record that is new or has moved
+/// goes behind its equals. The ready SortedView needs no subclass.
 ///
 /// A subclass gives compare() and may give filter(). compare() must be a strict weak order over the
 /// cells of the two rows, must not allocate where speed matters, and may be called from threads of
-/// Qt's global pool while the caller waits. A subclass may also offer sortKey(): an order-preserving
-/// number kept beside each record, so that searches read no rows.
+/// Qt's global pool while the caller waits. A subclass may also offer sortKey(): an
+/// order-preserving number kept beside each record, so that searches read no rows.
 ///
-/// A transaction costs, for each changed record, one search for its old place before the rows change
-/// and one for its new place after: O(log n), with no scan. A record that is still in order does
-/// not move. Positions that cannot be found by value (a cell was written without telling) are
+/// A transaction costs, for each changed record, one search for its old place before the rows
+/// change and one for its new place after: O(log n), with no scan. A record that is still in order
+/// does not move. Positions that cannot be found by value (a cell was written without telling) are
 /// found by a scan.
 ///
-/// Errors: nothing of its own. When compare() or filter() throws while a transaction is applied, the
-/// exception goes on to the caller, and the index sorts or builds itself anew at its next
+/// Errors: nothing of its own. When compare() or filter() throws while a transaction is applied,
+/// the exception goes on to the caller, and the index sorts or builds itself anew at its next
 /// notification; all rows are in the table.
 ///
 ///     struct ByPrice : IndexSort {
@@ -39,7 +39,9 @@ public:
     class LessThan
     {
     public:
-        explicit LessThan(const IndexSort* sorted) : index(sorted) {}
+        explicit LessThan(const IndexSort* sorted)
+            : index(sorted)
+        {}
         bool operator()(const Record& a, const Record& b) const { return index->compare(a, b) < 0; }
 
     private:
@@ -49,7 +51,9 @@ public:
     class Compare
     {
     public:
-        explicit Compare(const IndexSort* sorted) : index(sorted) {}
+        explicit Compare(const IndexSort* sorted)
+            : index(sorted)
+        {}
         int operator()(const Record& element, const Record& key) const
         {
             return index->compare(element, key);
@@ -67,12 +71,12 @@ public:
     void preprocess(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
                     int lastColumn, const QList<Record>& inserted,
                     const QList<Record>& changes) override;
-    /// Applies a whole transaction: one range removal, one sort of what comes in, grouped insertions.
-    /// Updated records that are absent but pass filter() are inserted.
+    /// Applies a whole transaction: one range removal, one sort of what comes in, grouped
+    /// insertions. Updated records that are absent but pass filter() are inserted.
     void process(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
                  int lastColumn, const QList<Record>& inserted) override;
-    /// A record was changed in place: moves it where it belongs. `position` is trusted. With -1 it is
-    /// searched by its new value, and when its key changed that takes a scan of the list and a
+    /// A record was changed in place: moves it where it belongs. `position` is trusted. With -1 it
+    /// is searched by its new value, and when its key changed that takes a scan of the list and a
     /// warning, "update" "Full search can impact the performance".
     void update(const Record& record, int firstColumn, int lastColumn, int position) override;
     /// The position of this very record: by search, and by a scan where that fails.
@@ -115,13 +119,12 @@ public:
     int searchBinary(const Key& key, int after, ThreeWay compare) const;
 
 protected:
-    /// Called when the empty index begins to fill, and so after every change of the table's columns:
-    /// the time to look up where they lie. The default does nothing.
+    /// Called when the empty index begins to fill, and so after every change of the table's
+    /// columns: the time to look up where they lie. The default does nothing.
     virtual void prepare();
 
 private:
-    friend class Table;
-    friend class MasterIndex;
+    friend class TablePrivate;
     friend class IndexSortWork;
     void locate(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
                 int lastColumn, const QList<Record>& inserted);

@@ -58,10 +58,9 @@ IndexSortWork::Place IndexSortWork::upper(const Record& record) const
 
 IndexSortWork::Place IndexSortWork::upper(quint64 key, const Record& record) const
 {
-    return list.partitionPoint(d->keys == IndexListPrivate::SortKeys, key,
-                               [&](const Record& element) {
-                                   return q->compare(element, record) <= 0;
-                               });
+    return list.partitionPoint(
+        d->keys == IndexListPrivate::SortKeys, key,
+        [&](const Record& element) { return q->compare(element, record) <= 0; });
 }
 
 bool IndexSortWork::find(const Record& record, Place& place) const
@@ -82,8 +81,8 @@ bool IndexSortWork::find(const Record& record, Place& place) const
     Place end = upper(record);
     const bool hasEnd = list.normalize(end);
     const auto atEnd = [&] {
-        return hasEnd && place.part == end.part && place.leaf == end.leaf
-               && place.offset == end.offset;
+        return hasEnd && place.part == end.part && place.leaf == end.leaf &&
+               place.offset == end.offset;
     };
     for (bool more = !atEnd(); more; more = list.stepForward(place) && !atEnd())
         if (list.at(place) == record)
@@ -105,21 +104,21 @@ IndexSortWork::Hint IndexSortWork::locate(const Record& record) const
 bool IndexSortWork::canSkip(const QList<Record>& removed, int firstColumn, int lastColumn,
                             const QList<Record>& inserted) const
 {
-    return removed.isEmpty() && inserted.isEmpty() && !d->isObserved() && d->table
-           && !TablePrivate::get(d->table.data())->hasAbsentUpdates
-           && !q->isAffected(firstColumn, lastColumn);
+    return removed.isEmpty() && inserted.isEmpty() && !d->isObserved() && d->table &&
+           !TablePrivate::get(d->table.data())->hasAbsentUpdates &&
+           !q->isAffected(firstColumn, lastColumn);
 }
 
 bool IndexSortWork::isOutOfOrder(const Place& place, quint64 key, const Record& record) const
 {
     const bool keyed = list.isKeyed();
     Place neighbour = place;
-    if (list.stepBack(neighbour)
-        && order(keyed ? list.keyAt(neighbour) : 0, list.at(neighbour), key, record) > 0)
+    if (list.stepBack(neighbour) &&
+        order(keyed ? list.keyAt(neighbour) : 0, list.at(neighbour), key, record) > 0)
         return true;
     neighbour = place;
-    return list.stepForward(neighbour)
-           && order(key, record, keyed ? list.keyAt(neighbour) : 0, list.at(neighbour)) > 0;
+    return list.stepForward(neighbour) &&
+           order(key, record, keyed ? list.keyAt(neighbour) : 0, list.at(neighbour)) > 0;
 }
 
 // --- single records ---
@@ -163,8 +162,8 @@ bool IndexSortWork::applyOne(const Record& record, bool isRemoval, int firstColu
 {
     Place place{0, 0, 0};
     bool isAbsent = false;
-    const bool hintIsGood = d->hints.size() == 1 && d->hints[0].row == record.row()
-                            && d->hintsVersion == list.version();
+    const bool hintIsGood = d->hints.size() == 1 && d->hints[0].row == record.row() &&
+                            d->hintsVersion == list.version();
     if (hintIsGood && d->hints[0].state != Hint::Unknown) {
         place = d->hints[0].place;
         isAbsent = d->hints[0].state == Hint::Absent;
@@ -273,8 +272,8 @@ void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& upd
                 leaving.addRange(item.position, item.position + 1);
         d->removeRanges(leaving);
         for (const Incoming& one : incoming)
-            d->append(*one.record, d->keys == IndexListPrivate::ArrivalNumbers ? ++d->lastArrival
-                                                                               : one.key);
+            d->append(*one.record,
+                      d->keys == IndexListPrivate::ArrivalNumbers ? ++d->lastArrival : one.key);
         q->resort();
         return;
     }
@@ -307,8 +306,7 @@ void IndexSortWork::findPositions(const std::vector<Hint>& hints)
     std::vector<Item*> missing;
     for (Item& item : items) {
         const size_t i = static_cast<size_t>(item.order);
-        const bool known = hintsAreGood && i < hints.size()
-                           && hints[i].row == item.record->row();
+        const bool known = hintsAreGood && i < hints.size() && hints[i].row == item.record->row();
         Place place{0, 0, 0};
         if (known && hints[i].state == Hint::Absent)
             continue;
@@ -397,8 +395,9 @@ bool IndexSortWork::fits(const std::vector<Node>& nodes, int left, int right) co
     return order(key(a), record(a), key(b), record(b)) <= 0;
 }
 
-// Marks the updated records that must move. A record that looks right beside a neighbour that itself
-// moves may be wrong beside the next one, so whoever gets a new neighbour is looked at again.
+// Marks the updated records that must move. A record that looks right beside a neighbour that
+// itself moves may be wrong beside the next one, so whoever gets a new neighbour is looked at
+// again.
 void IndexSortWork::findOutOfOrder()
 {
     std::vector<Node> nodes = neighbours();
@@ -494,7 +493,7 @@ void IndexSortWork::tellAll(int firstColumn, int lastColumn)
         else
             moved.push_back({one.from, one.to});
     }
-    int left = 0; // how many before an item have left the list
+    int left = 0;  // how many before an item have left the list
     size_t in = 0; // how many of the incoming stand before it
     for (const Item& item : items) {
         if (item.position < 0)

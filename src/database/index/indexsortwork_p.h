@@ -16,9 +16,10 @@ public:
     using Hint = IndexListPrivate::Hint;
 
     explicit IndexSortWork(const IndexSort* index)
-        : q(const_cast<IndexSort*>(index)), d(IndexListPrivate::get(index)), list(d->records)
-    {
-    }
+        : q(const_cast<IndexSort*>(index))
+        , d(IndexListPrivate::get(index))
+        , list(d->records)
+    {}
 
     /// Before the first record comes in: looks up columns, decides on keys.
     void prepare();

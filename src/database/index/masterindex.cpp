@@ -14,12 +14,14 @@ using LiveTable::RowOrder;
 
 // --- MasterIndex ---
 
-MasterIndex::MasterIndex(Table* table) : IndexSort(table, false) {}
+MasterIndex::MasterIndex(Table* table)
+    : IndexSort(table, false)
+{}
 
 MasterIndex::MasterIndex(Table* table, const QList<int>& columns)
-    : IndexSort(table, false), keyColumns(columns)
-{
-}
+    : IndexSort(table, false)
+    , keyColumns(columns)
+{}
 
 MasterIndex::~MasterIndex()
 {
@@ -94,16 +96,15 @@ RowOrder* ascendingOrder(const QList<int>& columns)
 
 MasterIndex_Column_Pure::MasterIndex_Column_Pure(Table* table, const QString& column)
     : MasterIndex_Column_Pure(table, QStringList(column))
-{
-}
+{}
 
 MasterIndex_Column_Pure::MasterIndex_Column_Pure(Table* table, const QStringList& columns)
     : MasterIndex_Column_Pure(table, columnNumbers(table, columns))
-{
-}
+{}
 
 MasterIndex_Column_Pure::MasterIndex_Column_Pure(Table* table, const QList<int>& columns)
-    : MasterIndex(table, columns), order(ascendingOrder(columns))
+    : MasterIndex(table, columns)
+    , order(ascendingOrder(columns))
 {
     order->resolve(table);
 }
@@ -169,8 +170,8 @@ QByteArray MasterIndex_Column_Pure::keyRecord(const Record& record) const
     for (const int column : columns()) {
         const TableColumnDef* def = owner ? owner->columnDef(column) : nullptr;
         if (def)
-            bytes.append(reinterpret_cast<const char*>(record.row() + sizeof(LiveTable::RowHeader)
-                                                       + def->offset),
+            bytes.append(reinterpret_cast<const char*>(record.row() + sizeof(LiveTable::RowHeader) +
+                                                       def->offset),
                          static_cast<int>(def->size));
     }
     return bytes;
@@ -230,7 +231,8 @@ quint64 MasterIndex_Fast_Pure::sortKey(const Record& record) const
 
 // --- MasterIndexOrdered ---
 
-MasterIndexOrdered::MasterIndexOrdered(Table* table) : MasterIndex(table)
+MasterIndexOrdered::MasterIndexOrdered(Table* table)
+    : MasterIndex(table)
 {
     keepArrivalOrder();
 }

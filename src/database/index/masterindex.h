@@ -13,9 +13,9 @@ class RowOrder;
 /// The index that holds a table's rows and defines its key: see Table::setMasterIndex, which takes
 /// ownership. All other indexes are built in its order.
 ///
-/// Records can be named by *key text*: the key cells' texts joined by single commas, without quoting
-/// or escaping; a key value with a comma in it cannot be read back.
-/// Two records of equal key are both kept, in arrival order; the table does not enforce uniqueness.
+/// Records can be named by *key text*: the key cells' texts joined by single commas, without
+/// quoting or escaping; a key value with a comma in it cannot be read back. Two records of equal
+/// key are both kept, in arrival order; the table does not enforce uniqueness.
 ///
 ///     table.setMasterIndex(new MasterIndex_Column_Pure(&table, {"expiry", "right", "strike"}));
 ///     Record r = table.masterIndex()->findRecord("20200320,C,3200");
@@ -51,12 +51,13 @@ private:
     void install();
 };
 
-/// A master index that compares key columns value by value (Field::compare), most significant first.
+/// A master index that compares key columns value by value (Field::compare), most significant
+/// first.
 ///
 /// Errors: the constructors throw the QString "Column '%1' not found to create index." for an
 /// unknown name; numbers are taken as they are. fromText throws "Master index can't restore from
-/// text. Incorrect columns numbers: %1 != %2" when the parts are not as many as the key columns, and
-/// what the cells throw for text that does not convert. An empty part is a NULL key cell.
+/// text. Incorrect columns numbers: %1 != %2" when the parts are not as many as the key columns,
+/// and what the cells throw for text that does not convert. An empty part is a NULL key cell.
 class LIVETABLE_EXPORT MasterIndex_Column_Pure : public MasterIndex
 {
 public:

@@ -12,7 +12,8 @@ class SortOrder
 {
 public:
     SortOrder(const Table* viewed, const QVector<SortColumn>& sortColumns)
-        : columns(sortColumns), rows(rowColumns(viewed, sortColumns))
+        : columns(sortColumns)
+        , rows(rowColumns(viewed, sortColumns))
     {
         rows.resolve(viewed);
     }
@@ -57,15 +58,15 @@ QVector<SortColumn> namedColumns(const Table* table, const QStringList& names)
 // --- SortedView ---
 
 SortedView::SortedView(Table* table, const QVector<SortColumn>& columns, bool autoAttach)
-    : IndexSort(table, autoAttach), order(new SortOrder(table, columns))
+    : IndexSort(table, autoAttach)
+    , order(new SortOrder(table, columns))
 {
     SortedView::build();
 }
 
 SortedView::SortedView(Table* table, const QStringList& columns, bool autoAttach)
     : SortedView(table, namedColumns(table, columns), autoAttach)
-{
-}
+{}
 
 SortedView::~SortedView() = default;
 
@@ -109,8 +110,8 @@ quint64 SortedView::sortKey(const Record& record) const
 bool SortedView::isAffected(int firstColumn, int lastColumn) const
 {
     const int last = lastColumn < 0 ? std::numeric_limits<int>::max() : lastColumn;
-    return (firstFilterColumn <= last && lastFilterColumn >= firstColumn)
-           || order->rows.touches(firstColumn, lastColumn);
+    return (firstFilterColumn <= last && lastFilterColumn >= firstColumn) ||
+           order->rows.touches(firstColumn, lastColumn);
 }
 
 QString SortedView::getClassName() const
@@ -126,15 +127,15 @@ const QVector<SortColumn>& SortedView::columns() const
 // --- SortedLimit ---
 
 SortedLimit::SortedLimit(int limit, Table* table, const QVector<SortColumn>& columns)
-    : IndexLimit(limit, table), order(new SortOrder(table, columns))
+    : IndexLimit(limit, table)
+    , order(new SortOrder(table, columns))
 {
     SortedLimit::build();
 }
 
 SortedLimit::SortedLimit(int limit, Table* table, const QStringList& columns)
     : SortedLimit(limit, table, namedColumns(table, columns))
-{
-}
+{}
 
 SortedLimit::~SortedLimit() = default;
 

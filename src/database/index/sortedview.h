@@ -12,18 +12,26 @@
 /// One column of a sort order.
 struct SortColumn
 {
-    enum Order { Ascending, Descending };
-    enum Nulls { NullsFirst, NullsLast };
-    int column;                ///< the column's number
-    Order order = Ascending;   ///< of the values
-    Nulls nulls = NullsFirst;  ///< where NULL cells go, in either order
+    enum Order
+    {
+        Ascending,
+        Descending
+    };
+    enum Nulls
+    {
+        NullsFirst,
+        NullsLast
+    };
+    int column;               ///< the column's number
+    Order order = Ascending;  ///< of the values
+    Nulls nulls = NullsFirst; ///< where NULL cells go, in either order
 };
 
 class SortOrder;
 
-/// A ready sorted view: by one or more columns, each ascending or descending with its NULLs first or
-/// last, with an optional filter. Use it wherever it fits: it reads cells in place and keeps a sort
-/// key beside each record, which no compare() of a host's own can match.
+/// A ready sorted view: by one or more columns, each ascending or descending with its NULLs first
+/// or last, with an optional filter. Use it wherever it fits: it reads cells in place and keeps a
+/// sort key beside each record, which no compare() of a host's own can match.
 ///
 /// Values compare as in Field::compare. Construction attaches (with `autoAttach`) and builds the
 /// view, so it is right from the first moment on. Ownership, threads and errors: see IndexSort.
@@ -40,10 +48,10 @@ public:
     SortedView(Table* table, const QStringList& columns, bool autoAttach = true);
     ~SortedView() override;
 
-    /// Sets which records belong to the view, and builds it anew. `columns` are all columns that the
-    /// filter reads: updates that touch neither them nor the sort columns are then skipped. Empty
-    /// means any column. A null function accepts all. The filter may be called from the thread that
-    /// changes the table only.
+    /// Sets which records belong to the view, and builds it anew. `columns` are all columns that
+    /// the filter reads: updates that touch neither them nor the sort columns are then skipped.
+    /// Empty means any column. A null function accepts all. The filter may be called from the
+    /// thread that changes the table only.
     void setFilter(std::function<bool(const Record&)> filter,
                    const QVector<int>& columns = QVector<int>());
 

@@ -7,9 +7,12 @@
 
 const Record Record::null;
 
-Record::Record(const Table* table) : Record(table ? table->allocRow() : nullptr) {}
+Record::Record(const Table* table)
+    : Record(table ? table->allocRow() : nullptr)
+{}
 
-Record::Record(const Table* table, const QString& key) : block(nullptr)
+Record::Record(const Table* table, const QString& key)
+    : block(nullptr)
 {
     if (table)
         *this = LiveTable::findByKey(table, key);
@@ -80,6 +83,7 @@ QString Record::dump(bool skipNull) const
     // One call with all arguments: a cell's text may itself hold a "%1".
     return QStringLiteral("%1:(ptr:0x%2 ref:%3) { %4 }")
         .arg(owner->name(),
-             QString::number(reinterpret_cast<quintptr>(block), 16).rightJustified(16, QLatin1Char('0')),
+             QString::number(reinterpret_cast<quintptr>(block), 16)
+                 .rightJustified(16, QLatin1Char('0')),
              QString::number(referenceCount()), cells.join(QLatin1Char(' ')));
 }

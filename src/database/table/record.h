@@ -49,7 +49,9 @@ class LIVETABLE_EXPORT Record
 {
 public:
     /// The null record: no row.
-    constexpr Record() noexcept : block(nullptr) {}
+    constexpr Record() noexcept
+        : block(nullptr)
+    {}
     /// A new row of the table with default cells: NULL where the column is nullable, else zero.
     /// Null when `table` is null or memory ran out. The row is not added to the table.
     explicit Record(const Table* table);
@@ -59,9 +61,19 @@ public:
     /// that does not convert. With an arrival-ordered master every key names the oldest row.
     Record(const Table* table, const QString& key);
     /// A handle on a row block made by Table::allocRow or Table::cloneRow, or on any live row.
-    explicit Record(unsigned char* row) noexcept : block(row) { acquire(); }
-    Record(const Record& other) noexcept : block(other.block) { acquire(); }
-    Record(Record&& other) noexcept : block(std::exchange(other.block, nullptr)) {}
+    explicit Record(unsigned char* row) noexcept
+        : block(row)
+    {
+        acquire();
+    }
+    Record(const Record& other) noexcept
+        : block(other.block)
+    {
+        acquire();
+    }
+    Record(Record&& other) noexcept
+        : block(std::exchange(other.block, nullptr))
+    {}
     ~Record() { release(); }
     Record& operator=(const Record& other) noexcept
     {

@@ -9,14 +9,16 @@
 using LiveTable::ColumnSet;
 using LiveTable::RowPool;
 
-RecordsTrans::RecordsTrans(Table* table) : d(new RecordsTransPrivate)
+RecordsTrans::RecordsTrans(Table* table)
+    : d(new RecordsTransPrivate)
 {
     d->table = table;
 }
 
 RecordsTrans::~RecordsTrans() = default;
 
-RecordsTrans::RecordsTrans(RecordsTrans&& other) : RecordsTrans(other.table())
+RecordsTrans::RecordsTrans(RecordsTrans&& other)
+    : RecordsTrans(other.table())
 {
     swap(other);
 }

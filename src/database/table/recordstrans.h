@@ -82,7 +82,13 @@ public:
     /// Sets the range; each update then also writes the live row's own cells in it, unchanged.
     void setColumns(int first, int last);
 
-    enum Operation { None = 0, Insert = 1, Remove = 2, Update = 3 };
+    enum Operation
+    {
+        None = 0,
+        Insert = 1,
+        Remove = 2,
+        Update = 3
+    };
     /// The operation held for a row, one of Operation.
     int operation(const Record& record) const;
     /// The new content held for a row that is to be updated; null otherwise. Valid until the next

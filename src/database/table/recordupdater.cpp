@@ -15,9 +15,9 @@ struct RecordUpdater::Columns
 };
 
 RecordUpdater::RecordUpdater(RecordsTrans& into, const Record& record)
-    : transaction(into), live(record)
-{
-}
+    : transaction(into)
+    , live(record)
+{}
 
 RecordUpdater::~RecordUpdater()
 {
@@ -74,8 +74,8 @@ bool RecordUpdater::isChanged() const
         return false;
     const Record before = base();
     for (int column = 0; column < content.table()->columnCount(); ++column)
-        if (columns->set.contains(column)
-            && !LiveTable::isSameCell(content.row(), before.row(), content.table()->columnDef(column)))
+        if (columns->set.contains(column) &&
+            !LiveTable::isSameCell(content.row(), before.row(), content.table()->columnDef(column)))
             return true;
     return false;
 }
@@ -93,8 +93,8 @@ void RecordUpdater::commit()
     int first = -1;
     int last = -1;
     for (int column = 0; column < table->columnCount(); ++column) {
-        if (!touched->set.contains(column)
-            || LiveTable::isSameCell(written.row(), before.row(), table->columnDef(column)))
+        if (!touched->set.contains(column) ||
+            LiveTable::isSameCell(written.row(), before.row(), table->columnDef(column)))
             continue;
         changed.insert(column);
         first = first < 0 ? column : first;

@@ -9,9 +9,9 @@
 ///
 /// The first write makes a copy of the row (of its pending content when the transaction already
 /// updates it); the live row is untouched until the transaction is applied. commit(), or the
-/// destructor, hands over the columns that really differ: a write of the present value is no change,
-/// and without changes the transaction gets nothing. A row that is not in the table yet, because the
-/// same transaction inserts it, is written in place at commit.
+/// destructor, hands over the columns that really differ: a write of the present value is no
+/// change, and without changes the transaction gets nothing. A row that is not in the table yet,
+/// because the same transaction inserts it, is written in place at commit.
 ///
 /// Lifetime: within that of the transaction. Threads: as the transaction. Errors: a failing cell
 /// assignment throws (see Field) and leaves the cell as it was.
@@ -29,8 +29,8 @@ public:
 
     /// The row being updated.
     const Record& record() const { return live; }
-    /// The cell to write. Good until commit(). An unknown column, or a null or detached row, gives an
-    /// undefined NULL cell.
+    /// The cell to write. Good until commit(). An unknown column, or a null or detached row, gives
+    /// an undefined NULL cell.
     Field data(int column);
     Field data(const QString& column);
     /// The cell as it will be: the pending content, else the live row's.

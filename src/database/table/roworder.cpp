@@ -11,7 +11,8 @@
 namespace LiveTable {
 
 /// Fills 64 bits from the top with fields whose order is that of the values. Fields of one column
-/// have the same width in any two rows that are equal up to there, so the bits compare as the rows do.
+/// have the same width in any two rows that are equal up to there, so the bits compare as the rows
+/// do.
 class RowOrder::KeyWriter
 {
 public:
@@ -70,8 +71,8 @@ qint64 fixedPoint(decimal value)
     }
     const int raise = Places - scale;
     qint64 product;
-    if (mantissa != 0
-        && (raise > 18 || __builtin_mul_overflow(mantissa, powersOfTen[raise], &product)))
+    if (mantissa != 0 &&
+        (raise > 18 || __builtin_mul_overflow(mantissa, powersOfTen[raise], &product)))
         return mantissa < 0 ? std::numeric_limits<qint64>::min()
                             : std::numeric_limits<qint64>::max();
     return mantissa == 0 ? 0 : product;
@@ -86,9 +87,10 @@ void RowOrder::resolve(const Table* table)
         const TableColumnDef* def = table ? table->columnDef(column.number) : nullptr;
         if (!def)
             continue;
-        cells.push_back({def->type, def->length, sizeof(RowHeader) + static_cast<size_t>(def->offset),
-                         sizeof(RowHeader) + static_cast<size_t>(def->nullByte), def->nullMask, true,
-                         column.descending, column.nullsLast});
+        cells.push_back({def->type, def->length,
+                         sizeof(RowHeader) + static_cast<size_t>(def->offset),
+                         sizeof(RowHeader) + static_cast<size_t>(def->nullByte), def->nullMask,
+                         true, column.descending, column.nullsLast});
     }
 }
 

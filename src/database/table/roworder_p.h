@@ -24,7 +24,9 @@ public:
         bool descending;
         bool nullsLast;
     };
-    explicit RowOrder(std::vector<Column> sortColumns) : columns(std::move(sortColumns)) {}
+    explicit RowOrder(std::vector<Column> sortColumns)
+        : columns(std::move(sortColumns))
+    {}
 
     /// Looks up where the columns lie. A number out of range takes no part in the order.
     void resolve(const Table* table);

@@ -60,7 +60,9 @@ RowPool* RowPool::create(size_t rowSize)
     return new RowPool(rowSize);
 }
 
-RowPool::RowPool(size_t size) : rowSize(size), slotSize(TagBytes + roundUp(size, 8))
+RowPool::RowPool(size_t size)
+    : rowSize(size)
+    , slotSize(TagBytes + roundUp(size, 8))
 {
     // The allocator's own few bytes must fit in as well, or each aligned chunk would cost two.
     const size_t room = ChunkBytes - 64 - roundUp(sizeof(Chunk), 64);
@@ -79,8 +81,7 @@ RowPool::Chunk* RowPool::addChunk() noexcept
     void* memory = nullptr;
     if (posix_memalign(&memory, ChunkBytes, chunkSize) != 0)
         return nullptr;
-    auto* chunk = new (memory) Chunk{this,    chunks,  nullptr, nullptr, nullptr,
-                                     nullptr, 0,       0,       {}};
+    auto* chunk = new (memory) Chunk{this, chunks, nullptr, nullptr, nullptr, nullptr, 0, 0, {}};
     if (chunks)
         chunks->previous = chunk;
     chunks = chunk;

@@ -18,7 +18,8 @@ namespace LiveTable {
 /// Invariants:
 ///  1. A chunk is aligned to ChunkBytes, and the first row of a chunk begins within its first
 ///     ChunkBytes, so the chunk, and through it the pool, is found from a row's address alone.
-///  2. A slot is a tag word and a row block of rowSize bytes, 8-byte aligned. In a free slot the tag
+///  2. A slot is a tag word and a row block of rowSize bytes, 8-byte aligned. In a free slot the
+///  tag
 ///     word links to the next free one.
 ///  3. A chunk stands in the list of chunks with room exactly when it has a free slot.
 ///  4. The pool lives until its table has let go of it and its last row is freed.
@@ -48,7 +49,8 @@ public:
 
 private:
     static constexpr size_t ChunkBytes = 65536;
-    static constexpr size_t MaximumSlots = 1536; // a slot has at least 8 + 16 bytes, and more in use
+    static constexpr size_t MaximumSlots =
+        1536; // a slot has at least 8 + 16 bytes, and more in use
 
     struct Chunk
     {

@@ -16,7 +16,12 @@ using LiveTable::RowPool;
 
 namespace {
 
-enum State { Idle = 0, BeforeChange = 1, AfterChange = 2 };
+enum State
+{
+    Idle = 0,
+    BeforeChange = 1,
+    AfterChange = 2
+};
 
 // Relaxed: a sum for display, which tables on several threads add to.
 std::atomic<qint64> m_nsecsElapsedTotal{0};
@@ -25,7 +30,11 @@ std::atomic<qint64> m_nsecsElapsedTotal{0};
 class StateGuard
 {
 public:
-    StateGuard(int& state, State now) : guarded(state) { guarded = now; }
+    StateGuard(int& state, State now)
+        : guarded(state)
+    {
+        guarded = now;
+    }
     ~StateGuard() { guarded = Idle; }
     Q_DISABLE_COPY(StateGuard)
 
@@ -48,7 +57,8 @@ void moveToMasterOrder(const MasterIndex* master, QList<Record>& records)
 } // namespace
 
 Table::Table(const QString& name, const QString& title, QObject* parent)
-    : QObject(parent), d(new TablePrivate(this, name, title))
+    : QObject(parent)
+    , d(new TablePrivate(this, name, title))
 {
     setMasterIndex(new MasterIndexOrdered(this));
 }
@@ -208,9 +218,8 @@ void Table::updated(const Record& record, int firstColumn, int lastColumn, int p
         } catch (...) {
             failure = std::current_exception();
         }
-        d->tellIndexes(failure, [&](Index* index) {
-            index->update(held, firstColumn, lastColumn, -1);
-        });
+        d->tellIndexes(failure,
+                       [&](Index* index) { index->update(held, firstColumn, lastColumn, -1); });
     });
 }
 
@@ -327,10 +336,10 @@ void Table::processSingleTransaction(QList<Record>& removed, QList<Record>& upda
                                      const QList<Record>& changed)
 {
     const auto own = [this](const Record& record) { return d->isOwn(record); };
-    const bool allOwn = std::all_of(removed.cbegin(), removed.cend(), own)
-                        && std::all_of(updated.cbegin(), updated.cend(), own)
-                        && std::all_of(inserted.cbegin(), inserted.cend(), own)
-                        && std::all_of(changed.cbegin(), changed.cend(), own);
+    const bool allOwn = std::all_of(removed.cbegin(), removed.cend(), own) &&
+                        std::all_of(updated.cbegin(), updated.cend(), own) &&
+                        std::all_of(inserted.cbegin(), inserted.cend(), own) &&
+                        std::all_of(changed.cbegin(), changed.cend(), own);
     const auto waiting = [](const Record& record) { return !isInTable(record); };
     const bool allNew = std::all_of(inserted.cbegin(), inserted.cend(), waiting);
     if (allOwn && allNew && !d->limit) {

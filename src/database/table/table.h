@@ -26,20 +26,20 @@ class TablePrivate;
 /// to whoever made them and may die before or after the table. Rows belong to the Records and lists
 /// that hold them and may outlive the table (see Record).
 ///
-/// **Changes.** Rows change by transactions (RecordsTrans, process()), which tell every index before
-/// and after; single-row calls (appendRow, remove, updated) tell them after. What an index raises
-/// from inside a notification, by either way, waits and is applied as one transaction after the
-/// present one, never nested. Columns cannot be added from inside a notification.
+/// **Changes.** Rows change by transactions (RecordsTrans, process()), which tell every index
+/// before and after; single-row calls (appendRow, remove, updated) tell them after. What an index
+/// raises from inside a notification, by either way, waits and is applied as one transaction after
+/// the present one, never nested. Columns cannot be added from inside a notification.
 ///
 /// **Errors.** Column calls throw QString. What an index throws in preprocess() stops the
 /// transaction with no row changed. What it throws afterwards is thrown on, once every other index
 /// has been told: the rows and all other indexes are then right, and the library's own sorted
 /// indexes put themselves right at their next notification. Lookups never throw.
 ///
-/// **Threads.** One recursive mutex. A writer works between beginUpdate() and endUpdate(), or between
-/// lock() and unlock(); readers on other threads hold lock(). The update depth is shared by all
-/// threads: while a bracket is open, beginUpdate() on any thread only raises the depth. The accessors
-/// take no lock.
+/// **Threads.** One recursive mutex. A writer works between beginUpdate() and endUpdate(), or
+/// between lock() and unlock(); readers on other threads hold lock(). The update depth is shared by
+/// all threads: while a bracket is open, beginUpdate() on any thread only raises the depth. The
+/// accessors take no lock.
 ///
 /// **Row blocks** (rowSize() bytes, 8-byte aligned): 16 bytes of header (reference count, zero,
 /// owner), then the data area with each column at its offset, rounded up to 8 bytes each, then the
@@ -67,20 +67,21 @@ public:
 
     // Columns. Numbers count from 0; columns are never removed or moved.
 
-    /// Appends a column with the name, type, length, nullable, title, flag and description of `def`.
-    /// Every row of the table moves in memory: cells, static strings and row pointers taken before
-    /// are invalid, Records held elsewhere become detached (a warning tells their count), and every
-    /// index is rebuilt. Existing rows read NULL in the new column, a non-nullable one too.
-    /// Names are unique without regard to case. To declare a column again is accepted in silence
-    /// when the type and length are the same, a VarChar is not longer, or an Integer stands for an
-    /// Integer64. Throws QString, with nothing changed: "Column name can't be empty.", "Column '%1'
-    /// already exists for table '%2'.", the messages of FieldType::typeLength, or, from inside a
-    /// notification, "Columns can't be added while a transaction is applied."
+    /// Appends a column with the name, type, length, nullable, title, flag and description of
+    /// `def`. Every row of the table moves in memory: cells, static strings and row pointers taken
+    /// before are invalid, Records held elsewhere become detached (a warning tells their count),
+    /// and every index is rebuilt. Existing rows read NULL in the new column, a non-nullable one
+    /// too. Names are unique without regard to case. To declare a column again is accepted in
+    /// silence when the type and length are the same, a VarChar is not longer, or an Integer stands
+    /// for an Integer64. Throws QString, with nothing changed: "Column name can't be empty.",
+    /// "Column '%1' already exists for table '%2'.", the messages of FieldType::typeLength, or,
+    /// from inside a notification, "Columns can't be added while a transaction is applied."
     void addColumn(const TableColumnDef& def);
     void addColumn(const QString& name, const FieldDef& def, bool nullable = true,
                    const QString& title = QString(), bool flag = true,
                    const QString& description = QString());
-    /// `length`: characters of a VarChar, digits after the point of a Decimal or XDecimal; else unused.
+    /// `length`: characters of a VarChar, digits after the point of a Decimal or XDecimal; else
+    /// unused.
     void addColumn(const QString& name, FieldType::Type type, int length = 0, bool nullable = true,
                    const QString& title = QString(), bool flag = true,
                    const QString& description = QString());
@@ -112,8 +113,8 @@ public:
     /// Makes a cell NULL in place. No index is told. Nothing happens out of range.
     void setNull(int row, int column);
     /// Adds a row, new or made by the caller, to the master index and to every index whose filter
-    /// accepts it. From inside a notification the row is added once the present transaction is done.
-    /// A row of another table, or one already in this table, is refused with a warning.
+    /// accepts it. From inside a notification the row is added once the present transaction is
+    /// done. A row of another table, or one already in this table, is refused with a warning.
     Record appendRow();
     Record appendRow(unsigned char* row);
     /// One transaction that inserts the records.
@@ -134,15 +135,16 @@ public:
 
     // Transactions.
 
-    /// Applies a transaction and whatever is raised meanwhile; empties it, also when it throws. From
-    /// inside a notification it is merged into what waits. The time is added to nsecsElapsed().
+    /// Applies a transaction and whatever is raised meanwhile; empties it, also when it throws.
+    /// From inside a notification it is merged into what waits. The time is added to
+    /// nsecsElapsed().
     void process(RecordsTrans& transaction);
     /// The same from lists: `updated` are live rows, `changed` position for position their new
     /// content (rows of the same table), `first` to `last` the columns to copy, -1 for the edges.
     /// Not timed. A limit index may add to `removed`.
-    /// An updated row that is not in the table is inserted; an inserted one that is in it already is
-    /// also put into `removed`, and so takes a new place. Rows of other tables are left out with a
-    /// warning.
+    /// An updated row that is not in the table is inserted; an inserted one that is in it already
+    /// is also put into `removed`, and so takes a new place. Rows of other tables are left out with
+    /// a warning.
     void process(QList<Record>& removed, QList<Record>& updated, int first, int last,
                  const QList<Record>& inserted, const QList<Record>& changed);
     /// Applies one transaction alone: no merging, no pending ones. For callers that know that no

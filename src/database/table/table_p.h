@@ -30,9 +30,8 @@ inline bool isSameCell(const unsigned char* a, const unsigned char* b, const Tab
     const unsigned char* dataB = b + sizeof(RowHeader);
     const bool hasA = dataA[column->nullByte] & column->nullMask;
     const bool hasB = dataB[column->nullByte] & column->nullMask;
-    return hasA == hasB
-           && (!hasA || std::memcmp(dataA + column->offset, dataB + column->offset,
-                                    static_cast<size_t>(column->size)) == 0);
+    return hasA == hasB && (!hasA || std::memcmp(dataA + column->offset, dataB + column->offset,
+                                                 static_cast<size_t>(column->size)) == 0);
 }
 
 /// A share of a total in percent, truncated to two decimals; zero while the total is below 10000.
@@ -69,8 +68,8 @@ public:
     void addRow(const Record& record);
     void trimToLimit(QList<Record>& removed, QList<Record>& updated, QList<Record>& changed,
                      int insertedCount);
-    void refuseForeignRows(QList<Record>& removed, QList<Record>& updated,
-                           QList<Record>& inserted, QList<Record>& changed) const;
+    void refuseForeignRows(QList<Record>& removed, QList<Record>& updated, QList<Record>& inserted,
+                           QList<Record>& changed) const;
     void apply(QList<Record>& removed, QList<Record>& updated, int first, int last,
                const QList<Record>& inserted, const QList<Record>& changed);
     void namesChanged();

@@ -63,7 +63,11 @@ Field LiveTable::undefinedField()
 }
 
 TablePrivate::TablePrivate(Table* table, const QString& tableName, const QString& tableTitle)
-    : q(table), name(tableName), title(tableTitle), pending(table), pool(RowPool::create(16))
+    : q(table)
+    , name(tableName)
+    , title(tableTitle)
+    , pending(table)
+    , pool(RowPool::create(16))
 {
     refreshPrototype();
 }
@@ -198,8 +202,8 @@ bool TablePrivate::acceptsNewColumn(const TableColumnDef& def) const
         if (old->name.compare(def.name, Qt::CaseInsensitive) != 0)
             continue;
         const bool same = def.type == old->type && def.length == old->length;
-        const bool shorterText = def.type == FieldType::VarChar && old->type == FieldType::VarChar
-                                 && def.length <= old->length;
+        const bool shorterText = def.type == FieldType::VarChar &&
+                                 old->type == FieldType::VarChar && def.length <= old->length;
         const bool narrower = def.type == FieldType::Integer && old->type == FieldType::Integer64;
         if (same || shorterText || narrower)
             return false;
@@ -272,8 +276,8 @@ void TablePrivate::refreshPrototype()
         if (column->type == FieldType::XDecimal)
             LiveTable::store(data + column->offset, xdecimal());
         if (!column->nullable)
-            data[column->nullByte] = static_cast<unsigned char>(data[column->nullByte]
-                                                                | column->nullMask);
+            data[column->nullByte] =
+                static_cast<unsigned char>(data[column->nullByte] | column->nullMask);
     }
 }
 
@@ -317,8 +321,7 @@ unsigned char* Table::cloneRow(const unsigned char* row) const
 
 void Table::copyRowContent(unsigned char* dst, const unsigned char* src) const
 {
-    std::memcpy(dataArea(dst), dataArea(src),
-                static_cast<size_t>(d->rowSize) - sizeof(RowHeader));
+    std::memcpy(dataArea(dst), dataArea(src), static_cast<size_t>(d->rowSize) - sizeof(RowHeader));
 }
 
 void Table::copyRowContent(unsigned char* dst, const unsigned char* src, int first, int last) const

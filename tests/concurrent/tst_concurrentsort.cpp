@@ -1,0 +1,411 @@
+// SPDX-License-Identifier: MIT
+#include "concurrent/concurrentsort.h"
+
+#include "support/seed.h"
+
+#include <QException>
+#include <QMutex>
+#include <QSemaphore>
+#include <QSet>
+#include <QThread>
+#include <QThreadPool>
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+/// Sixteen bytes, like what a view sorts: a key and where the element stood.
+struct Element
+{
+    qint64 key;
+    qint64 place;
+};
+
+bool keyLess(const Element& a, const Element& b)
+{
+    return a.key < b.key;
+}
+
+std::vector<Element> randomElements(int n, quint32 seed)
+{
+    std::mt19937 random(seed);
+    const unsigned keys = 1 + unsigned(n) / unsigned(1 + random() % 50);
+    std::vector<Element> elements;
+    for (int i = 0; i < n; ++i)
+        elements.push_back({qint64(random() % keys), i});
+    return elements;
+}
+
+template <typename Iterator>
+bool isStablySorted(Iterator begin, Iterator end)
+{
+    return std::is_sorted(begin, end, [](const Element& a, const Element& b) {
+        return a.key < b.key || (a.key == b.key && a.place < b.place);
+    });
+}
+
+/// Sets the size of the global pool for a test.
+class PoolSize
+{
+public:
+    explicit PoolSize(int threads) { QThreadPool::globalInstance()->setMaxThreadCount(threads); }
+    ~PoolSize()
+    {
+        QThreadPool::globalInstance()->waitForDone();
+        QThreadPool::globalInstance()->setMaxThreadCount(before);
+    }
+    Q_DISABLE_COPY(PoolSize)
+
+private:
+    int before = QThreadPool::globalInstance()->maxThreadCount();
+};
+
+void startOnPool(std::function<void()> payload)
+{
+    QThreadPool::globalInstance()->start(std::move(payload));
+}
+
+/// A dead-locked pool cannot be taken down in an orderly way.
+void waitForPool()
+{
+    if (!QThreadPool::globalInstance()->waitForDone(60'000))
+        qFatal("The thread pool is dead-locked");
+}
+
+class OwnException : public QException
+{
+public:
+    void raise() const override { throw *this; }
+    OwnException* clone() const override { return new OwnException(*this); }
+    int detail = 7;
+};
+
+struct ThrownPlain
+{
+    int detail;
+};
+
+} // namespace
+
+class TestConcurrentSort : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void sortsStably_data();
+    void sortsStably();
+    void movesOnly();
+    void cutsAtTheEighths_data();
+    void cutsAtTheEighths();
+    void usesThePoolAbove511();
+    void cutPointsOfHugeRanges();
+    void throwingOrder_data();
+    void throwingOrder();
+
+    void mapRunsEachItemOnce();
+    void mapCarriesExceptions_data();
+    void mapCarriesExceptions();
+    void firstExceptionWins();
+    void poolFullOfCallers_data();
+    void poolFullOfCallers();
+    void poolWaitingForTheCaller();
+    void nestedMaps();
+};
+
+void TestConcurrentSort::sortsStably_data()
+{
+    QTest::addColumn<int>("n");
+    for (int n : {0, 1, 2, 511, 512, 513, 519, 1000, 4099, 100'000})
+        QTest::addRow("%d", n) << n;
+}
+
+void TestConcurrentSort::sortsStably()
+{
+    QFETCH(int, n);
+    for (const quint32 seed : testSeeds(3)) {
+        const SeedScope scope(seed);
+        const std::vector<Element> elements = randomElements(n, seed);
+
+        std::vector<Element> vector = elements;
+        ConcurrentSort::stableSortHelper(vector.begin(), vector.end(), keyLess);
+        QVERIFY(isStablySorted(vector.begin(), vector.end()));
+
+        std::vector<Element> array = elements;
+        ConcurrentSort::stableSortHelper(array.data(), array.data() + n, keyLess);
+        QVERIFY(isStablySorted(array.begin(), array.end()));
+
+        std::deque<Element> deque(elements.begin(), elements.end());
+        ConcurrentSort::stableSortHelper(deque.begin(), deque.end(), keyLess);
+        QVERIFY(isStablySorted(deque.begin(), deque.end()));
+    }
+}
+
+void TestConcurrentSort::movesOnly()
+{
+    std::vector<std::unique_ptr<int>> elements;
+    for (int i = 0; i < 2000; ++i)
+        elements.push_back(std::make_unique<int>(i * 7919 % 2000));
+    ConcurrentSort::stableSortHelper(elements.begin(), elements.end(),
+                                     [](const auto& a, const auto& b) { return *a < *b; });
+    for (int i = 0; i < 2000; ++i)
+        QCOMPARE(*elements[std::size_t(i)], i);
+}
+
+void TestConcurrentSort::cutsAtTheEighths_data()
+{
+    QTest::addColumn<QVector<int>>("cuts");
+    QTest::newRow("512") << QVector<int>{0, 64, 128, 192, 256, 320, 384, 448, 512};
+    QTest::newRow("1000") << QVector<int>{0, 125, 250, 375, 500, 625, 750, 875, 1000};
+    QTest::newRow("1001") << QVector<int>{0, 125, 250, 375, 500, 625, 750, 875, 1001};
+    QTest::newRow("1023") << QVector<int>{0, 127, 255, 383, 511, 639, 767, 895, 1023};
+}
+
+// Two elements are first compared when the chunks that they stood in are joined: within a chunk
+// (level 0), a quarter (1), a half (2), the whole (3). A wrong cut, or a merge that does not wait
+// for its chunks, mixes the levels in the log.
+void TestConcurrentSort::cutsAtTheEighths()
+{
+    QFETCH(QVector<int>, cuts);
+    std::vector<Element> elements = randomElements(cuts.last(), 1);
+    const auto chunkOf = [&](const Element& element) {
+        return int(std::upper_bound(cuts.begin(), cuts.end(), int(element.place)) - cuts.begin()) -
+               1;
+    };
+    QMutex mutex;
+    QVector<int> levels;
+    ConcurrentSort::stableSortHelper(
+        elements.begin(), elements.end(), [&](const Element& a, const Element& b) {
+            const int apart = chunkOf(a) ^ chunkOf(b);
+            const QMutexLocker lock(&mutex);
+            levels.append(apart == 0 ? 0 : apart == 1 ? 1 : apart < 4 ? 2 : 3);
+            return a.key < b.key;
+        });
+    QVERIFY(isStablySorted(elements.begin(), elements.end()));
+    QVERIFY(std::is_sorted(levels.begin(), levels.end()));
+    for (int level = 0; level < 4; ++level)
+        QVERIFY(levels.contains(level));
+}
+
+void TestConcurrentSort::usesThePoolAbove511()
+{
+    for (int n : {511, 512}) {
+        std::vector<Element> elements = randomElements(n, 1);
+        QMutex mutex;
+        QSet<QThread*> threads;
+        ConcurrentSort::stableSortHelper(elements.begin(), elements.end(),
+                                         [&](const Element& a, const Element& b) {
+                                             const QMutexLocker lock(&mutex);
+                                             threads.insert(QThread::currentThread());
+                                             return a.key < b.key;
+                                         });
+        QVERIFY(threads.contains(QThread::currentThread()));
+        QCOMPARE(threads.size() > 1, n > 511);
+    }
+}
+
+void TestConcurrentSort::cutPointsOfHugeRanges()
+{
+    QCOMPARE(ConcurrentSort::cut(2'147'483'647, 7), 1'879'048'191);
+    QCOMPARE(ConcurrentSort::cut(2'147'483'647, 8), 2'147'483'647);
+}
+
+void TestConcurrentSort::throwingOrder_data()
+{
+    QTest::addColumn<int>("call");
+    // By the number of comparisons before it: in a chunk, in each merge and in the caller's own.
+    for (int call : {1, 100, 2000, 8000, 9000, 9900, 10500})
+        QTest::addRow("%d", call) << call;
+}
+
+void TestConcurrentSort::throwingOrder()
+{
+    QFETCH(int, call);
+    std::vector<Element> elements = randomElements(1200, 1);
+    std::atomic<int> calls{0};
+    QString caught;
+    try {
+        ConcurrentSort::stableSortHelper(elements.begin(), elements.end(),
+                                         [&](const Element& a, const Element& b) {
+                                             if (++calls == call)
+                                                 throw QStringLiteral("Order is broken");
+                                             return a.key < b.key;
+                                         });
+    } catch (const QString& text) {
+        caught = text;
+    }
+    QCOMPARE(caught, QStringLiteral("Order is broken"));
+}
+
+void TestConcurrentSort::mapRunsEachItemOnce()
+{
+    for (int threads : {1, 2, 8}) {
+        const PoolSize size(threads);
+        for (int count : {0, 1, 2, 8, 5000}) {
+            QVector<int> runs(count);
+            LiveTable::blockingMap(runs, [](int& item) { ++item; });
+            QCOMPARE(runs, QVector<int>(count, 1));
+        }
+    }
+}
+
+void TestConcurrentSort::mapCarriesExceptions_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::newRow("QString") << 0;
+    QTest::newRow("C string") << 1;
+    QTest::newRow("std::runtime_error") << 2;
+    QTest::newRow("QException") << 3;
+    QTest::newRow("plain class") << 4;
+    QTest::newRow("int") << 5;
+}
+
+void TestConcurrentSort::mapCarriesExceptions()
+{
+    QFETCH(int, kind);
+    for (int thrower = 0; thrower < 8; ++thrower) {
+        std::atomic<int> finished{0};
+        std::vector<int> items(8);
+        std::iota(items.begin(), items.end(), 0);
+        int caught = -1;
+        try {
+            LiveTable::blockingMap(items, [&](int item) {
+                if (item == thrower) {
+                    switch (kind) {
+                    case 0:
+                        throw QStringLiteral("text");
+                    case 1:
+                        throw "xdecimal:nan";
+                    case 2:
+                        throw std::runtime_error("standard");
+                    case 3:
+                        throw OwnException();
+                    case 4:
+                        throw ThrownPlain{item};
+                    default:
+                        throw item;
+                    }
+                }
+                QThread::usleep(200);
+                ++finished;
+            });
+        } catch (const QString& text) {
+            caught = text == QLatin1String("text") ? 0 : -2;
+        } catch (const char* text) {
+            caught = qstrcmp(text, "xdecimal:nan") == 0 ? 1 : -2;
+        } catch (const std::runtime_error& error) {
+            caught = qstrcmp(error.what(), "standard") == 0 ? 2 : -2;
+        } catch (const OwnException& error) {
+            caught = error.detail == 7 ? 3 : -2;
+        } catch (const ThrownPlain& error) {
+            caught = error.detail == thrower ? 4 : -2;
+        } catch (int number) {
+            caught = number == thrower ? 5 : -2;
+        }
+        QCOMPARE(caught, kind);
+        QCOMPARE(finished.load(), 7);
+    }
+}
+
+void TestConcurrentSort::firstExceptionWins()
+{
+    const PoolSize size(1);
+    QVector<int> items = {0, 1, 2, 3, 4, 5, 6, 7};
+    std::atomic<int> thrown{0};
+    int caught = 0;
+    try {
+        LiveTable::blockingMap(items, [&](int item) {
+            if (item > 2)
+                throw ++thrown;
+        });
+    } catch (int number) {
+        caught = number;
+    }
+    QCOMPARE(thrown.load(), 5);
+    QCOMPARE(caught, 1);
+}
+
+void TestConcurrentSort::poolFullOfCallers_data()
+{
+    QTest::addColumn<int>("threads");
+    QTest::newRow("1") << 1;
+    QTest::newRow("2") << 2;
+    QTest::newRow("8") << 8;
+}
+
+void TestConcurrentSort::poolFullOfCallers()
+{
+    QFETCH(int, threads);
+    const PoolSize size(threads);
+    std::atomic<int> sorted{0};
+    QSemaphore gate;
+    for (int i = 0; i < 12; ++i) {
+        startOnPool([&, i] {
+            gate.acquire(); // so that the pool is full of them before the first one sorts
+            std::vector<Element> elements = randomElements(2000, quint32(i));
+            ConcurrentSort::stableSortHelper(elements.begin(), elements.end(), keyLess);
+            sorted += isStablySorted(elements.begin(), elements.end());
+        });
+    }
+    gate.release(12);
+    waitForPool();
+    QCOMPARE(sorted.load(), 12);
+}
+
+// A thread outside the pool maps while every thread of the pool waits for it, be it from before the
+// call or as soon as it has begun. The map that Qt starts afterwards must find nothing to do.
+void TestConcurrentSort::poolWaitingForTheCaller()
+{
+    const PoolSize size(2);
+    for (int alreadyWaiting : {0, 1, 2}) {
+        QSemaphore waiting;
+        QMutex lock;
+        std::atomic<int> runs{0};
+        {
+            const QMutexLocker holder(&lock);
+            for (int i = 0; i < 2; ++i) {
+                startOnPool([&] {
+                    waiting.release();
+                    const QMutexLocker waiter(&lock);
+                });
+                if (i < alreadyWaiting)
+                    waiting.acquire();
+            }
+            const auto items = std::make_unique<QVector<int>>(8);
+            LiveTable::blockingMap(*items, [&runs, use = std::make_shared<int>(1)](int& item) {
+                item += *use;
+                ++runs;
+            });
+            QCOMPARE(*items, QVector<int>(8, 1));
+        }
+        waitForPool();
+        QCOMPARE(runs.load(), 8);
+    }
+}
+
+void TestConcurrentSort::nestedMaps()
+{
+    for (int threads : {1, 2}) {
+        const PoolSize size(threads);
+        std::atomic<int> runs{0};
+        std::vector<int> outer(6);
+        LiveTable::blockingMap(outer, [&](int) {
+            std::vector<int> inner(5);
+            LiveTable::blockingMap(inner, [&](int) {
+                std::vector<int> innermost(4);
+                LiveTable::blockingMap(innermost, [&](int) { ++runs; });
+            });
+        });
+        QCOMPARE(runs.load(), 6 * 5 * 4);
+    }
+}
+
+QTEST_GUILESS_MAIN(TestConcurrentSort)
+
+#include "tst_concurrentsort.moc"

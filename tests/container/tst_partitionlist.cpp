@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: MIT
+#include "container/partitionlist.h"
+#include "support/seed.h"
+
+#include <QtTest>
+
+#include <random>
+
+namespace {
+
+// A movable element that counts its living copies: a list that loses or doubles one is found out.
+class Counted
+{
+public:
+    explicit Counted(int v = 0) : value(v) { ++living; }
+    Counted(const Counted& o) : value(o.value) { ++living; }
+    Counted& operator=(const Counted& o) = default;
+    ~Counted() { --living; }
+    friend bool operator==(const Counted& a, const Counted& b) { return a.value == b.value; }
+    qint64 value;
+    static int living;
+};
+int Counted::living = 0;
+
+} // namespace
+Q_DECLARE_TYPEINFO(Counted, Q_MOVABLE_TYPE);
+
+namespace {
+
+using List = PartitionList<Counted>;
+
+QVector<int> sizes(const List& list)
+{
+    QVector<int> counts;
+    for (const auto* part : list.partitions())
+        if (part)
+            counts.append(part->count());
+    return counts;
+}
+
+QString broken(const List& list, const std::vector<qint64>& model, const std::vector<quint64>& keys)
+{
+    if (list.partitions().isEmpty() || list.partitions().last() != nullptr)
+        return QStringLiteral("no null end");
+    int sum = 0;
+    for (int p = 0; p + 1 < list.partitions().size(); ++p) {
+        const int n = list.partitions().at(p)->count();
+        if (n == 0 || n >= list.partitionSize())
+            return QStringLiteral("partition %1 holds %2").arg(p).arg(n);
+        if (list.partitions().at(p)->capacity() < n || list.partitions().at(p)->list() != &list)
+            return QStringLiteral("partition %1 is not right").arg(p);
+        sum += n;
+    }
+    if (sum != list.count() || list.count() != static_cast<int>(model.size()))
+        return QStringLiteral("counts %1 %2 %3").arg(sum).arg(list.count()).arg(model.size());
+    size_t i = 0;
+    for (const Counted& c : list) {
+        const List::Place place = list.place(static_cast<int>(i));
+        if (c.value != model[i] || list.at(static_cast<int>(i)).value != model[i]
+            || list.position(place) != static_cast<int>(i)
+            || (list.isKeyed() && list.keyAt(place) != keys[i]))
+            return QStringLiteral("element %1").arg(i);
+        ++i;
+    }
+    return i == model.size() ? QString() : QStringLiteral("iteration ended at %1").arg(i);
+}
+
+// Every way to change a list, beside a plain vector.
+class Driver
+{
+public:
+    Driver(quint32 seed, int partitionSize, bool keyed) : random(seed), list(partitionSize)
+    {
+        list.setKeyed(keyed);
+    }
+
+    void step(int largest)
+    {
+        const int n = list.count();
+        switch (int(random() % (n > largest ? 14 : 10))) {
+        case 0:
+        case 1:
+        case 2:
+        case 3:
+            insert(below(n + 1));
+            break;
+        case 4:
+            add(n, list.isKeyed() && n ? keys.back() : 0, true);
+            break;
+        case 5:
+            if (!list.isKeyed()) {
+                QList<Counted> run;
+                const int at = below(n + 1);
+                for (int i = below(3 * list.partitionSize()); i > 0; --i)
+                    run.append(Counted(next++));
+                list.insert(at, run);
+                for (int i = run.size() - 1; i >= 0; --i)
+                    model.insert(model.begin() + at, run.at(i).value);
+                break;
+            }
+            Q_FALLTHROUGH();
+        case 6:
+        case 7:
+        case 8:
+            if (n > 0)
+                erase(below(n));
+            list.remove(n + 5); // out of range: nothing
+            list.remove(-1);
+            break;
+        case 9:
+            list.joinPartitions();
+            break;
+        default:
+            removeRanges();
+        }
+    }
+
+    QString check()
+    {
+        const QString error = broken(list, model, keys);
+        return error.isEmpty() ? wrongSearch() : error;
+    }
+
+    int below(int n) { return n > 0 ? int(random() % quint32(n)) : 0; }
+
+    std::mt19937 random;
+    List list;
+    std::vector<qint64> model;
+    std::vector<quint64> keys;
+
+private:
+    void add(int at, quint64 key, bool append)
+    {
+        const Counted value(next++);
+        if (append)
+            list.append(value, key);
+        else
+            list.insert(at, value, key);
+        model.insert(model.begin() + at, value.value);
+        if (list.isKeyed())
+            keys.insert(keys.begin() + at, key);
+    }
+    void insert(int at)
+    {
+        quint64 key = 0;
+        if (list.isKeyed()) {
+            // Keys must not decrease: look the place up by the key, or take a neighbour's.
+            key = random() % 50;
+            const List::Place place =
+                list.partitionPoint(true, key, [](const Counted&) { return true; });
+            at = list.position(place);
+            if (at != int(std::upper_bound(keys.begin(), keys.end(), key) - keys.begin()))
+                qFatal("partition point");
+        }
+        add(at, key, false);
+    }
+    void erase(int at)
+    {
+        list.remove(at);
+        model.erase(model.begin() + at);
+        if (list.isKeyed())
+            keys.erase(keys.begin() + at);
+    }
+    void removeRanges()
+    {
+        const int n = list.count();
+        RangeSet<int> ranges;
+        for (int i = below(6); i >= 0; --i) {
+            const int from = below(n + 3) - 1;
+            ranges.addRange(from, from + 1 + below(below(4) ? 3 : n));
+        }
+        list.removeRanges(ranges);
+        for (int i = n - 1; i >= 0; --i)
+            if (ranges.contains(i)) {
+                model.erase(model.begin() + i);
+                if (list.isKeyed())
+                    keys.erase(keys.begin() + i);
+            }
+    }
+    QString wrongSearch()
+    {
+        if (!list.isKeyed())
+            return QString();
+        const quint64 key = random() % 52;
+        const auto place = list.partitionPoint(true, key, [](const Counted&) { return false; });
+        const auto want = std::lower_bound(keys.begin(), keys.end(), key) - keys.begin();
+        return list.position(place) == want ? QString() : QStringLiteral("lower bound");
+    }
+
+    qint64 next = 1;
+};
+
+} // namespace
+
+class TestPartitionList : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void randomOperations_data()
+    {
+        QTest::addColumn<int>("partitionSize");
+        QTest::addColumn<bool>("keyed");
+        QTest::addColumn<int>("largest");
+        QTest::addColumn<int>("steps");
+        QTest::newRow("tiny partitions") << 4 << false << 40 << 4000;
+        QTest::newRow("tiny keyed partitions") << 4 << true << 300 << 6000;
+        QTest::newRow("more than one group of partitions") << 5 << true << 900 << 6000;
+        QTest::newRow("partitions of several leaves") << 1500 << false << 4000 << 1500;
+        QTest::newRow("keyed partitions of several leaves") << 1000 << true << 3000 << 12000;
+    }
+    void randomOperations()
+    {
+        QFETCH(int, partitionSize);
+        QFETCH(bool, keyed);
+        QFETCH(int, largest);
+        QFETCH(int, steps);
+        for (const quint32 seed : testSeeds(1)) {
+            const SeedScope scope(seed);
+            Driver driver(seed, partitionSize, keyed);
+            for (int i = 0; i < steps; ++i) {
+                driver.step(largest);
+                if (i % (steps / 500) == 0) {
+                    const QString error = driver.check();
+                    QVERIFY2(error.isEmpty(), qPrintable(QStringLiteral("seed %1 step %2: %3")
+                                                             .arg(seed).arg(i).arg(error)));
+                    QCOMPARE(Counted::living, driver.list.count());
+                }
+            }
+            driver.list.clear();
+            QCOMPARE(Counted::living, 0);
+            QCOMPARE(driver.list.partitions().size(), 1);
+        }
+    }
+
+    void partitionSizesAreFixed()
+    {
+        List list(10000);
+        for (int i = 0; i < 9999; ++i)
+            list.insert(i, Counted(i));
+        QCOMPARE(sizes(list), QVector<int>({9999}));
+        list.insert(9999, Counted(9999));
+        QCOMPARE(sizes(list), QVector<int>({5000, 5000}));
+        list.insert(5000, Counted(-1)); // at the boundary: to the end of the earlier one
+        QCOMPARE(sizes(list), QVector<int>({5001, 5000}));
+
+        RangeSet<int> most;
+        most.addRange(2000, 5001);
+        list.removeRanges(most);
+        QCOMPARE(sizes(list), QVector<int>({2000, 5000}));
+        while (list.count() > 5000)
+            list.remove(list.count() - 1);
+        QCOMPARE(sizes(list), QVector<int>({2000, 3000}));
+        list.remove(4999); // 2999 and 2000: fewer than 5000 together
+        QCOMPARE(sizes(list), QVector<int>({4999}));
+
+        List appended(10000);
+        for (int i = 0; i < 10000; ++i)
+            appended.append(Counted(i));
+        QCOMPARE(sizes(appended), QVector<int>({9999, 1}));
+        for (int i = 0; i < 9999; ++i)
+            appended.remove(0);
+        QCOMPARE(sizes(appended), QVector<int>({1}));
+        QCOMPARE(appended.at(5).value, qint64(0)); // out of range: a default one
+    }
+
+    void iteratorsAreRandomAccess()
+    {
+        Driver driver(7, 6, false);
+        for (int i = 0; i < 100; ++i)
+            driver.list.append(Counted(i));
+        List& list = driver.list;
+        QCOMPARE(list.end() - list.begin(), 100);
+        for (int i = 0; i < 2000; ++i) {
+            const int a = driver.below(101);
+            const int b = driver.below(101);
+            List::const_iterator it = list.cbegin() + a;
+            it += b - a;
+            QCOMPARE(it.index(), b);
+            QVERIFY(it == list.cend() - (100 - b));
+            if (b < 100)
+                QCOMPARE(it->value, qint64(b));
+            if (b > 0)
+                QCOMPARE((--it)->value, qint64(b - 1));
+        }
+        std::stable_sort(list.begin(), list.end(),
+                         [](const Counted& x, const Counted& y) { return x.value % 7 < y.value % 7; });
+        QVERIFY(std::is_sorted(list.cbegin(), list.cend(), [](const Counted& x, const Counted& y) {
+            return x.value % 7 != y.value % 7 ? x.value % 7 < y.value % 7 : x.value < y.value;
+        }));
+    }
+};
+
+QTEST_APPLESS_MAIN(TestPartitionList)
+#include "tst_partitionlist.moc"
