@@ -268,7 +268,7 @@ void tst_marketboard::faultyFilesAreNamed_data()
             ":8: time_ms goes back from 120000 to 60000");
     options("after midnight", "86400000,20200320,C,3000,1,1,2,1\n",
             ":8: time_ms is not a whole number from 0 to 86399999: '86400000'");
-    options("bytes of any kind", QByteArray("\x00\x1b[2J\xff,20200320,C,3000,1,1,2,1\n", 35),
+    options("bytes of any kind", QByteArray(1, '\0') + "\x1b[2J\xff,20200320,C,3000,1,1,2,1\n",
             ":8: time_ms is not a whole number from 0 to 86399999: '\uFFFD\uFFFD[2J\uFFFD'");
     options("endless line", QByteArray(100'000, '1'), ":8: the line is longer than 65536 bytes");
 
