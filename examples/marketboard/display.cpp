@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "display.h"
 
+#include "index/masterindex.h"
+
 #include <QStringList>
 
 #include <algorithm>
@@ -49,6 +51,25 @@ QString alignedText(const std::vector<QStringList>& lines)
 }
 
 } // namespace
+
+QString underlyingLine(const Board& board, const QString& key)
+{
+    QStringList parts;
+    const Record instrument = board.instruments().masterIndex()->findRecord(key);
+    if (!instrument.isNull()) {
+        parts += instrument.data(Board::Description).toString();
+        parts += QStringLiteral("tick ") + shortText(instrument.data(Board::Tick).toDecimal());
+        parts += QStringLiteral("multiplier ") +
+                 shortText(instrument.data(Board::Multiplier).toDecimal());
+    }
+    const Record& nearest = board.futures().at(0);
+    if (!nearest.isNull())
+        parts += QStringLiteral("%1: %2 bid, %3 ask")
+                     .arg(cellText(nearest.data(Board::Contract)),
+                          cellText(nearest.data(Board::FutureBid)),
+                          cellText(nearest.data(Board::FutureAsk)));
+    return parts.isEmpty() ? QString() : parts.join(QStringLiteral(", ")) + QLatin1Char('\n');
+}
 
 QString spreadTable(const Board& board, int count)
 {

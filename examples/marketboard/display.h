@@ -11,6 +11,10 @@ QString clockText(int timeMs);
 /// A price without zeros at the end of its fraction.
 QString shortText(decimal value);
 
+/// What the contract directory says of an instrument, told by its key text, and the quotes of the
+/// nearest future. A line, or nothing where both are unknown.
+QString underlyingLine(const Board& board, const QString& key);
+
 /// The first `count` rows of the view by spread under a line of headings, columns aligned; fewer
 /// when the view has fewer, nothing when `count` is 0.
 QString spreadTable(const Board& board, int count);

@@ -148,7 +148,8 @@ std::optional<QString> Play::endMinute()
 void Play::report() const
 {
     const int contracts = board.options().rowCount();
-    print(stdout, QStringLiteral("%1, %2\n").arg(session.title(), clockText(timeMs)));
+    print(stdout, QStringLiteral("%1, at %2\n").arg(session.title(), clockText(timeMs)));
+    print(stdout, underlyingLine(board, session.underlying()));
     print(stdout, spreadTable(board, arguments.top));
     if (arguments.verify)
         print(stdout, QStringLiteral("verified %1 times: every view is as a fresh sort and filter "
@@ -181,7 +182,8 @@ Arguments parse(QCommandLineParser& parser, const QStringList& words)
         "Without --data a built-in session is played.\n\n"
         "Exit code: 0 played; 1 --verify found a difference; 2 bad arguments or bad input;\n"
         "3 anything else."));
-    parser.addHelpOption();
+    parser.addOption(
+        {{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this text.")});
     parser.addOption({QStringLiteral("data"),
                       QStringLiteral("Replay the recorded day in the folder <dir>: "
                                      "es_options_20200106_quotes.csv.gz, "

@@ -59,6 +59,11 @@ QString Replay::title() const
     return QStringLiteral("Options on the E-mini S&P 500 future, recorded on 2020-01-06");
 }
 
+QString Replay::underlying() const
+{
+    return QStringLiteral("cme,ES,future");
+}
+
 QVector<Instrument> Replay::instruments()
 {
     constexpr int filledFields = 8; // the last four are left out where they are empty

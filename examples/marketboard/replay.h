@@ -15,6 +15,7 @@ public:
     explicit Replay(const QString& folder);
 
     QString title() const override;
+    QString underlying() const override;
     QVector<Instrument> instruments() override;
     Event next() override;
     double progress() const override;

@@ -74,6 +74,9 @@ public:
     /// One line that says what is played.
     virtual QString title() const = 0;
 
+    /// The key of the options' underlying in the contract directory: "market,symbol,type".
+    virtual QString underlying() const = 0;
+
     /// The contract directory. Throws InputError.
     virtual QVector<Instrument> instruments() = 0;
 

@@ -96,6 +96,11 @@ QString Simulation::title() const
     return QStringLiteral("Simulated options on one index future");
 }
 
+QString Simulation::underlying() const
+{
+    return QStringLiteral("sim,IDX,future");
+}
+
 QVector<Instrument> Simulation::instruments()
 {
     const auto text = [](const char* latin1) { return QString::fromLatin1(latin1); };

@@ -18,6 +18,7 @@ public:
     Simulation();
 
     QString title() const override;
+    QString underlying() const override;
     QVector<Instrument> instruments() override;
     Event next() override;
     double progress() const override;

@@ -416,13 +416,16 @@ void tst_marketboard::programPlays()
     const QRegularExpression wanted(QRegularExpression::anchoredPattern(lastLine));
     QVERIFY2(wanted.match(lines.last()).hasMatch(), qPrintable(lines.last()));
     const bool verified = arguments.contains(QStringLiteral("--verify"));
-    QCOMPARE(lines.size(), 1 + tableLines + (verified ? 1 : 0) + 1);
-    for (int i = 2; i <= tableLines; ++i)
-        QCOMPARE(lines[i].size(), lines[1].size()); // aligned
+    QCOMPARE(lines.size(), 2 + tableLines + (verified ? 1 : 0) + 1);
+    for (int i = 3; i < 2 + tableLines; ++i)
+        QCOMPARE(lines[i].size(), lines[2].size()); // aligned
     if (arguments.contains(QStringLiteral("--data"))) {
-        QCOMPARE(lines[2].simplified(),
+        QCOMPARE(lines[1],
+                 QStringLiteral("E-mini S&P 500 Futures, tick 0.25, multiplier 50, 202003: "
+                                "3223.00 bid, 3223.25 ask"));
+        QCOMPARE(lines[3].simplified(),
                  QStringLiteral("20200320 P 3000 30.25 3 30.50 7 0.25 00:02"));
-        QCOMPARE(lines[3].simplified(), QStringLiteral("20200320 C 3000 250.50 11 - 0 - 00:01"));
+        QCOMPARE(lines[4].simplified(), QStringLiteral("20200320 C 3000 250.50 11 - 0 - 00:01"));
     }
 }
 
