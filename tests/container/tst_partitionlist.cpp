@@ -12,8 +12,16 @@ namespace {
 class Counted
 {
 public:
-    explicit Counted(int v = 0) : value(v) { ++living; }
-    Counted(const Counted& o) : value(o.value) { ++living; }
+    explicit Counted(qint64 v = 0)
+        : value(v)
+    {
+        ++living;
+    }
+    Counted(const Counted& o)
+        : value(o.value)
+    {
+        ++living;
+    }
     Counted& operator=(const Counted& o) = default;
     ~Counted() { --living; }
     friend bool operator==(const Counted& a, const Counted& b) { return a.value == b.value; }
@@ -38,7 +46,7 @@ QVector<int> sizes(const List& list)
     return counts;
 }
 
-QString broken(const List& list, const std::vector<qint64>& model, const std::vector<quint64>& keys)
+QString broken(const List& list, const std::vector<qint64>& model, const std::vector<SortKey>& keys)
 {
     if (list.partitions().isEmpty() || list.partitions().last() != nullptr)
         return QStringLiteral("no null end");
@@ -56,9 +64,9 @@ QString broken(const List& list, const std::vector<qint64>& model, const std::ve
     size_t i = 0;
     for (const Counted& c : list) {
         const List::Place place = list.place(static_cast<int>(i));
-        if (c.value != model[i] || list.at(static_cast<int>(i)).value != model[i]
-            || list.position(place) != static_cast<int>(i)
-            || (list.isKeyed() && list.keyAt(place) != keys[i]))
+        if (c.value != model[i] || list.at(static_cast<int>(i)).value != model[i] ||
+            list.position(place) != static_cast<int>(i) ||
+            (list.isKeyed() && list.keyAt(place) != keys[i]))
             return QStringLiteral("element %1").arg(i);
         ++i;
     }
@@ -69,9 +77,11 @@ QString broken(const List& list, const std::vector<qint64>& model, const std::ve
 class Driver
 {
 public:
-    Driver(quint32 seed, int partitionSize, bool keyed) : random(seed), list(partitionSize)
+    Driver(quint32 seed, int partitionSize, int keyWords)
+        : random(seed)
+        , list(partitionSize)
     {
-        list.setKeyed(keyed);
+        list.setKeyWords(keyWords);
     }
 
     void step(int largest)
@@ -85,7 +95,7 @@ public:
             insert(below(n + 1));
             break;
         case 4:
-            add(n, list.isKeyed() && n ? keys.back() : 0, true);
+            add(n, list.isKeyed() && n ? keys.back() : SortKey(), true);
             break;
         case 5:
             if (!list.isKeyed()) {
@@ -126,10 +136,10 @@ public:
     std::mt19937 random;
     List list;
     std::vector<qint64> model;
-    std::vector<quint64> keys;
+    std::vector<SortKey> keys;
 
 private:
-    void add(int at, quint64 key, bool append)
+    void add(int at, SortKey key, bool append)
     {
         const Counted value(next++);
         if (append)
@@ -142,10 +152,10 @@ private:
     }
     void insert(int at)
     {
-        quint64 key = 0;
+        SortKey key;
         if (list.isKeyed()) {
             // Keys must not decrease: look the place up by the key, or take a neighbour's.
-            key = random() % 50;
+            key = randomKey();
             const List::Place place =
                 list.partitionPoint(true, key, [](const Counted&) { return true; });
             at = list.position(place);
@@ -153,6 +163,11 @@ private:
                 qFatal("partition point");
         }
         add(at, key, false);
+    }
+    SortKey randomKey()
+    {
+        const quint64 high = random() % (list.keyWords() > 1 ? 7 : 50);
+        return {high, list.keyWords() > 1 ? random() % 9 : 0};
     }
     void erase(int at)
     {
@@ -181,7 +196,7 @@ private:
     {
         if (!list.isKeyed())
             return QString();
-        const quint64 key = random() % 52;
+        const SortKey key = randomKey();
         const auto place = list.partitionPoint(true, key, [](const Counted&) { return false; });
         const auto want = std::lower_bound(keys.begin(), keys.end(), key) - keys.begin();
         return list.position(place) == want ? QString() : QStringLiteral("lower bound");
@@ -200,30 +215,32 @@ private Q_SLOTS:
     void randomOperations_data()
     {
         QTest::addColumn<int>("partitionSize");
-        QTest::addColumn<bool>("keyed");
+        QTest::addColumn<int>("keyWords");
         QTest::addColumn<int>("largest");
         QTest::addColumn<int>("steps");
-        QTest::newRow("tiny partitions") << 4 << false << 40 << 4000;
-        QTest::newRow("tiny keyed partitions") << 4 << true << 300 << 6000;
-        QTest::newRow("more than one group of partitions") << 5 << true << 900 << 6000;
-        QTest::newRow("partitions of several leaves") << 1500 << false << 4000 << 1500;
-        QTest::newRow("keyed partitions of several leaves") << 1000 << true << 3000 << 12000;
+        QTest::newRow("tiny partitions") << 4 << 0 << 40 << 4000;
+        QTest::newRow("tiny keyed partitions") << 4 << 2 << 300 << 6000;
+        QTest::newRow("more than one group of partitions") << 5 << 1 << 900 << 6000;
+        QTest::newRow("partitions of several leaves") << 1500 << 0 << 4000 << 1500;
+        QTest::newRow("keyed partitions of several leaves") << 1000 << 2 << 3000 << 12000;
     }
     void randomOperations()
     {
         QFETCH(int, partitionSize);
-        QFETCH(bool, keyed);
+        QFETCH(int, keyWords);
         QFETCH(int, largest);
         QFETCH(int, steps);
         for (const quint32 seed : testSeeds(1)) {
             const SeedScope scope(seed);
-            Driver driver(seed, partitionSize, keyed);
+            Driver driver(seed, partitionSize, keyWords);
             for (int i = 0; i < steps; ++i) {
                 driver.step(largest);
                 if (i % (steps / 500) == 0) {
                     const QString error = driver.check();
-                    QVERIFY2(error.isEmpty(), qPrintable(QStringLiteral("seed %1 step %2: %3")
-                                                             .arg(seed).arg(i).arg(error)));
+                    QVERIFY2(
+                        error.isEmpty(),
+                        qPrintable(
+                            QStringLiteral("seed %1 step %2: %3").arg(seed).arg(i).arg(error)));
                     QCOMPARE(Counted::living, driver.list.count());
                 }
             }
@@ -266,7 +283,7 @@ private Q_SLOTS:
 
     void iteratorsAreRandomAccess()
     {
-        Driver driver(7, 6, false);
+        Driver driver(7, 6, 0);
         for (int i = 0; i < 100; ++i)
             driver.list.append(Counted(i));
         List& list = driver.list;
@@ -283,8 +300,9 @@ private Q_SLOTS:
             if (b > 0)
                 QCOMPARE((--it)->value, qint64(b - 1));
         }
-        std::stable_sort(list.begin(), list.end(),
-                         [](const Counted& x, const Counted& y) { return x.value % 7 < y.value % 7; });
+        std::stable_sort(list.begin(), list.end(), [](const Counted& x, const Counted& y) {
+            return x.value % 7 < y.value % 7;
+        });
         QVERIFY(std::is_sorted(list.cbegin(), list.cend(), [](const Counted& x, const Counted& y) {
             return x.value % 7 != y.value % 7 ? x.value % 7 < y.value % 7 : x.value < y.value;
         }));

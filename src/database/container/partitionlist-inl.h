@@ -39,17 +39,17 @@ const T& APartList<T>::at(int i) const
 }
 
 template <typename T>
-typename APartList<T>::Leaf APartList<T>::allocateLeaf(int capacity, bool keyed)
+typename APartList<T>::Leaf APartList<T>::allocateLeaf(int capacity) const
 {
+    static_assert(sizeof(T) % alignof(quint64) == 0, "keys lie behind the items");
     const size_t slots = static_cast<size_t>(capacity);
     const size_t itemBytes = slots * sizeof(T);
-    static_assert(sizeof(T) % alignof(quint64) == 0, "keys lie behind the items");
-    void* block = std::malloc(itemBytes + (keyed ? slots * sizeof(quint64) : 0));
+    const size_t words = static_cast<size_t>(owner->words);
+    void* block = std::malloc(itemBytes + slots * words * sizeof(quint64));
     if (!block)
         qBadAlloc();
     auto* bytes = static_cast<unsigned char*>(block);
-    return {static_cast<T*>(block), keyed ? reinterpret_cast<quint64*>(bytes + itemBytes) : nullptr,
-            capacity};
+    return {static_cast<T*>(block), reinterpret_cast<quint64*>(bytes + itemBytes), capacity};
 }
 
 template <typename T>
@@ -84,7 +84,7 @@ void APartList<T>::putLeaf(int at, const Leaf& leaf, int count) noexcept
 {
     leaves.insert(leaves.begin() + at, leaf);
     counts.insert(counts.begin() + at, count);
-    firsts.insert(firsts.begin() + at, 0);
+    firsts.insert(firsts.begin() + at, SortKey());
     noteFirst(at);
 }
 
@@ -101,34 +101,58 @@ template <typename T>
 void APartList<T>::noteFirst(int leaf) noexcept
 {
     const size_t i = static_cast<size_t>(leaf);
-    if (leaves[i].keys && counts[i] > 0)
-        firsts[i] = leaves[i].keys[0];
+    if (owner->words > 0 && counts[i] > 0)
+        firsts[i] = keyAt(leaf, 0);
 }
 
-namespace LiveTable {
-// Moves elements as bytes: they are of a movable type.
+// Elements are moved as bytes: they are of a movable type.
 template <typename T>
-void moveItems(T* to, const T* from, int n) noexcept
+void APartList<T>::moveWithin(int leaf, int to, int from, int n) noexcept
 {
-    std::memmove(static_cast<void*>(to), static_cast<const void*>(from),
+    const Leaf& l = leaves[static_cast<size_t>(leaf)];
+    std::memmove(static_cast<void*>(l.items + to), static_cast<const void*>(l.items + from),
                  static_cast<size_t>(n) * sizeof(T));
+    for (int word = 0; word < owner->words; ++word) {
+        quint64* keys = l.keys + word * l.capacity;
+        std::memmove(keys + to, keys + from, static_cast<size_t>(n) * sizeof(quint64));
+    }
 }
 
-inline void moveKeys(quint64* to, const quint64* from, int n) noexcept
+template <typename T>
+void APartList<T>::copyOver(const Leaf& to, int at, const Leaf& source, int from,
+                            int n) const noexcept
 {
-    if (to)
-        std::memmove(to, from, static_cast<size_t>(n) * sizeof(quint64));
+    std::memcpy(static_cast<void*>(to.items + at), static_cast<const void*>(source.items + from),
+                static_cast<size_t>(n) * sizeof(T));
+    for (int word = 0; word < owner->words; ++word)
+        std::memcpy(to.keys + word * to.capacity + at, source.keys + word * source.capacity + from,
+                    static_cast<size_t>(n) * sizeof(quint64));
 }
-} // namespace LiveTable
+
+template <typename T>
+SortKey APartList<T>::keyAt(int leaf, int offset) const noexcept
+{
+    const Leaf& l = leaves[static_cast<size_t>(leaf)];
+    return {owner->words > 0 ? l.keys[offset] : 0,
+            owner->words > 1 ? l.keys[l.capacity + offset] : 0};
+}
+
+template <typename T>
+void APartList<T>::setKey(int leaf, int offset, SortKey key) noexcept
+{
+    const Leaf& l = leaves[static_cast<size_t>(leaf)];
+    if (owner->words > 0)
+        l.keys[offset] = key.high;
+    if (owner->words > 1)
+        l.keys[l.capacity + offset] = key.low;
+}
 
 template <typename T>
 void APartList<T>::growLeaf(int leaf, int capacity)
 {
     Leaf& old = leaves[static_cast<size_t>(leaf)];
-    const int n = counts[static_cast<size_t>(leaf)];
-    const Leaf grown = allocateLeaf(capacity, old.keys);
-    LiveTable::moveItems(grown.items, old.items, n);
-    LiveTable::moveKeys(grown.keys, old.keys, n);
+    const Leaf grown = allocateLeaf(capacity);
+    copyOver(grown, 0, old, 0, counts[static_cast<size_t>(leaf)]);
     freeLeaf(old);
     old = grown;
 }
@@ -139,11 +163,8 @@ void APartList<T>::splitLeaf(int leaf, int at)
 {
     reserveLeaves(1);
     const int moved = counts[static_cast<size_t>(leaf)] - at;
-    const Leaf source = leaves[static_cast<size_t>(leaf)];
-    const Leaf right = allocateLeaf(LeafCapacity, source.keys);
-    LiveTable::moveItems(right.items, source.items + at, moved);
-    if (source.keys)
-        LiveTable::moveKeys(right.keys, source.keys + at, moved);
+    const Leaf right = allocateLeaf(LeafCapacity);
+    copyOver(right, 0, leaves[static_cast<size_t>(leaf)], at, moved);
     counts[static_cast<size_t>(leaf)] = at;
     putLeaf(leaf + 1, right, moved);
 }
@@ -153,7 +174,7 @@ void APartList<T>::openLeaf(int& leaf, int& offset, bool atListEnd)
 {
     if (leaves.empty()) {
         reserveLeaves(1);
-        putLeaf(0, allocateLeaf(FirstLeafCapacity, owner->keyed), 0);
+        putLeaf(0, allocateLeaf(FirstLeafCapacity), 0);
         return;
     }
     const int n = counts[static_cast<size_t>(leaf)];
@@ -177,15 +198,12 @@ bool APartList<T>::mergeLeaf(int leaf) noexcept
 {
     if (leaf < 0 || leaf + 1 >= leafCount())
         return false;
-    Leaf& left = leaves[static_cast<size_t>(leaf)];
-    const Leaf& right = leaves[static_cast<size_t>(leaf) + 1];
+    const Leaf& left = leaves[static_cast<size_t>(leaf)];
     int& n = counts[static_cast<size_t>(leaf)];
     const int m = counts[static_cast<size_t>(leaf) + 1];
     if (n + m > LeafCapacity / 2 || n + m > left.capacity)
         return false;
-    LiveTable::moveItems(left.items + n, right.items, m);
-    if (left.keys)
-        LiveTable::moveKeys(left.keys + n, right.keys, m);
+    copyOver(left, n, leaves[static_cast<size_t>(leaf) + 1], 0, m);
     n += m;
     dropLeaf(leaf + 1);
     noteFirst(leaf);
@@ -238,7 +256,7 @@ void PartitionList<T>::swap(PartitionList& other) noexcept
 {
     std::swap(total, other.total);
     std::swap(maximum, other.maximum);
-    std::swap(keyed, other.keyed);
+    std::swap(words, other.words);
     ++changes;
     ++other.changes;
     parts.swap(other.parts);
@@ -271,10 +289,10 @@ void PartitionList<T>::clear() noexcept
 }
 
 template <typename T>
-void PartitionList<T>::setKeyed(bool on)
+void PartitionList<T>::setKeyWords(int count)
 {
-    Q_ASSERT(total == 0);
-    keyed = on;
+    Q_ASSERT(total == 0 && count >= 0 && count <= 2);
+    words = count;
 }
 
 template <typename T>
@@ -372,10 +390,10 @@ bool PartitionList<T>::stepBack(Place& place) const noexcept
 }
 
 template <typename T>
-void PartitionList<T>::setKey(const Place& p, quint64 key) noexcept
+void PartitionList<T>::setKey(const Place& p, SortKey key) noexcept
 {
     APartList<T>* part = parts.at(p.part);
-    part->leaves[leaf(p)].keys[p.offset] = key;
+    part->setKey(p.leaf, p.offset, key);
     if (p.offset == 0) {
         part->noteFirst(p.leaf);
         noteFirst(p.part);
@@ -387,10 +405,10 @@ template <typename KeyOf>
 void PartitionList<T>::rekey(KeyOf keyOf)
 {
     PartitionList fresh(maximum);
-    fresh.keyed = true;
-    forEachRun([&](const T* items, const quint64*, int n) {
+    fresh.words = 1;
+    forEachRun([&](const T* items, int n) {
         for (int i = 0; i < n; ++i)
-            fresh.append(items[i], keyOf(items[i]));
+            fresh.append(items[i], SortKey{keyOf(items[i]), 0});
     });
     swap(fresh);
 }
@@ -424,46 +442,56 @@ inline int lowerKey(const quint64* keys, int n, quint64 key) noexcept
     }
     return static_cast<int>(base - keys) + (n == 1 && *base < key ? 1 : 0);
 }
+
+// Narrows from..to, a run of ascending keys, to those that equal `key`.
+inline void narrowToKey(const quint64* keys, quint64 key, int& from, int& to) noexcept
+{
+    from += lowerKey(keys + from, to - from, key);
+    if (from == to || keys[from] != key)
+        to = from;
+    else if (from + 1 == to || keys[from + 1] != key)
+        to = from + 1;
+    else
+        to = static_cast<int>(std::upper_bound(keys + from + 1, keys + to, key) - keys);
+}
 } // namespace LiveTable
 
 template <typename T>
 template <typename Before>
-typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, quint64 key,
+typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, SortKey key,
                                                                   Before before) const
 {
-    byKey = byKey && keyed;
+    byKey = byKey && words > 0;
     const int p = lastBefore(partCount(), [&](int i) {
-        const quint64 first = byKey ? partFirsts[static_cast<size_t>(i)] : key;
+        const SortKey first = byKey ? partFirsts[static_cast<size_t>(i)] : key;
         return first != key ? first < key : before(parts.at(i)->leaves[0].items[0]);
     });
     if (p < 0)
         return {0, 0, 0};
     const APartList<T>* part = parts.at(p);
-    const int l = lastBefore(part->leafCount(), [&](int i) {
-        const size_t at = static_cast<size_t>(i);
-        const quint64 first = byKey ? part->firsts[at] : key;
-        return first != key ? first < key : before(part->leaves[at].items[0]);
-    });
-    const typename APartList<T>::Leaf& leaf = part->leaves[static_cast<size_t>(std::max(l, 0))];
+    const int l =
+        std::max(0, lastBefore(part->leafCount(), [&](int i) {
+                     const size_t at = static_cast<size_t>(i);
+                     const SortKey first = byKey ? part->firsts[at] : key;
+                     return first != key ? first < key : before(part->leaves[at].items[0]);
+                 }));
+    const typename APartList<T>::Leaf& leafNow = part->leaves[static_cast<size_t>(l)];
     int from = 0;
-    int to = part->counts[static_cast<size_t>(std::max(l, 0))];
+    int to = part->counts[static_cast<size_t>(l)];
     if (byKey) {
-        from = LiveTable::lowerKey(leaf.keys, to, key);
-        if (from == to || leaf.keys[from] != key)
-            to = from;
-        else
-            to = static_cast<int>(std::upper_bound(leaf.keys + from, leaf.keys + to, key) -
-                                  leaf.keys);
+        LiveTable::narrowToKey(leafNow.keys, key.high, from, to);
+        if (words > 1)
+            LiveTable::narrowToKey(leafNow.keys + leafNow.capacity, key.low, from, to);
     }
     const int offset =
-        from + 1 + lastBefore(to - from, [&](int i) { return before(leaf.items[from + i]); });
-    return {p, std::max(l, 0), offset};
+        from + 1 + lastBefore(to - from, [&](int i) { return before(leafNow.items[from + i]); });
+    return {p, l, offset};
 }
 
 template <typename T>
 void PartitionList<T>::noteFirst(int part) noexcept
 {
-    if (keyed)
+    if (words > 0)
         partFirsts[static_cast<size_t>(part)] = parts.at(part)->firsts[0];
 }
 
@@ -495,7 +523,7 @@ APartList<T>* PartitionList<T>::createPart(int at)
     groupCounts.reserve(partCounts.size() / 64 + 1);
     parts.insert(at, part.get());
     partCounts.insert(partCounts.begin() + at, 0);
-    partFirsts.insert(partFirsts.begin() + at, 0);
+    partFirsts.insert(partFirsts.begin() + at, SortKey());
     partsChanged();
     return part.release();
 }
@@ -589,7 +617,7 @@ void PartitionList<T>::joinPartitions()
 }
 
 template <typename T>
-void PartitionList<T>::append(const T& value, quint64 key)
+void PartitionList<T>::append(const T& value, SortKey key)
 {
     const int last = partCount() - 1;
     if (last >= 0 && partCounts[static_cast<size_t>(last)] < maximum - 1) {
@@ -607,7 +635,7 @@ void PartitionList<T>::append(const T& value, quint64 key)
 }
 
 template <typename T>
-void PartitionList<T>::insert(int i, const T& value, quint64 key)
+void PartitionList<T>::insert(int i, const T& value, SortKey key)
 {
     insertAt(insertPlace(std::clamp(i, 0, total)), value, key);
 }
@@ -615,7 +643,7 @@ void PartitionList<T>::insert(int i, const T& value, quint64 key)
 template <typename T>
 void PartitionList<T>::insert(int i, const QList<T>& values)
 {
-    Q_ASSERT(!keyed);
+    Q_ASSERT(words == 0);
     i = std::clamp(i, 0, total);
     int done = 0;
     try {
@@ -631,7 +659,7 @@ void PartitionList<T>::insert(int i, const QList<T>& values)
 }
 
 template <typename T>
-void PartitionList<T>::insertAt(Place place, T value, quint64 key)
+void PartitionList<T>::insertAt(Place place, T value, SortKey key)
 {
     if (partCount() == 0)
         createPart(0);
@@ -644,16 +672,10 @@ void PartitionList<T>::insertAt(Place place, T value, quint64 key)
             dropPart(place.part);
         throw;
     }
-    const typename APartList<T>::Leaf& into = part->leaves[leaf(place)];
-    const int behind = part->counts[leaf(place)] - place.offset;
-    T* const slot = into.items + place.offset;
-    LiveTable::moveItems(slot + 1, slot, behind);
-    new (static_cast<void*>(slot)) T(std::move(value));
-    if (into.keys) {
-        quint64* const keySlot = into.keys + place.offset;
-        LiveTable::moveKeys(keySlot + 1, keySlot, behind);
-        *keySlot = key;
-    }
+    part->moveWithin(place.leaf, place.offset + 1, place.offset,
+                     part->counts[leaf(place)] - place.offset);
+    new (static_cast<void*>(part->leaves[leaf(place)].items + place.offset)) T(std::move(value));
+    part->setKey(place.leaf, place.offset, key);
     ++part->counts[leaf(place)];
     countChanged(place.part, 1);
     if (place.offset == 0) {
@@ -674,14 +696,11 @@ template <typename T>
 T PartitionList<T>::takeAt(Place place)
 {
     APartList<T>* part = parts.at(place.part);
-    const typename APartList<T>::Leaf& from = part->leaves[leaf(place)];
-    T* const slot = from.items + place.offset;
+    T* const slot = part->leaves[leaf(place)].items + place.offset;
     T value(std::move(*slot));
     slot->~T();
     const int behind = --part->counts[leaf(place)] - place.offset;
-    LiveTable::moveItems(slot, slot + 1, behind);
-    if (from.keys)
-        LiveTable::moveKeys(from.keys + place.offset, from.keys + place.offset + 1, behind);
+    part->moveWithin(place.leaf, place.offset, place.offset + 1, behind);
     countChanged(place.part, -1);
     ++changes;
     part->noteFirst(place.leaf);
@@ -708,28 +727,25 @@ template <typename T>
 void PartitionList<T>::compactLeaf(APartList<T>* part, size_t l, int position,
                                    const RangeSet<int>& ranges, int& range, std::vector<T>& dead)
 {
-    const typename APartList<T>::Leaf& items = part->leaves[l];
+    const int leafAt = static_cast<int>(l);
+    T* const items = part->leaves[l].items;
     const int n = part->counts[l];
     int kept = std::max(ranges.begin(range) - position, 0);
     int next = kept;
     for (;;) {
         const int from = std::clamp(ranges.begin(range) - position, next, n);
-        const int to = std::clamp(ranges.end(range) - position, next, n);
-        LiveTable::moveItems(items.items + kept, items.items + next, from - next);
-        if (items.keys)
-            LiveTable::moveKeys(items.keys + kept, items.keys + next, from - next);
+        const int to = std::clamp(ranges.end(range) - position, from, n);
+        part->moveWithin(leafAt, kept, next, from - next);
         kept += from - next;
         for (int i = from; i < to; ++i) {
-            dead.push_back(std::move(items.items[i]));
-            items.items[i].~T();
+            dead.push_back(std::move(items[i]));
+            items[i].~T();
         }
         next = to;
         if (ranges.end(range) - position > n)
             break;
         if (++range == ranges.rangeCount() || ranges.begin(range) - position >= n) {
-            LiveTable::moveItems(items.items + kept, items.items + next, n - next);
-            if (items.keys)
-                LiveTable::moveKeys(items.keys + kept, items.keys + next, n - next);
+            part->moveWithin(leafAt, kept, next, n - next);
             kept += n - next;
             break;
         }
@@ -797,8 +813,7 @@ void PartitionList<T>::forEachRun(Visit visit) const
         if (!part)
             break;
         for (size_t l = 0; l < part->leaves.size(); ++l)
-            visit(static_cast<const T*>(part->leaves[l].items),
-                  static_cast<const quint64*>(part->leaves[l].keys), part->counts[l]);
+            visit(static_cast<const T*>(part->leaves[l].items), part->counts[l]);
     }
 }
 
@@ -810,10 +825,12 @@ void PartitionList<T>::reorder(Next next) noexcept
     for (int p = 0; p < partCount(); ++p) {
         APartList<T>* part = parts.at(p);
         for (int l = 0; l < part->leafCount(); ++l) {
-            const typename APartList<T>::Leaf& leafNow = part->leaves[static_cast<size_t>(l)];
-            for (int j = 0; j < part->counts[static_cast<size_t>(l)]; ++j, ++i)
-                next(i, static_cast<void*>(leafNow.items + j),
-                     leafNow.keys ? leafNow.keys + j : nullptr);
+            T* const items = part->leaves[static_cast<size_t>(l)].items;
+            for (int j = 0; j < part->counts[static_cast<size_t>(l)]; ++j, ++i) {
+                SortKey key;
+                next(i, static_cast<void*>(items + j), &key);
+                part->setKey(l, j, key);
+            }
             part->noteFirst(l);
         }
         noteFirst(p);

@@ -12,10 +12,24 @@
 template <typename T>
 class PartitionList;
 
+/// An order-preserving key of up to 128 bits, kept beside an element: a list with one key word uses
+/// `high` alone.
+struct SortKey
+{
+    quint64 high = 0;
+    quint64 low = 0;
+    friend bool operator==(SortKey a, SortKey b) { return a.high == b.high && a.low == b.low; }
+    friend bool operator!=(SortKey a, SortKey b) { return !(a == b); }
+    friend bool operator<(SortKey a, SortKey b)
+    {
+        return a.high != b.high ? a.high < b.high : a.low < b.low;
+    }
+};
+
 /// One partition of a PartitionList: a run of at most partitionSize() elements.
 ///
 /// Inside, the run is cut into leaves: blocks of at most LeafCapacity elements, each with, in a
-/// keyed list, the elements' 64-bit keys beside them. So an insertion moves at most one leaf's
+/// keyed list, the elements' keys beside them. So an insertion moves at most one leaf's
 /// worth of pointers, and a search by key never leaves the key arrays until it has found its place.
 /// A partition belongs to its list and is changed by it alone.
 template <typename T>
@@ -39,7 +53,7 @@ private:
     struct Leaf
     {
         T* items;
-        quint64* keys; // behind the items in the same block; null in a list without keys
+        quint64* keys; // behind the items in the same block: all high words, then all low ones
         int capacity;
     };
 
@@ -49,7 +63,11 @@ private:
     ~APartList();
     Q_DISABLE_COPY(APartList)
 
-    static Leaf allocateLeaf(int capacity, bool keyed);
+    Leaf allocateLeaf(int capacity) const;
+    void moveWithin(int leaf, int to, int from, int n) noexcept;
+    void copyOver(const Leaf& to, int at, const Leaf& source, int from, int n) const noexcept;
+    SortKey keyAt(int leaf, int offset) const noexcept;
+    void setKey(int leaf, int offset, SortKey key) noexcept;
     static void freeLeaf(const Leaf& leaf) noexcept;
     int leafOf(int& offset) const noexcept; // offset in the partition -> leaf, offset in the leaf
     int leafCount() const noexcept { return static_cast<int>(leaves.size()); }
@@ -67,7 +85,7 @@ private:
     int total = 0;
     std::vector<Leaf> leaves;
     std::vector<int> counts;     // of each leaf: searched and summed without touching the leaves
-    std::vector<quint64> firsts; // first key of each leaf, in a keyed list
+    std::vector<SortKey> firsts; // first key of each leaf, in a keyed list
 };
 
 /// An ordered list cut into partitions of bounded size, so that inserting or removing in the middle
@@ -77,7 +95,7 @@ private:
 /// neighbours are joined when a removal leaves them with fewer than minimumSize() together. No
 /// partition is ever empty. What lies inside a partition is told at APartList.
 ///
-/// A list may be *keyed*: each element then carries a 64-bit key given at insertion, and
+/// A list may be *keyed*: each element then carries a key given at insertion, and
 /// partitionPoint() searches by it. Keys must not decrease along the list; the owner sees to that.
 ///
 /// Elements must be movable by plain memory copy (Q_MOVABLE_TYPE); the list owns its elements and
@@ -233,10 +251,10 @@ public:
     /// Adds behind the last element: to the last partition while it holds fewer than
     /// partitionSize() - 1, else in a new one (so a list that is only appended to is densely
     /// packed).
-    void append(const T& value, quint64 key = 0);
+    void append(const T& value, SortKey key = SortKey());
     /// Inserts before position i, clamped to 0..count(). At a boundary the element goes to the end
     /// of the earlier partition; a partition that reaches partitionSize() is then split in half.
-    void insert(int i, const T& value, quint64 key = 0);
+    void insert(int i, const T& value, SortKey key = SortKey());
     /// Inserts a run in order. No partition reaches partitionSize(): an overfull one is cut into
     /// parts of about half the size.
     void insert(int i, const QList<T>& values);
@@ -263,9 +281,10 @@ public:
         int leaf;
         int offset;
     };
-    /// Makes an empty list keyed or not.
-    void setKeyed(bool on);
-    bool isKeyed() const noexcept { return keyed; }
+    /// How many key words an empty list is to keep for each element: 0, 1 or 2.
+    void setKeyWords(int words);
+    int keyWords() const noexcept { return words; }
+    bool isKeyed() const noexcept { return words > 0; }
     /// Rises with every change of the list; tells whether a Place is still good.
     quint32 version() const noexcept { return changes; }
 
@@ -283,9 +302,9 @@ public:
     /// Steps from an element to the one behind it; false at the last.
     bool stepForward(Place& place) const noexcept;
     const T& at(const Place& p) const { return parts.at(p.part)->leaves[leaf(p)].items[p.offset]; }
-    quint64 keyAt(const Place& p) const { return parts.at(p.part)->leaves[leaf(p)].keys[p.offset]; }
-    void setKey(const Place& place, quint64 key) noexcept;
-    /// Gives every element of an unkeyed or keyed list a new key; `keyOf` must be non-decreasing.
+    SortKey keyAt(const Place& p) const { return parts.at(p.part)->keyAt(p.leaf, p.offset); }
+    void setKey(const Place& place, SortKey key) noexcept;
+    /// Gives every element of the list a key of one word; keyOf(element) must not decrease.
     template <typename KeyOf>
     void rekey(KeyOf keyOf);
 
@@ -294,19 +313,19 @@ public:
     /// and `before(element)`; else when `before(element)`. `before` must be true for a first run of
     /// the elements and false for the rest. About log2(n) calls at most.
     template <typename Before>
-    Place partitionPoint(bool byKey, quint64 key, Before before) const;
+    Place partitionPoint(bool byKey, SortKey key, Before before) const;
 
     /// Inserts at a place got from this list in its present state.
-    void insertAt(Place place, T value, quint64 key);
+    void insertAt(Place place, T value, SortKey key);
     /// Removes and returns the element at a place.
     T takeAt(Place place);
 
-    /// Calls visit(items, keys, n) for each run of elements in order; keys is null when not keyed.
+    /// Calls visit(items, n) for each run of elements in order.
     template <typename Visit>
     void forEachRun(Visit visit) const;
     /// Replaces the order: next(i, slot, key) writes the bits of the element that comes i-th to
-    /// `slot` (and its key, unless `key` is null). It must give each present element once; nothing
-    /// is copied or released.
+    /// `slot` and its key to `*key`. It must give each present element once; nothing is copied or
+    /// released.
     template <typename Next>
     void reorder(Next next) noexcept;
 
@@ -332,14 +351,14 @@ private:
 
     int total = 0;
     int maximum;
-    bool keyed = false;
+    int words = 0;
     quint32 changes = 0;
     QVector<APartList<T>*> parts;
     // Beside the partitions, so that searches and sums stay out of them: their counts, sums of
     // counts over groups of 64, and their first keys.
     std::vector<int> partCounts;
     std::vector<int> groupCounts;
-    std::vector<quint64> partFirsts;
+    std::vector<SortKey> partFirsts;
 };
 
 #include "container/partitionlist-inl.h"

@@ -15,7 +15,7 @@ void IndexObserver::indexDestroyed(const IndexList&) {}
 
 // --- the list ---
 
-void IndexListPrivate::insertAt(const Place& place, const Record& record, quint64 key)
+void IndexListPrivate::insertAt(const Place& place, const Record& record, SortKey key)
 {
     records.insertAt(place, record, key);
     tag(record, key);
@@ -28,7 +28,7 @@ Record IndexListPrivate::takeAt(const Place& place)
     return record;
 }
 
-void IndexListPrivate::append(const Record& record, quint64 key)
+void IndexListPrivate::append(const Record& record, SortKey key)
 {
     records.append(record, key);
     tag(record, key);
@@ -48,7 +48,7 @@ void IndexListPrivate::removeRanges(const RangeSet<int>& ranges)
 void IndexListPrivate::clear()
 {
     if (isMaster)
-        records.forEachRun([this](const Record* items, const quint64*, int n) {
+        records.forEachRun([this](const Record* items, int n) {
             std::for_each(items, items + n, [this](const Record& record) { untag(record); });
         });
     records.clear();
@@ -61,11 +61,11 @@ void IndexListPrivate::moveBlock(int first, int last, int to)
     if (first < 0 || n < 1 || last >= records.count() || to == first || to == last || to < 0 ||
         to > records.count() - n)
         return;
-    std::vector<std::pair<Record, quint64>> block;
+    std::vector<std::pair<Record, SortKey>> block;
     block.reserve(static_cast<size_t>(n));
     for (int i = 0; i < n; ++i) {
         const Place place = records.place(first);
-        const quint64 key = records.isKeyed() ? records.keyAt(place) : 0;
+        const SortKey key = records.keyAt(place);
         block.emplace_back(records.takeAt(place), key);
     }
     for (int i = 0; i < n; ++i)
@@ -81,7 +81,7 @@ void IndexListPrivate::renumber()
     lastArrival = 0;
     records.rekey([this](const Record& record) {
         ++lastArrival;
-        tag(record, lastArrival);
+        tag(record, SortKey{lastArrival, 0});
         return lastArrival;
     });
 }
@@ -212,7 +212,7 @@ void IndexList::build()
             if (filter(record))
                 accepted.push_back(record);
         for (const Record& record : accepted)
-            listData->append(record, 0);
+            listData->append(record, SortKey());
     } catch (...) {
         table->unlock();
         throw;
@@ -223,7 +223,7 @@ void IndexList::build()
 
 void IndexList::add(const Record& record)
 {
-    listData->append(record, 0);
+    listData->append(record, SortKey());
     if (listData->isObserved())
         listData->tellInserted(count() - 1);
 }
@@ -253,7 +253,7 @@ int IndexList::indexOf(const Record& record) const
 {
     int position = 0;
     int found = -1;
-    listData->records.forEachRun([&](const Record* items, const quint64*, int n) {
+    listData->records.forEachRun([&](const Record* items, int n) {
         if (found >= 0)
             return;
         const Record* at = std::find(items, items + n, record);

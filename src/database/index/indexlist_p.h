@@ -47,9 +47,9 @@ public:
         , isAttached(attach)
     {}
 
-    void insertAt(const Place& place, const Record& record, quint64 key);
+    void insertAt(const Place& place, const Record& record, SortKey key);
     Record takeAt(const Place& place);
-    void append(const Record& record, quint64 key);
+    void append(const Record& record, SortKey key);
     void removeRanges(const RangeSet<int>& ranges);
     void clear();
     /// Takes the records at first..last out and puts them back at `to`, keys and all.
@@ -82,10 +82,10 @@ public:
     bool needsRebuild = false; // content not right either
 
 private:
-    void tag(const Record& record, quint64 key) const
+    void tag(const Record& record, SortKey key) const
     {
         if (isMaster)
-            LiveTable::RowPool::setTag(record.row(), keys == ArrivalNumbers ? key : 1);
+            LiveTable::RowPool::setTag(record.row(), keys == ArrivalNumbers ? key.high : 1);
     }
     void untag(const Record& record) const
     {

@@ -24,14 +24,19 @@ QString IndexSort::getClassName() const
     return QStringLiteral("IndexSort");
 }
 
-bool IndexSort::hasSortKey() const
-{
-    return false;
-}
-
-quint64 IndexSort::sortKey(const Record&) const
+int IndexSort::sortKeyWords() const
 {
     return 0;
+}
+
+SortKey IndexSort::sortKey(const Record&) const
+{
+    return SortKey();
+}
+
+bool IndexSort::isSortKeyExact(SortKey) const
+{
+    return false;
 }
 
 bool IndexSort::isAffected(int, int) const
@@ -61,7 +66,7 @@ namespace {
 // A record during a sort: its key and its bare row, moved about without counting.
 struct SortItem
 {
-    quint64 key;
+    SortKey key;
     unsigned char* row;
 };
 
@@ -81,21 +86,23 @@ void IndexSort::resort()
     d->needsResort = true; // until it has come to its end
     std::vector<SortItem> items;
     items.reserve(static_cast<size_t>(count()));
-    d->records.forEachRun([&](const Record* records, const quint64*, int n) {
+    d->records.forEachRun([&](const Record* records, int n) {
         for (int i = 0; i < n; ++i)
-            items.push_back({keyed ? sortKey(records[i]) : 0, records[i].row()});
+            items.push_back({keyed ? sortKey(records[i]) : SortKey(), records[i].row()});
     });
-    const auto lessThan = [this](const SortItem& a, const SortItem& b) {
-        return a.key != b.key ? a.key < b.key
-                              : compare(Record::borrowed(a.row), Record::borrowed(b.row)) < 0;
+    const auto lessThan = [this, keyed](const SortItem& a, const SortItem& b) {
+        if (a.key != b.key)
+            return a.key < b.key;
+        if (keyed && isSortKeyExact(a.key))
+            return false;
+        return compare(Record::borrowed(a.row), Record::borrowed(b.row)) < 0;
     };
     if (!std::is_sorted(items.begin(), items.end(), lessThan))
         ConcurrentSort::stableSortHelper(items.data(), items.data() + items.size(), lessThan);
-    d->records.reorder([&](int i, void* slot, quint64* key) {
+    d->records.reorder([&](int i, void* slot, SortKey* key) {
         const SortItem& item = items[static_cast<size_t>(i)];
         std::memcpy(slot, &item.row, sizeof(item.row));
-        if (key)
-            *key = item.key;
+        *key = item.key;
     });
     d->needsResort = false;
     d->tellReset();
@@ -193,7 +200,7 @@ void IndexSort::update(const Record& record, int firstColumn, int lastColumn, in
     }
     int from = 0;
     int to = 0;
-    const quint64 key = work.keyOf(d->records.at(place));
+    const SortKey key = work.keyOf(d->records.at(place));
     const bool moved = work.move(place, key, from, to);
     if (!d->isObserved())
         return;

@@ -20,44 +20,60 @@ void IndexSortWork::prepare()
     if (d->keepsArrival && d->isMaster)
         d->keys = IndexListPrivate::ArrivalNumbers;
     else
-        d->keys = q->hasSortKey() ? IndexListPrivate::SortKeys : IndexListPrivate::NoKeys;
-    list.setKeyed(d->keys != IndexListPrivate::NoKeys);
+        d->keys = q->sortKeyWords() > 0 ? IndexListPrivate::SortKeys : IndexListPrivate::NoKeys;
+    list.setKeyWords(d->keys == IndexListPrivate::SortKeys         ? std::min(q->sortKeyWords(), 2)
+                     : d->keys == IndexListPrivate::ArrivalNumbers ? 1
+                                                                   : 0);
 }
 
-quint64 IndexSortWork::keyOf(const Record& record) const
+SortKey IndexSortWork::keyOf(const Record& record) const
 {
     if (d->keys == IndexListPrivate::SortKeys)
         return q->sortKey(record);
-    return d->keys == IndexListPrivate::ArrivalNumbers ? RowPool::tag(record.row()) : 0;
+    return d->keys == IndexListPrivate::ArrivalNumbers ? SortKey{RowPool::tag(record.row()), 0}
+                                                       : SortKey();
 }
 
-quint64 IndexSortWork::keyToInsert(const Record& record)
+SortKey IndexSortWork::keyToInsert(const Record& record)
 {
-    return d->keys == IndexListPrivate::ArrivalNumbers ? ++d->lastArrival : keyOf(record);
+    return d->keys == IndexListPrivate::ArrivalNumbers ? SortKey{++d->lastArrival, 0}
+                                                       : keyOf(record);
 }
 
-int IndexSortWork::order(quint64 keyA, const Record& a, quint64 keyB, const Record& b) const
+int IndexSortWork::order(SortKey keyA, const Record& a, SortKey keyB, const Record& b) const
 {
-    if (keyA != keyB && d->keys == IndexListPrivate::SortKeys)
-        return keyA < keyB ? -1 : 1;
+    if (d->keys == IndexListPrivate::SortKeys) {
+        if (keyA != keyB)
+            return keyA < keyB ? -1 : 1;
+        if (q->isSortKeyExact(keyA))
+            return 0;
+    }
     return q->compare(a, b);
 }
 
 IndexSortWork::Place IndexSortWork::lower(const Record& record) const
 {
-    const bool byKey = d->keys == IndexListPrivate::SortKeys;
-    return list.partitionPoint(byKey, byKey ? q->sortKey(record) : 0, [&](const Record& element) {
-        return q->compare(element, record) < 0;
-    });
+    return lower(d->keys == IndexListPrivate::SortKeys ? q->sortKey(record) : SortKey(), record);
+}
+
+IndexSortWork::Place IndexSortWork::lower(SortKey key, const Record& record) const
+{
+    if (isExact(key))
+        return list.partitionPoint(true, key, [](const Record&) { return false; });
+    return list.partitionPoint(
+        d->keys == IndexListPrivate::SortKeys, key,
+        [&](const Record& element) { return q->compare(element, record) < 0; });
 }
 
 IndexSortWork::Place IndexSortWork::upper(const Record& record) const
 {
-    return upper(d->keys == IndexListPrivate::SortKeys ? q->sortKey(record) : 0, record);
+    return upper(d->keys == IndexListPrivate::SortKeys ? q->sortKey(record) : SortKey(), record);
 }
 
-IndexSortWork::Place IndexSortWork::upper(quint64 key, const Record& record) const
+IndexSortWork::Place IndexSortWork::upper(SortKey key, const Record& record) const
 {
+    if (isExact(key))
+        return list.partitionPoint(true, key, [](const Record&) { return true; });
     return list.partitionPoint(
         d->keys == IndexListPrivate::SortKeys, key,
         [&](const Record& element) { return q->compare(element, record) <= 0; });
@@ -68,7 +84,7 @@ bool IndexSortWork::find(const Record& record, Place& place) const
     if (list.isEmpty() || record.isNull() || record.table() != d->table.data())
         return false;
     if (d->keys == IndexListPrivate::ArrivalNumbers) {
-        place = list.partitionPoint(true, RowPool::tag(record.row()),
+        place = list.partitionPoint(true, SortKey{RowPool::tag(record.row()), 0},
                                     [](const Record&) { return false; });
         return list.normalize(place) && list.at(place) == record;
     }
@@ -109,16 +125,15 @@ bool IndexSortWork::canSkip(const QList<Record>& removed, int firstColumn, int l
            !q->isAffected(firstColumn, lastColumn);
 }
 
-bool IndexSortWork::isOutOfOrder(const Place& place, quint64 key, const Record& record) const
+bool IndexSortWork::isOutOfOrder(const Place& place, SortKey key, const Record& record) const
 {
-    const bool keyed = list.isKeyed();
     Place neighbour = place;
     if (list.stepBack(neighbour) &&
-        order(keyed ? list.keyAt(neighbour) : 0, list.at(neighbour), key, record) > 0)
+        order(list.keyAt(neighbour), list.at(neighbour), key, record) > 0)
         return true;
     neighbour = place;
     return list.stepForward(neighbour) &&
-           order(key, record, keyed ? list.keyAt(neighbour) : 0, list.at(neighbour)) > 0;
+           order(key, record, list.keyAt(neighbour), list.at(neighbour)) > 0;
 }
 
 // --- single records ---
@@ -126,14 +141,14 @@ bool IndexSortWork::isOutOfOrder(const Place& place, quint64 key, const Record& 
 int IndexSortWork::insert(const Record& record)
 {
     prepare();
-    const quint64 key = keyToInsert(record);
+    const SortKey key = keyToInsert(record);
     const Place place = upper(key, record);
     const int position = d->isObserved() ? list.position(place) : 0;
     d->insertAt(place, record, key);
     return position;
 }
 
-bool IndexSortWork::move(Place place, quint64 key, int& from, int& to)
+bool IndexSortWork::move(Place place, SortKey key, int& from, int& to)
 {
     const bool tells = d->isObserved();
     from = to = tells ? list.position(place) : 0;
@@ -239,7 +254,8 @@ void IndexSortWork::recover(const QList<Record>& removed, const QList<Record>& u
     std::for_each(removed.cbegin(), removed.cend(), drop);
     const auto hold = [&](const Record& record) {
         if (RowPool::tag(record.row()) == 0)
-            d->append(record, d->keys == IndexListPrivate::ArrivalNumbers ? ++d->lastArrival : 0);
+            d->append(record, d->keys == IndexListPrivate::ArrivalNumbers ? keyToInsert(record)
+                                                                          : SortKey());
     };
     for (const Record& record : updated)
         if (!removed.contains(record))
@@ -272,8 +288,9 @@ void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& upd
                 leaving.addRange(item.position, item.position + 1);
         d->removeRanges(leaving);
         for (const Incoming& one : incoming)
-            d->append(*one.record,
-                      d->keys == IndexListPrivate::ArrivalNumbers ? ++d->lastArrival : one.key);
+            d->append(*one.record, d->keys == IndexListPrivate::ArrivalNumbers
+                                       ? keyToInsert(*one.record)
+                                       : one.key);
         q->resort();
         return;
     }
@@ -290,7 +307,7 @@ void IndexSortWork::collect(const QList<Record>& removed, const QList<Record>& u
     for (int i = 0; i < n; ++i) {
         const bool isRemoval = i < removed.size();
         const Record& record = isRemoval ? removed.at(i) : updated.at(i - removed.size());
-        items.push_back({&record, i, -1, 0, isRemoval, isRemoval, false});
+        items.push_back({&record, i, -1, SortKey(), isRemoval, isRemoval, false});
     }
     std::sort(items.begin(), items.end(), [](const Item& a, const Item& b) {
         return *a.record != *b.record ? *a.record < *b.record : a.order < b.order;
@@ -332,7 +349,7 @@ void IndexSortWork::scanFor(std::vector<Item*>& missing)
     for (Item* item : missing)
         wanted.insert(*item->record, item);
     int position = 0;
-    list.forEachRun([&](const Record* records, const quint64*, int n) {
+    list.forEachRun([&](const Record* records, int n) {
         for (int i = 0; i < n; ++i, ++position)
             if (Item* item = wanted.value(records[i], nullptr))
                 item->position = position;
@@ -388,7 +405,7 @@ bool IndexSortWork::fits(const std::vector<Node>& nodes, int left, int right) co
     const auto key = [&](const Node& node) {
         if (node.item >= 0)
             return items[static_cast<size_t>(node.item)].key;
-        return list.isKeyed() ? list.keyAt(list.place(node.position)) : 0;
+        return list.keyAt(list.place(node.position));
     };
     const Node& a = nodes[static_cast<size_t>(left)];
     const Node& b = nodes[static_cast<size_t>(right)];
@@ -472,7 +489,7 @@ void IndexSortWork::putIncoming()
         d->removeRanges(leaving);
     for (Incoming& one : incoming) {
         if (d->keys == IndexListPrivate::ArrivalNumbers)
-            one.key = ++d->lastArrival;
+            one.key = SortKey{++d->lastArrival, 0};
         const Place place = upper(one.key, *one.record);
         if (d->isObserved())
             one.to = list.position(place);

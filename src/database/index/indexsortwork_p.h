@@ -23,25 +23,30 @@ public:
 
     /// Before the first record comes in: looks up columns, decides on keys.
     void prepare();
-    quint64 keyOf(const Record& record) const;
-    quint64 keyToInsert(const Record& record);
+    SortKey keyOf(const Record& record) const;
+    SortKey keyToInsert(const Record& record);
     /// Orders an element against a record by key, then compare().
-    int order(quint64 keyA, const Record& a, quint64 keyB, const Record& b) const;
+    int order(SortKey keyA, const Record& a, SortKey keyB, const Record& b) const;
     /// The first place whose record does not sort before `record`.
     Place lower(const Record& record) const;
+    Place lower(SortKey key, const Record& record) const;
+    bool isExact(SortKey key) const
+    {
+        return d->keys == IndexListPrivate::SortKeys && q->isSortKeyExact(key);
+    }
     /// The first place whose record sorts behind `record`.
     Place upper(const Record& record) const;
-    Place upper(quint64 key, const Record& record) const;
+    Place upper(SortKey key, const Record& record) const;
     /// Searches this very row; true and its place when it is where its values say.
     bool find(const Record& record, Place& place) const;
     Hint locate(const Record& record) const;
     /// Whether an update of these columns alone cannot concern the index.
     bool canSkip(const QList<Record>& removed, int firstColumn, int lastColumn,
                  const QList<Record>& inserted) const;
-    bool isOutOfOrder(const Place& place, quint64 key, const Record& record) const;
+    bool isOutOfOrder(const Place& place, SortKey key, const Record& record) const;
     int insert(const Record& record);
     /// Moves the record at a place to where it belongs; true when it had to move.
-    bool move(Place place, quint64 key, int& from, int& to);
+    bool move(Place place, SortKey key, int& from, int& to);
     void heal();
     void recover(const QList<Record>& removed, const QList<Record>& updated,
                  const QList<Record>& inserted);
@@ -56,7 +61,7 @@ private:
         const Record* record;
         int order; // in removed, then updated
         int position;
-        quint64 key;
+        SortKey key;
         bool isRemoval;
         bool isLeaving; // its position is to be deleted
         bool isIncoming;
@@ -71,7 +76,7 @@ private:
     struct Incoming
     {
         const Record* record;
-        quint64 key;
+        SortKey key;
         int from; // its old position, or -1
         int to;
     };

@@ -121,14 +121,19 @@ int MasterIndex_Column_Pure::compare(const Record& a, const Record& b) const
     return order->compare(a.row(), b.row());
 }
 
-bool MasterIndex_Column_Pure::hasSortKey() const
+int MasterIndex_Column_Pure::sortKeyWords() const
 {
-    return true;
+    return order->keyWords();
 }
 
-quint64 MasterIndex_Column_Pure::sortKey(const Record& record) const
+SortKey MasterIndex_Column_Pure::sortKey(const Record& record) const
 {
     return order->key(record.row());
+}
+
+bool MasterIndex_Column_Pure::isSortKeyExact(SortKey key) const
+{
+    return order->isExact(key);
 }
 
 bool MasterIndex_Column_Pure::isAffected(int firstColumn, int lastColumn) const
@@ -223,10 +228,22 @@ int MasterIndex_Fast_Pure::compare(const Record& a, const Record& b) const
     return std::memcmp(a.row() + offset, b.row() + offset, length);
 }
 
-quint64 MasterIndex_Fast_Pure::sortKey(const Record& record) const
+int MasterIndex_Fast_Pure::sortKeyWords() const
 {
-    // The first bytes, in the order in which memcmp looks at them. A key is never shorter.
-    return length > 0 ? qFromBigEndian<quint64>(record.row() + offset) : 0;
+    return length > 8 ? 2 : length > 0 ? 1 : 0; // a key's length is a multiple of 8
+}
+
+SortKey MasterIndex_Fast_Pure::sortKey(const Record& record) const
+{
+    // The first bytes, in the order in which memcmp looks at them.
+    const unsigned char* block = record.row() + offset;
+    return {length > 0 ? qFromBigEndian<quint64>(block) : 0,
+            length > 8 ? qFromBigEndian<quint64>(block + 8) : 0};
+}
+
+bool MasterIndex_Fast_Pure::isSortKeyExact(SortKey) const
+{
+    return length <= 16;
 }
 
 // --- MasterIndexOrdered ---

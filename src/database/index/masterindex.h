@@ -67,8 +67,9 @@ public:
     ~MasterIndex_Column_Pure() override;
 
     int compare(const Record& a, const Record& b) const override;
-    bool hasSortKey() const override;
-    quint64 sortKey(const Record& record) const override;
+    int sortKeyWords() const override;
+    SortKey sortKey(const Record& record) const override;
+    bool isSortKeyExact(SortKey key) const override;
     bool isAffected(int firstColumn, int lastColumn) const override;
     QString toText(const Record& record) const override;
     Record fromText(const QString& text) const override;
@@ -99,7 +100,9 @@ public:
     ~MasterIndex_Fast_Pure() override;
 
     int compare(const Record& a, const Record& b) const override;
-    quint64 sortKey(const Record& record) const override;
+    int sortKeyWords() const override;
+    SortKey sortKey(const Record& record) const override;
+    bool isSortKeyExact(SortKey key) const override;
     /// Where the key block begins, in bytes from the start of the row block, and its length.
     unsigned keyOffset() const { return offset; }
     unsigned keyLength() const { return length; }

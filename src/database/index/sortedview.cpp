@@ -97,14 +97,19 @@ bool SortedView::filter(const Record& record) const
     return !accepts || accepts(record);
 }
 
-bool SortedView::hasSortKey() const
+int SortedView::sortKeyWords() const
 {
-    return true;
+    return order->rows.keyWords();
 }
 
-quint64 SortedView::sortKey(const Record& record) const
+SortKey SortedView::sortKey(const Record& record) const
 {
     return order->rows.key(record.row());
+}
+
+bool SortedView::isSortKeyExact(SortKey key) const
+{
+    return order->rows.isExact(key);
 }
 
 bool SortedView::isAffected(int firstColumn, int lastColumn) const
@@ -149,14 +154,19 @@ int SortedLimit::compare(const Record& a, const Record& b) const
     return order->rows.compare(a.row(), b.row());
 }
 
-bool SortedLimit::hasSortKey() const
+int SortedLimit::sortKeyWords() const
 {
-    return true;
+    return order->rows.keyWords();
 }
 
-quint64 SortedLimit::sortKey(const Record& record) const
+SortKey SortedLimit::sortKey(const Record& record) const
 {
     return order->rows.key(record.row());
+}
+
+bool SortedLimit::isSortKeyExact(SortKey key) const
+{
+    return order->rows.isExact(key);
 }
 
 bool SortedLimit::isAffected(int firstColumn, int lastColumn) const

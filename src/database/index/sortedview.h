@@ -57,8 +57,9 @@ public:
 
     int compare(const Record& a, const Record& b) const override;
     bool filter(const Record& record) const override;
-    bool hasSortKey() const override;
-    quint64 sortKey(const Record& record) const override;
+    int sortKeyWords() const override;
+    SortKey sortKey(const Record& record) const override;
+    bool isSortKeyExact(SortKey key) const override;
     bool isAffected(int firstColumn, int lastColumn) const override;
     /// "SortedView".
     QString getClassName() const override;
@@ -86,8 +87,9 @@ public:
     ~SortedLimit() override;
 
     int compare(const Record& a, const Record& b) const override;
-    bool hasSortKey() const override;
-    quint64 sortKey(const Record& record) const override;
+    int sortKeyWords() const override;
+    SortKey sortKey(const Record& record) const override;
+    bool isSortKeyExact(SortKey key) const override;
     bool isAffected(int firstColumn, int lastColumn) const override;
     const QVector<SortColumn>& columns() const;
 

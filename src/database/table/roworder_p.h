@@ -2,6 +2,8 @@
 // Private: not installed, may change at any time.
 #pragma once
 
+#include "container/partitionlist.h"
+
 #include <QtGlobal>
 
 #include <vector>
@@ -11,7 +13,7 @@ class Table;
 namespace LiveTable {
 
 /// Compares whole rows by some of their columns, in place and without memory, exactly as
-/// Field::compare does cell by cell; and packs the columns into an order-preserving 64-bit key.
+/// Field::compare does cell by cell; and packs the columns into an order-preserving key.
 ///
 /// Threads: reading only, from any thread. It holds copies of the columns' places, so it must be
 /// resolved again after columns were added.
@@ -33,7 +35,12 @@ public:
     /// Negative, 0 or positive as row `a` comes before, with or after row `b`.
     int compare(const unsigned char* a, const unsigned char* b) const;
     /// key(a) < key(b) only where a comes before b; equal keys say nothing.
-    quint64 key(const unsigned char* row) const;
+    SortKey key(const unsigned char* row) const;
+    /// How many words the key takes: 1 or 2; 0 without columns.
+    int keyWords() const { return words; }
+    /// Whether rows of this key are equal. The key's last two bits tell: its row comes before (0),
+    /// at (1) or behind (2) what the other bits say.
+    bool isExact(SortKey key) const { return ((words > 1 ? key.low : key.high) & 3) == 1; }
     bool touches(int firstColumn, int lastColumn) const;
 
 private:
@@ -44,16 +51,17 @@ private:
         size_t offset; // from the start of the row block
         size_t nullByte;
         quint8 nullMask;
-        bool nullable;
         bool descending;
         bool nullsLast;
     };
     class KeyWriter;
     static void writeCell(KeyWriter& key, const Cell& cell, const unsigned char* data);
+    static void writeNumber(KeyWriter& key, const Cell& cell, qint64 value, int relation);
     static void writeText(KeyWriter& key, const Cell& cell, const unsigned char* data);
 
     std::vector<Column> columns;
     std::vector<Cell> cells;
+    int words = 0;
 };
 
 } // namespace LiveTable

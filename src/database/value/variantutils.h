@@ -29,7 +29,8 @@ LIVETABLE_EXPORT int variant_compare(const QVariant& a, const QVariant& b,
  *  - To decimal and xdecimal: as their fromVariant() says (texts, integers exactly, doubles at 6
  *    fraction digits, each other).
  *  - From decimal and xdecimal: to QString their toString(), to double their nearest one, to int,
- *    uint, qlonglong and qulonglong cut toward zero; a number out of range is not converted.
+ *    uint, qlonglong and qulonglong cut toward zero; a number that does not fit there, or not into
+ *    64 bits with a sign, is not converted.
  *  - To datetime: texts in its forms (an empty one is unset), QDateTime and QDate with their fields
  *    as they stand, qlonglong as the count of milliseconds.
  *  - From datetime: to QString its toString(), to QDateTime in UTC, to QDate and QTime its fields,
