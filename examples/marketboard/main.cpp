@@ -102,7 +102,7 @@ std::optional<QString> Play::run()
     if (!difference)
         difference = endMinute();
     if (!difference && arguments.verify)
-        difference = check([this] { return verifier.check(); });
+        difference = check([this] { return verifier.check(true); });
     playNsecs = clock.nsecsElapsed() - checkNsecs;
     progress.clear();
     return difference;

@@ -215,9 +215,10 @@ void Verifier::takeFresh()
     fresh.clear();
 }
 
-Difference Verifier::check()
+Difference Verifier::check(bool wholeTape)
 {
-    constexpr qint64 mostQuotesBetween = 10'000;
+    constexpr qint64 mostQuotesBetween = 100;
+    constexpr qint64 tapeInterval = Board::TapeLimit / 2; // every row is met, since none changes
     ++checkCount;
     nextCheck = quotes + std::clamp<qint64>(quotes / 4, 1, mostQuotesBetween);
 
@@ -225,8 +226,10 @@ Difference Verifier::check()
     Difference difference = checkTable();
     if (!difference)
         difference = checkViews();
-    if (!difference)
+    if (!difference && (wholeTape || quotes >= nextTapeCheck)) {
         difference = checkTape();
+        nextTapeCheck = quotes + tapeInterval;
+    }
     if (difference)
         *difference = QStringLiteral("after %1 quotes: ").arg(quotes) + *difference;
     return difference;

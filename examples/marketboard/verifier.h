@@ -22,14 +22,14 @@ public:
     /// To be told of every option quote after the board. Cheap: the work is done by the checks.
     void seen(const OptionQuote& quote);
 
-    /// Whether a check is due: after each of the first quotes, then less and less often, and once
-    /// in ten thousand quotes at least.
+    /// Whether a check is due: after each of the first quotes, then less often, but once in every
+    /// hundred, so that a row in a wrong place is met before its contract's next quote moves it.
     bool isDue() const { return quotes >= nextCheck; }
 
     /// Compares the options table with the quotes seen, every view with a fresh sort and filter of
-    /// the table, row by row, and the tape with the latest quotes. The first difference, or
-    /// nothing.
-    std::optional<QString> check();
+    /// the table, row by row, and now and then, or with `wholeTape`, the tape with the latest
+    /// quotes. The first difference, or nothing.
+    std::optional<QString> check(bool wholeTape = false);
 
     /// Compares what the watch list saw with the quotes since the last call; one that brought
     /// nothing new is no change.
@@ -53,5 +53,6 @@ private:
     qint64 quotes = 0;
     qint64 changesExpected = 0; ///< of the table, since the last call of checkChanges()
     qint64 nextCheck = 1;
+    qint64 nextTapeCheck = 1;
     int checkCount = 0;
 };

@@ -417,6 +417,11 @@ void tst_marketboard::programPlays()
     QVERIFY2(wanted.match(lines.last()).hasMatch(), qPrintable(lines.last()));
     const bool verified = arguments.contains(QStringLiteral("--verify"));
     QCOMPARE(lines.size(), 2 + tableLines + (verified ? 1 : 0) + 1);
+    if (verified) {
+        const QString line = lines[lines.size() - 2];
+        QVERIFY2(line.startsWith("verified ") && line.section(' ', 1, 1).toInt() >= 7,
+                 qPrintable(line));
+    }
     for (int i = 3; i < 2 + tableLines; ++i)
         QCOMPARE(lines[i].size(), lines[2].size()); // aligned
     if (arguments.contains(QStringLiteral("--data"))) {
