@@ -6,11 +6,16 @@
 
 #include "bcdii/bcdii.h"
 
+#include "support/seed.h"
+
 #include <QByteArray>
 
 #include <boost/multiprecision/cpp_int.hpp>
 
+#include <algorithm>
 #include <cstring>
+#include <random>
+#include <string>
 #include <vector>
 
 namespace Oracle {
@@ -158,5 +163,37 @@ QByteArray text(const Int& n, int scale)
         whole += '.' + digits.substr(digits.size() - places);
     return QByteArray::fromStdString((n < 0 ? "-" : "") + whole);
 }
+
+/// Random numbers; a test that fails while one lives says how to repeat it.
+class Random
+{
+    const quint32 seed = testSeeds(1).first();
+    const SeedScope scope{seed};
+
+public:
+    std::mt19937_64 engine{seed};
+
+    int below(int end) { return static_cast<int>(engine() % static_cast<unsigned int>(end)); }
+
+    /// Up to `precision` digits, often such that carries run and borrows meet zeros.
+    Big digits(int precision)
+    {
+        const int size = below(4) ? below(precision + 1) : precision;
+        const int kind = below(6);
+        const int turn = below(precision + 1);
+        Big n = 0;
+        for (int i = 0; i < size; ++i) {
+            const int digit = kind < 2    ? below(10)
+                              : kind == 2 ? 9
+                              : kind == 3 ? (i == 0)
+                              : kind == 4 ? (i < turn    ? 9
+                                             : i == turn ? 5
+                                                         : below(2) * 9)
+                                          : (i < turn ? 0 : below(10));
+            n = n * 10 + digit;
+        }
+        return below(2) ? Big(-n) : n;
+    }
+};
 
 } // namespace Oracle
