@@ -23,16 +23,20 @@ namespace Oracle {
 using Big = boost::multiprecision::number<boost::multiprecision::cpp_int_backend<
     1024, 1024, boost::multiprecision::signed_magnitude, boost::multiprecision::unchecked, void>>;
 
+/// 10 to a power that the integer has room for.
+template <typename Int>
+constexpr int powers = sizeof(Int) > 16 ? 300 : 18;
+
 template <typename Int>
 const Int& power(int exponent)
 {
-    static const std::vector<Int> powers = [] {
-        std::vector<Int> all(sizeof(Int) > 16 ? 300 : 18, Int(1));
+    static const std::vector<Int> table = [] {
+        std::vector<Int> all(powers<Int>, Int(1));
         for (std::size_t i = 1; i < all.size(); ++i)
             all[i] = all[i - 1] * 10;
         return all;
     }();
-    return powers[static_cast<std::size_t>(exponent)];
+    return table.at(static_cast<std::size_t>(exponent));
 }
 
 template <typename Int>
@@ -94,7 +98,7 @@ Stored<Int> store(const Number<Int>& number, int precision, int scale, BCDIIroun
     if (size == 0)
         return {BCDII_RESULT_ZERO, 0};
     const int room = precision - scale + number.scale;
-    if (room < 0 || size >= power<Int>(room))
+    if (room < 0 || (room < powers<Int> && size >= power<Int>(room)))
         return {0x11, 0};
     if (scale >= number.scale)
         return {sign, raised(number, scale)};
