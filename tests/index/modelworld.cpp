@@ -57,12 +57,12 @@ public:
         return compareFields(columns, a, b);
     }
     bool filter(const Record& record) const override { return !accepts || accepts(record); }
-    bool hasSortKey() const override { return isKeyed; }
+    int sortKeyWords() const override { return isKeyed ? 1 : 0; }
     /// Coarse: neighbouring values share a key.
-    quint64 sortKey(const Record& record) const override
+    SortKey sortKey(const Record& record) const override
     {
         const quint64 key = quint64(record.data(0).toInteger() + 100) / 2;
-        return columns.first().order == SortColumn::Descending ? ~key : key;
+        return {columns.first().order == SortColumn::Descending ? ~key : key, 0};
     }
 
 private:
