@@ -38,11 +38,6 @@ void Record::copy(const Record& source, int first, int last)
         owner->copyRowContent(block, source.block, first, last);
 }
 
-Field Record::data(const QString& column)
-{
-    return static_cast<const Record*>(this)->data(column);
-}
-
 Field Record::data(const QString& column) const
 {
     const Table* owner = table();

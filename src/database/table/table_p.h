@@ -66,8 +66,7 @@ public:
 
     // Changes (table.cpp).
     void addRow(const Record& record);
-    void trimToLimit(QList<Record>& removed, QList<Record>& updated, QList<Record>& changed,
-                     int insertedCount);
+    void trimToLimit(QList<Record>& removed, const QList<Record>& updated, int insertedCount);
     void refuseForeignRows(QList<Record>& removed, QList<Record>& updated, QList<Record>& inserted,
                            QList<Record>& changed) const;
     void apply(QList<Record>& removed, QList<Record>& updated, int first, int last,
