@@ -145,7 +145,10 @@ void TestBase::coreIsNullWithoutHost()
         QVERIFY(!ICore::instance());
         ICore::setInstance(&core);
         QCOMPARE(ICore::instance(), static_cast<ICore*>(&core));
-        const HostCore other; // its end must not uninstall the first
+        {
+            const HostCore other;
+        }
+        QCOMPARE(ICore::instance(), static_cast<ICore*>(&core)); // the other was not installed
     }
     QVERIFY(!ICore::instance());
 }

@@ -21,6 +21,7 @@ private Q_SLOTS:
 
     void reads_data();
     void reads();
+    void readsDatesFromText();
     void readsCharacters_data();
     void readsCharacters();
     void namesTypes();
@@ -346,6 +347,17 @@ void TestField::reads()
         value.setNull(); // looked at before the type
         QCOMPARE(outcome([&] { return read(value); }), expected.at(columnCount));
     }
+}
+
+void TestField::readsDatesFromText()
+{
+    // Exactly as long as the column, so that no terminator follows.
+    FieldValue value(FieldType::VarChar, 23, true);
+    value = someDate();
+    QCOMPARE(value.toDatetime(), someDate());
+    FieldValue date(FieldType::DateTime, 0, true);
+    static_cast<Field&>(date) = value;
+    QCOMPARE(date.toDatetime(), someDate());
 }
 
 void TestField::readsCharacters_data()

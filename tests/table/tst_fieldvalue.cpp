@@ -264,6 +264,7 @@ void TestFieldValue::fieldValueOwnsItsCell()
     QCOMPARE(note.data()[80], uchar(1));
 
     FieldValue copy(note);
+    QCOMPARE(bytesOf(copy), bytesOf(note));
     FieldValue assigned(FieldType::Integer, 0, true);
     assigned = 5;
     assigned = note;

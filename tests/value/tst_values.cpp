@@ -131,6 +131,7 @@ void TestValues::boardlistOrderIsTotal()
         }
     }
     QCOMPARE(lists.at(2).compare(lists.at(4)), -1); // the beginning of the longer one
+    QCOMPARE(lists.at(2).compare(lists.at(3)), -1); // {1, 1} and {1, 2}
 }
 
 void TestValues::fuzzyCompare_data()

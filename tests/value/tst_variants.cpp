@@ -85,6 +85,7 @@ void TestVariants::compares_data()
     row("int and text", 9, "10", -1, -1); // "10" is the lesser text
     row("int and double", 3, 2.5, 0, -1); // read as an int, 2.5 is 3
     row("double", -0.5, 0.25, -1, 1);
+    row("doubles that == takes for equal", 1.0, 1.0 + 1e-15, 0, 0);
     row("double and NaN", 1.0, std::numeric_limits<double>::quiet_NaN(), 0, 0);
     row("character", QChar('b'), QChar('a'), 1, -1);
     row("text", "b", "a", 1, -1);

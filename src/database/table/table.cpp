@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <utility>
 
 using LiveTable::RowPool;
 
@@ -341,8 +342,8 @@ void Table::processSingleTransaction(QList<Record>& removed, QList<Record>& upda
                         std::all_of(inserted.cbegin(), inserted.cend(), own) &&
                         std::all_of(changed.cbegin(), changed.cend(), own);
     const auto waiting = [](const Record& record) { return !isInTable(record); };
-    const bool allNew = std::all_of(inserted.cbegin(), inserted.cend(), waiting);
-    if (allOwn && allNew && !d->limit) {
+    const bool allNew = allOwn && std::all_of(inserted.cbegin(), inserted.cend(), waiting);
+    if (allNew && !d->limit) {
         d->apply(removed, updated, first, last, inserted, changed);
         return;
     }
@@ -441,7 +442,7 @@ void Table::setMasterIndex(MasterIndex* index)
 {
     if (index == d->master)
         return;
-    delete d->master;
+    delete std::exchange(d->master, nullptr);
     d->master = index;
     if (index)
         index->install();
