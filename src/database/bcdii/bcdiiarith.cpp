@@ -68,18 +68,19 @@ unsigned int sub_(void* res, unsigned int resType, const BYTE* a, unsigned int a
     const int bfrac = std::max(aLayout.bfrac, bLayout.bfrac);
     const int ball = aLayout.bint + bfrac;
 
-    BYTE tr[maximumSum] = {};
+    BYTE tr[maximumSum];
     std::memcpy(tr, a, static_cast<std::size_t>(aLayout.ball));
+    std::memset(tr + aLayout.ball, 0, static_cast<std::size_t>(ball - aLayout.ball));
     tr[0] &= 127;
 
     BYTE subtrahend[maximumSize];
     std::memcpy(subtrahend, b, static_cast<std::size_t>(bLayout.ball));
     subtrahend[0] &= 127;
-    // The bytes of b that stand above those of a are zeros.
+    // The bytes of b that stand above those of a are zeros; that may be all of them.
     b = subtrahend + std::clamp(bLayout.bint - aLayout.bint, 0, bLayout.ball);
 
     const BYTE* b_p = subtrahend + bLayout.ball;
-    BYTE* res_p = tr + aLayout.bint + bLayout.bfrac;
+    BYTE* res_p = tr + std::max(aLayout.bint + bLayout.bfrac, 0);
     int borrow = 0;
     while (b_p > b) {
         --b_p;

@@ -325,7 +325,11 @@ unsigned int BCDIIFromString(void* digits, unsigned int& type, const char* s)
     }
     BYTE tmp[2 * maximumSize];
     const unsigned int tmpType = pack(tmp, text, static_cast<int>(integerDigits), n_frac);
-    return copy_internal(bytes, type, tmp, tmpType, BCDII_ROUND_HALF_UP);
+    const unsigned int result = copy_internal(bytes, type, tmp, tmpType, BCDII_ROUND_HALF_UP);
+    if (result & BCDII_RESULT_ERROR)
+        return result;
+    const char* const cut = text.fraction + (n_frac - text.fractionZeros);
+    return result | (places > n_frac && isDigit(*skipZeros(cut)) ? BCDII_RESULT_ROUNDED : 0U);
 }
 
 unsigned int BCDIIFromString(void* p, const char* s, bool* ok)

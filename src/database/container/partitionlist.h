@@ -47,7 +47,7 @@ public:
 
 private:
     friend class PartitionList<T>;
-    static constexpr int LeafCapacity = 256;
+    static constexpr int LeafCapacity = 128;
     static constexpr int FirstLeafCapacity = 16; // so that a list of a few records stays small
 
     struct Leaf

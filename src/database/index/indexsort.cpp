@@ -34,6 +34,11 @@ SortKey IndexSort::sortKey(const Record&) const
     return SortKey();
 }
 
+bool IndexSort::isSortKeyExact(SortKey) const
+{
+    return false;
+}
+
 bool IndexSort::isAffected(int, int) const
 {
     return true;
@@ -85,9 +90,12 @@ void IndexSort::resort()
         for (int i = 0; i < n; ++i)
             items.push_back({keyed ? sortKey(records[i]) : SortKey(), records[i].row()});
     });
-    const auto lessThan = [this](const SortItem& a, const SortItem& b) {
-        return a.key != b.key ? a.key < b.key
-                              : compare(Record::borrowed(a.row), Record::borrowed(b.row)) < 0;
+    const auto lessThan = [this, keyed](const SortItem& a, const SortItem& b) {
+        if (a.key != b.key)
+            return a.key < b.key;
+        if (keyed && isSortKeyExact(a.key))
+            return false;
+        return compare(Record::borrowed(a.row), Record::borrowed(b.row)) < 0;
     };
     if (!std::is_sorted(items.begin(), items.end(), lessThan))
         ConcurrentSort::stableSortHelper(items.data(), items.data() + items.size(), lessThan);
@@ -237,7 +245,7 @@ int IndexSort::searchLast(const Record& key, int after) const
 int IndexSort::searchFull(const Record& key, int after) const
 {
     int passed = 0;
-    auto it = begin() + std::clamp(after, -1, count()) + 1;
+    auto it = begin() + (std::clamp(after, -1, count() - 1) + 1);
     for (const auto last = end(); it != last; ++it, ++passed)
         if (compare(*it, key) == 0)
             return passed;

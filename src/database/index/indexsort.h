@@ -106,6 +106,9 @@ public:
     /// An order-preserving key: sortKey(a) < sortKey(b) must mean compare(a, b) < 0. Equal keys
     /// mean nothing, compare() then decides. With one word in use `low` must be 0.
     virtual SortKey sortKey(const Record& record) const;
+    /// Whether two records that both have this key compare equal. The default says no. A yes spares
+    /// reading their rows.
+    virtual bool isSortKeyExact(SortKey key) const;
     /// Whether a change confined to these columns can move a record in the index, bring one in or
     /// throw one out. Default true. A false lets the index skip updates.
     virtual bool isAffected(int firstColumn, int lastColumn) const;

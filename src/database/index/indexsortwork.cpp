@@ -42,16 +42,26 @@ SortKey IndexSortWork::keyToInsert(const Record& record)
 
 int IndexSortWork::order(SortKey keyA, const Record& a, SortKey keyB, const Record& b) const
 {
-    if (keyA != keyB && d->keys == IndexListPrivate::SortKeys)
-        return keyA < keyB ? -1 : 1;
+    if (d->keys == IndexListPrivate::SortKeys) {
+        if (keyA != keyB)
+            return keyA < keyB ? -1 : 1;
+        if (q->isSortKeyExact(keyA))
+            return 0;
+    }
     return q->compare(a, b);
 }
 
 IndexSortWork::Place IndexSortWork::lower(const Record& record) const
 {
-    const bool byKey = d->keys == IndexListPrivate::SortKeys;
+    return lower(d->keys == IndexListPrivate::SortKeys ? q->sortKey(record) : SortKey(), record);
+}
+
+IndexSortWork::Place IndexSortWork::lower(SortKey key, const Record& record) const
+{
+    if (isExact(key))
+        return list.partitionPoint(true, key, [](const Record&) { return false; });
     return list.partitionPoint(
-        byKey, byKey ? q->sortKey(record) : SortKey(),
+        d->keys == IndexListPrivate::SortKeys, key,
         [&](const Record& element) { return q->compare(element, record) < 0; });
 }
 
@@ -62,6 +72,8 @@ IndexSortWork::Place IndexSortWork::upper(const Record& record) const
 
 IndexSortWork::Place IndexSortWork::upper(SortKey key, const Record& record) const
 {
+    if (isExact(key))
+        return list.partitionPoint(true, key, [](const Record&) { return true; });
     return list.partitionPoint(
         d->keys == IndexListPrivate::SortKeys, key,
         [&](const Record& element) { return q->compare(element, record) <= 0; });

@@ -29,6 +29,11 @@ public:
     int order(SortKey keyA, const Record& a, SortKey keyB, const Record& b) const;
     /// The first place whose record does not sort before `record`.
     Place lower(const Record& record) const;
+    Place lower(SortKey key, const Record& record) const;
+    bool isExact(SortKey key) const
+    {
+        return d->keys == IndexListPrivate::SortKeys && q->isSortKeyExact(key);
+    }
     /// The first place whose record sorts behind `record`.
     Place upper(const Record& record) const;
     Place upper(SortKey key, const Record& record) const;

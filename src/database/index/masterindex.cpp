@@ -131,6 +131,11 @@ SortKey MasterIndex_Column_Pure::sortKey(const Record& record) const
     return order->key(record.row());
 }
 
+bool MasterIndex_Column_Pure::isSortKeyExact(SortKey key) const
+{
+    return order->isExact(key);
+}
+
 bool MasterIndex_Column_Pure::isAffected(int firstColumn, int lastColumn) const
 {
     return order->touches(firstColumn, lastColumn);
@@ -234,6 +239,11 @@ SortKey MasterIndex_Fast_Pure::sortKey(const Record& record) const
     const unsigned char* block = record.row() + offset;
     return {length > 0 ? qFromBigEndian<quint64>(block) : 0,
             length > 8 ? qFromBigEndian<quint64>(block + 8) : 0};
+}
+
+bool MasterIndex_Fast_Pure::isSortKeyExact(SortKey) const
+{
+    return length <= 16;
 }
 
 // --- MasterIndexOrdered ---

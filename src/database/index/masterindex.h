@@ -69,6 +69,7 @@ public:
     int compare(const Record& a, const Record& b) const override;
     int sortKeyWords() const override;
     SortKey sortKey(const Record& record) const override;
+    bool isSortKeyExact(SortKey key) const override;
     bool isAffected(int firstColumn, int lastColumn) const override;
     QString toText(const Record& record) const override;
     Record fromText(const QString& text) const override;
@@ -101,6 +102,7 @@ public:
     int compare(const Record& a, const Record& b) const override;
     int sortKeyWords() const override;
     SortKey sortKey(const Record& record) const override;
+    bool isSortKeyExact(SortKey key) const override;
     /// Where the key block begins, in bytes from the start of the row block, and its length.
     unsigned keyOffset() const { return offset; }
     unsigned keyLength() const { return length; }

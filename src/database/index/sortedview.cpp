@@ -107,6 +107,11 @@ SortKey SortedView::sortKey(const Record& record) const
     return order->rows.key(record.row());
 }
 
+bool SortedView::isSortKeyExact(SortKey key) const
+{
+    return order->rows.isExact(key);
+}
+
 bool SortedView::isAffected(int firstColumn, int lastColumn) const
 {
     const int last = lastColumn < 0 ? std::numeric_limits<int>::max() : lastColumn;
@@ -157,6 +162,11 @@ int SortedLimit::sortKeyWords() const
 SortKey SortedLimit::sortKey(const Record& record) const
 {
     return order->rows.key(record.row());
+}
+
+bool SortedLimit::isSortKeyExact(SortKey key) const
+{
+    return order->rows.isExact(key);
 }
 
 bool SortedLimit::isAffected(int firstColumn, int lastColumn) const

@@ -59,6 +59,7 @@ public:
     bool filter(const Record& record) const override;
     int sortKeyWords() const override;
     SortKey sortKey(const Record& record) const override;
+    bool isSortKeyExact(SortKey key) const override;
     bool isAffected(int firstColumn, int lastColumn) const override;
     /// "SortedView".
     QString getClassName() const override;
@@ -88,6 +89,7 @@ public:
     int compare(const Record& a, const Record& b) const override;
     int sortKeyWords() const override;
     SortKey sortKey(const Record& record) const override;
+    bool isSortKeyExact(SortKey key) const override;
     bool isAffected(int firstColumn, int lastColumn) const override;
     const QVector<SortColumn>& columns() const;
 

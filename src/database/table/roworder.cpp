@@ -17,15 +17,34 @@ class RowOrder::KeyWriter
 {
 public:
     explicit KeyWriter(int words)
-        : end(128 - 64 * words)
+        : end(128 - 64 * words + 1)
     {}
     int room() const { return left - end; }
+    bool isClosed() const { return closed; }
+    /// A field that does not fit is cut, and the key closed.
     void write(quint64 bits, int width)
     {
         if (width > room()) {
-            bits >>= width - room();
-            width = room();
+            if (room() > 0)
+                put(bits >> (width - room()), room());
+            close();
+        } else {
+            put(bits, width);
         }
+    }
+    /// Nothing more can be told: rows of this key may differ. Whatever leads here stands in the
+    /// bits written so far, so it is so for all rows of these bits.
+    void close() { closed = true; }
+    SortKey result() const
+    {
+        SortKey whole = key;
+        (end > 64 ? whole.high : whole.low) |= closed ? 0 : 1;
+        return whole;
+    }
+
+private:
+    void put(quint64 bits, int width)
+    {
         if (width <= 0)
             return;
         left -= width;
@@ -37,22 +56,14 @@ public:
             key.high |= bits >> (64 - left);
         key.low |= bits << left;
     }
-    /// What follows would not be in order any more.
-    void close() { left = end; }
-    SortKey result() const { return key; }
 
-private:
     SortKey key;
     const int end;
     int left = 128;
+    bool closed = false;
 };
 
 namespace {
-
-quint64 orderedBits(qint64 v)
-{
-    return static_cast<quint64>(v) ^ (quint64(1) << 63);
-}
 
 // NaN comes below all numbers, and both zeros are one.
 quint64 orderedBits(double v)
@@ -66,26 +77,28 @@ quint64 orderedBits(double v)
     return bits >> 63 ? ~bits : bits | quint64(1) << 63;
 }
 
-// floor(value * 10^8), clamped: exact enough for prices, and in order for all decimals.
-qint64 fixedPoint(decimal value)
+// floor(value * 10^8), clamped: exact for most prices, and in order for all decimals. `relation`
+// says where the value itself lies: below (-1), at (0) or above (1) the result.
+qint64 fixedPoint(decimal value, int& relation)
 {
+    relation = 0;
     constexpr int Places = 8;
     const qint64 mantissa = value.mantissa();
     const int scale = value.scale();
     if (scale > Places) {
-        const int cut = scale - Places;
-        if (cut > 18)
-            return mantissa < 0 ? -1 : 0;
-        const qint64 divisor = powersOfTen[cut];
+        const qint64 divisor = powersOfTen[std::min(scale - Places, 18)]; // above any mantissa
+        relation = mantissa % divisor != 0 ? 1 : 0;
         return mantissa / divisor - (mantissa % divisor < 0 ? 1 : 0);
     }
     const int raise = Places - scale;
-    qint64 product;
+    qint64 product = 0;
     if (mantissa != 0 &&
-        (raise > 18 || __builtin_mul_overflow(mantissa, powersOfTen[raise], &product)))
+        (raise > 18 || __builtin_mul_overflow(mantissa, powersOfTen[raise], &product))) {
+        relation = mantissa < 0 ? -1 : 1;
         return mantissa < 0 ? std::numeric_limits<qint64>::min()
                             : std::numeric_limits<qint64>::max();
-    return mantissa == 0 ? 0 : product;
+    }
+    return product;
 }
 
 } // namespace
@@ -99,7 +112,8 @@ void RowOrder::resolve(const Table* table)
             continue;
         cells.push_back({def->type, def->length,
                          sizeof(RowHeader) + static_cast<size_t>(def->offset),
-                         sizeof(RowHeader) + static_cast<size_t>(def->nullByte), def->nullMask, column.descending, column.nullsLast});
+                         sizeof(RowHeader) + static_cast<size_t>(def->nullByte), def->nullMask,
+                         column.descending, column.nullsLast});
     }
     // One word holds a number; more columns, or text, are worth a second.
     int bits = 0;
@@ -140,57 +154,77 @@ SortKey RowOrder::key(const unsigned char* row) const
 {
     KeyWriter key(words);
     for (const Cell& cell : cells) {
-        if (key.room() == 0)
-            break;
         const bool isNull = !(row[cell.nullByte] & cell.nullMask);
         key.write(isNull == cell.nullsLast ? 1 : 0, 1);
-        if (!isNull)
+        if (!isNull && !key.isClosed())
             writeCell(key, cell, row + cell.offset);
+        if (key.isClosed())
+            break;
     }
     return key.result();
 }
 
 void RowOrder::writeCell(KeyWriter& key, const Cell& cell, const unsigned char* data)
 {
-    quint64 bits = 0;
-    int width = 64;
+    int relation = 0;
     switch (cell.type) {
-    case FieldType::Integer:
-        bits = static_cast<quint32>(load<qint32>(data)) ^ 0x80000000u;
-        width = 32;
+    case FieldType::Integer: {
+        const quint32 bits = static_cast<quint32>(load<qint32>(data)) ^ 0x80000000u;
+        key.write(cell.descending ? ~bits : bits, 32);
         break;
+    }
     case FieldType::Integer64:
     case FieldType::DateTime:
-        bits = orderedBits(load<qint64>(data));
+        writeNumber(key, cell, load<qint64>(data), 0);
         break;
-    case FieldType::Double:
-        bits = orderedBits(load<double>(data));
+    case FieldType::Double: {
+        const quint64 bits = orderedBits(load<double>(data));
+        key.write(cell.descending ? ~bits : bits, 64);
         break;
+    }
     case FieldType::Decimal: {
-        const qint64 fixed = fixedPoint(load<decimal>(data));
-        // Behind other columns there is not room for all digits: a double keeps the leading ones.
-        bits = key.room() >= 63 ? orderedBits(fixed) : orderedBits(static_cast<double>(fixed));
+        const qint64 fixed = fixedPoint(load<decimal>(data), relation);
+        writeNumber(key, cell, fixed, relation);
         break;
     }
     case FieldType::VarChar:
         writeText(key, cell, data);
-        return;
+        break;
     default: // no cheap order-preserving form
         key.close();
-        return;
+        break;
     }
-    if (cell.descending)
-        bits = ~bits & (width == 64 ? ~quint64(0) : (quint64(1) << width) - 1);
-    key.write(bits, width);
-    if (cell.type == FieldType::Decimal)
-        key.close(); // decimals that differ may have got the same bits
 }
 
-// Seven bits a character: printable ASCII is told apart, what lies below and above is not and ends
-// the key; a text shorter than its column ends with a 0.
+// A number in as many bits as there are, clamped where they are nearly enough, and whether the
+// cell's value lies below (0), at (1) or above (2) that; else its leading digits, which a double
+// has in front.
+void RowOrder::writeNumber(KeyWriter& key, const Cell& cell, qint64 value, int relation)
+{
+    const int width = std::min(key.room() - 2, 64);
+    if (width < 48) {
+        const quint64 bits = orderedBits(static_cast<double>(value));
+        key.write(cell.descending ? ~bits : bits, 64); // is cut, and so closes the key
+        return;
+    }
+    const qint64 top = std::numeric_limits<qint64>::max() >> (64 - width);
+    if (value > top || value < -top - 1) {
+        relation = value < 0 ? -1 : 1;
+        value = value < 0 ? -top - 1 : top;
+    }
+    const quint64 mask = ~quint64(0) >> (64 - width);
+    const quint64 bits = (static_cast<quint64>(value) + static_cast<quint64>(top) + 1) & mask;
+    key.write(cell.descending ? ~bits & mask : bits, width);
+    key.write(static_cast<quint64>(cell.descending ? 1 - relation : 1 + relation), 2);
+    if (relation != 0)
+        key.close();
+}
+
+// Seven bits a character: printable ASCII is told apart, what lies below and above is not and
+// closes the key; a text shorter than its column ends with a 0.
 void RowOrder::writeText(KeyWriter& key, const Cell& cell, const unsigned char* data)
 {
-    for (int i = 0; i < cell.length && key.room() > 0; ++i) {
+    for (int i = 0; i < cell.length && !key.isClosed(); ++i) {
         const quint16 unit = load<quint16>(data + 2 * i);
         quint64 code = 0;
         bool told = true;

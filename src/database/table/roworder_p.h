@@ -38,6 +38,8 @@ public:
     SortKey key(const unsigned char* row) const;
     /// How many words the key takes: 1 or 2; 0 without columns.
     int keyWords() const { return words; }
+    /// Whether rows of this key are equal: its last bit is set then.
+    bool isExact(SortKey key) const { return (words > 1 ? key.low : key.high) & 1; }
     bool touches(int firstColumn, int lastColumn) const;
 
 private:
@@ -53,6 +55,7 @@ private:
     };
     class KeyWriter;
     static void writeCell(KeyWriter& key, const Cell& cell, const unsigned char* data);
+    static void writeNumber(KeyWriter& key, const Cell& cell, qint64 value, int relation);
     static void writeText(KeyWriter& key, const Cell& cell, const unsigned char* data);
 
     std::vector<Column> columns;
