@@ -22,7 +22,19 @@
 
 namespace {
 
-enum Column { Id, Board, Symbol, Price, Bid, Ask, Quantity, Volume, Time, Status };
+enum Column
+{
+    Id,
+    Board,
+    Symbol,
+    Price,
+    Bid,
+    Ask,
+    Quantity,
+    Volume,
+    Time,
+    Status
+};
 
 // Deterministic, the same on every machine (xorshift64*).
 class Random
@@ -144,9 +156,10 @@ int main(int argc, char** argv)
     }
     start = seconds();
     std::vector<std::unique_ptr<SortedView>> views;
-    for (const QStringList& columns :
-         {QStringList{QStringLiteral("price")}, {QStringLiteral("symbol"), QStringLiteral("price")},
-          {QStringLiteral("time")}, {QStringLiteral("-quantity")}})
+    for (const QStringList& columns : {QStringList{QStringLiteral("price")},
+                                       {QStringLiteral("symbol"), QStringLiteral("price")},
+                                       {QStringLiteral("time")},
+                                       {QStringLiteral("-quantity")}})
         views.push_back(std::make_unique<SortedView>(&table, columns));
     report("load", "build 4 views", seconds() - start, "s");
 
@@ -175,13 +188,15 @@ int main(int argc, char** argv)
     table.endUpdate();
     std::sort(micros.begin(), micros.end());
     const auto percentile = [&](double p) {
-        return static_cast<double>(micros[static_cast<size_t>(p * static_cast<double>(updates - 1))]);
+        return static_cast<double>(
+            micros[static_cast<size_t>(p * static_cast<double>(updates - 1))]);
     };
     report("single-row update", "rate", updates / took, "1/s");
     report("single-row update", "p50", percentile(0.5), "us");
     report("single-row update", "p99", percentile(0.99), "us");
     if (observed)
-        report("single-row update", "sum of moves", static_cast<double>(positions.sum), "positions");
+        report("single-row update", "sum of moves", static_cast<double>(positions.sum),
+               "positions");
 
     for (const auto& view : views)
         if (!isRight(*view, table)) {
