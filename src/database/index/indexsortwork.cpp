@@ -5,6 +5,7 @@
 
 #include <QHash>
 #include <QSet>
+#include <QtDebug>
 
 #include <algorithm>
 
@@ -173,6 +174,26 @@ bool IndexSortWork::move(Place place, SortKey key, int& from, int& to)
     return true;
 }
 
+// Removes a record, found before the transaction if nothing has moved since.
+void IndexSortWork::takeOut(const Record& record)
+{
+    Place place{0, 0, 0};
+    const auto hint = std::find_if(d->hints.cbegin(), d->hints.cend(),
+                                   [&](const Hint& h) { return h.row == record.row(); });
+    const bool known = hint != d->hints.cend();
+    if (known && hint->state == Hint::Absent)
+        return;
+    if (known && hint->state == Hint::Found && d->hintsVersion == list.version()) {
+        place = hint->place;
+    } else if (!find(record, place)) {
+        const int position = q->IndexList::indexOf(record);
+        if (position < 0)
+            return;
+        place = list.place(position);
+    }
+    d->takeAt(place);
+}
+
 bool IndexSortWork::applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn)
 {
     Place place{0, 0, 0};
@@ -216,20 +237,52 @@ bool IndexSortWork::applyOne(const Record& record, bool isRemoval, int firstColu
     return true;
 }
 
+void IndexSortWork::update(const Record& record, int firstColumn, int lastColumn, int position)
+{
+    const bool isNew = d->needsRebuild;
+    heal();
+    if (isNew)
+        return;
+    if (!q->filter(record)) {
+        q->remove(record, -1);
+        return;
+    }
+    Place place{0, 0, 0};
+    if (position >= 0 && position < list.count()) {
+        place = list.place(position);
+    } else if (!find(record, place)) {
+        const int found = q->IndexList::indexOf(record);
+        if (found < 0) {
+            q->add(record);
+            return;
+        }
+        qWarning() << "update"
+                   << "Full search can impact the performance";
+        place = list.place(found);
+    }
+    int from = 0;
+    int to = 0;
+    const bool moved = move(place, keyOf(list.at(place)), from, to);
+    if (!d->isObserved())
+        return;
+    if (moved)
+        d->tellMoved(from, to, firstColumn, lastColumn);
+    else
+        d->tellStayed(from, firstColumn, lastColumn);
+}
+
 // --- exceptions of the host's functions ---
 
 void IndexSortWork::heal()
 {
-    if (d->needsRebuild) {
-        q->rebuild();
-    } else if (d->needsResort) {
-        d->needsResort = false;
-        try {
-            q->resort();
-        } catch (...) {
-            d->needsResort = true;
-            throw;
-        }
+    if (d->heal() || !d->needsResort)
+        return;
+    d->needsResort = false;
+    try {
+        q->resort();
+    } catch (...) {
+        d->needsResort = true;
+        throw;
     }
 }
 
@@ -272,6 +325,14 @@ void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& upd
     if (removed.size() + updated.size() == 1 && inserted.isEmpty()) {
         applyOne(removed.isEmpty() ? updated.first() : removed.first(), updated.isEmpty(),
                  firstColumn, lastColumn);
+        return;
+    }
+    if (updated.isEmpty() && !d->isObserved() && removed.size() + inserted.size() <= FewRecords) {
+        for (const Record& record : removed)
+            takeOut(record);
+        for (const Record& record : inserted)
+            if (q->filter(record))
+                insert(record);
         return;
     }
     prepare();

@@ -47,6 +47,8 @@ public:
     int insert(const Record& record);
     /// Moves the record at a place to where it belongs; true when it had to move.
     bool move(Place place, SortKey key, int& from, int& to);
+    /// A record was changed in place.
+    void update(const Record& record, int firstColumn, int lastColumn, int position);
     void heal();
     void recover(const QList<Record>& removed, const QList<Record>& updated,
                  const QList<Record>& inserted);
@@ -56,6 +58,8 @@ public:
                int lastColumn, const QList<Record>& inserted);
 
 private:
+    static constexpr int FewRecords = 8; // up to here one by one is the quickest
+
     struct Item // a removed or updated record
     {
         const Record* record;
@@ -81,6 +85,7 @@ private:
         int to;
     };
 
+    void takeOut(const Record& record);
     bool applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn);
     void collect(const QList<Record>& removed, const QList<Record>& updated);
     void findPositions(const std::vector<Hint>& hints);
