@@ -20,8 +20,7 @@ Answer quantlibGreeks(const Chain& chain)
     Answer answer;
     const double time = chain.sqrtTime * chain.sqrtTime;
     for (std::size_t i = 0; i < chain.strikes.size(); ++i) {
-        const QuantLib::BlackCalculator option(typeOf(chain, i), chain.strikes[i],
-                                               chain.underlying,
+        const QuantLib::BlackCalculator option(typeOf(chain, i), chain.strikes[i], chain.underlying,
                                                chain.volats[i] / 100 * chain.sqrtTime);
         // With no interest the forward is the spot.
         answer.sum += option.value() + option.deltaForward() + option.gammaForward() +

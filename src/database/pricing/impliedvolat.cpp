@@ -59,7 +59,12 @@ private:
     double lastVega = 0;
 };
 
-enum class Ending { PriceMet, WidthMet, Failed };
+enum class Ending
+{
+    PriceMet,
+    WidthMet,
+    Failed
+};
 
 struct SearchResult
 {
@@ -116,12 +121,11 @@ bool isSearchable(const VolatInputParams& in, double price, const VolatSearch& s
 {
     return isPriceable(in) && std::isfinite(in.strike) && std::isfinite(in.underlying) &&
            std::isfinite(in.sqrtTime) && std::isfinite(price) && std::isfinite(search.start) &&
-           std::isfinite(search.lo) && std::isfinite(search.hi) &&
-           std::isfinite(search.priceTol) && std::isfinite(search.volTol);
+           std::isfinite(search.lo) && std::isfinite(search.hi) && std::isfinite(search.priceTol) &&
+           std::isfinite(search.volTol);
 }
 
-ImpliedVolat explain(const VolatInputParams& in, bool put, double price,
-                     const VolatSearch& search)
+ImpliedVolat explain(const VolatInputParams& in, bool put, double price, const VolatSearch& search)
 {
     if (!isSearchable(in, price, search))
         return {-1, ImpliedVolat::InvalidInput};

@@ -169,8 +169,7 @@ double volatByCurve(const VolatInputParams& in)
 {
     const double x = (std::log(in.strike / in.underlying) - in.curveShift) / in.sqrtTime;
     const double scale = in.curveSkewScale;
-    const double skew =
-        scale == 0 ? in.curveSkew * x : in.curveSkew * std::atan(scale * x) / scale;
+    const double skew = scale == 0 ? in.curveSkew * x : in.curveSkew * std::atan(scale * x) / scale;
     const double volat =
         in.curveLevel + in.curveBell * (1 - std::exp(-in.curveSteepness * x * x)) + skew;
     // Worded so that a NaN becomes a bound.

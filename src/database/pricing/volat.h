@@ -18,7 +18,7 @@
  *     call = S N(d1) - K N(d2)      d1 = (ln(S / K) + sigma^2 T / 2) / (sigma sqrt T)
  *     put  = call - S + K           d2 = d1 - sigma sqrt T
  *
- * N is approximated by norm_cdf() to about 1e-7, so a price is good to about 1e-7 of S + K. The
+ * N is approximated by norm_cdf() to 2.1e-7, so a price is good to that part of S + K. The
  * greeks are the derivatives of the formula above; see for instance J. Hull, "Options, Futures, and
  * Other Derivatives", the chapters on the greek letters and on options on futures.
  *
@@ -29,8 +29,8 @@
  * Threads: pure functions without state; any number of threads may call them at once.
  * Errors: nothing is thrown. What is written for invalid input is said at each function; NaN
  * counts as invalid everywhere.
- * Cost: 30 to 50 ns for a full set of outputs, 100 to 300 ns for an implied volatility whose Newton
- * search converges, about 1 us when it has to fall back to bisection.
+ * Cost: some 50 ns for a full set of outputs and 300 ns for an implied volatility; 1 us where the
+ * Newton search fails and bisection takes over.
  *
  * @code
  * VolatInputParams in;
@@ -48,17 +48,17 @@
 /// stands in when no volatility is given. An aggregate of eleven doubles in this order.
 struct VolatInputParams
 {
-    double strike = 0;          ///< K, above 0
-    double underlying = 0;      ///< S, the price of the underlying, above 0
-    double sqrtTime = 0;        ///< the square root of the years to expiry, above 0
-    double curveLevel = 0;      ///< the curve's volatility at its centre, percent
-    double curveBell = 0;       ///< what the bell term adds far from the centre, percent
-    double curveSteepness = 0;  ///< how quickly the bell term is reached
-    double curveSkew = 0;       ///< the slope of the skew term at the centre, percent
-    double curveSkewScale = 0;  ///< how quickly the skew term levels off; 0 never, a straight line
-    double curveShift = 0;      ///< where the centre lies, in ln(K / S)
-    double curveVolatMin = 0;   ///< the curve's volatility is never below this, percent
-    double curveVolatMax = 0;   ///< nor above this, percent
+    double strike = 0;         ///< K, above 0
+    double underlying = 0;     ///< S, the price of the underlying, above 0
+    double sqrtTime = 0;       ///< the square root of the years to expiry, above 0
+    double curveLevel = 0;     ///< the curve's volatility at its centre, percent
+    double curveBell = 0;      ///< what the bell term adds far from the centre, percent
+    double curveSteepness = 0; ///< how quickly the bell term is reached
+    double curveSkew = 0;      ///< the slope of the skew term at the centre, percent
+    double curveSkewScale = 0; ///< how quickly the skew term levels off; 0 never, a straight line
+    double curveShift = 0;     ///< where the centre lies, in ln(K / S)
+    double curveVolatMin = 0;  ///< the curve's volatility is never below this, percent
+    double curveVolatMax = 0;  ///< nor above this, percent
 };
 
 /// A full set of results. An aggregate of seven doubles in this order.
@@ -107,10 +107,10 @@ extern LIVETABLE_EXPORT const qint32 gc_iSecondsTo1900;
 /// Density of the standard normal distribution: exp(-x^2 / 2) * 0.3989422804014327.
 LIVETABLE_EXPORT double norm_pdf(double x);
 
-/// Standard normal distribution function by the polynomial of M. Abramowitz and I. Stegun, "Handbook
-/// of Mathematical Functions" (1964), formula 26.2.17, whose stated error is 7.5e-8; its constants
-/// are used with seven digits, which takes the error to just below 1e-7. Exactly 1 above 10 and
-/// exactly 0 below -10. It makes a step of about 1e-9 at 0.
+/// Standard normal distribution function by the polynomial of M. Abramowitz and I. Stegun,
+/// "Handbook of Mathematical Functions" (1964), formula 26.2.17. Its stated error is 7.5e-8; here
+/// its constants have seven digits, which makes it 2.1e-7, reached near 0 where the two halves are
+/// 3e-7 apart. Exactly 1 above 10 and exactly 0 below -10.
 LIVETABLE_EXPORT double norm_cdf(double x);
 
 /// @}
@@ -161,8 +161,8 @@ LIVETABLE_EXPORT void calcVolatParamsNorm(VolatOutputParams& out, const VolatInp
                                           double sigma);
 
 /**
- * All outputs at `volat` percent, or at volatByCurve() when `volat` is below 0; vega is for a change
- * of one percent. Writes nothing unless K, S and sqrt T are above 0.
+ * All outputs at `volat` percent, or at volatByCurve() when `volat` is below 0; vega is for a
+ * change of one percent. Writes nothing unless K, S and sqrt T are above 0.
  *
  * A volatility of exactly 0 writes the two intrinsic values as prices and leaves the rest. One that
  * is still negative or NaN (a curve with such bounds) writes two prices of 0 and leaves the rest.
@@ -181,8 +181,8 @@ LIVETABLE_EXPORT void calcVolatParamsEx(VolatOutputParamsEx& out, const VolatInp
  *     level + bell (1 - exp(-steepness x^2)) + skew atan(scale x) / scale
  *
  * kept within curveVolatMin and curveVolatMax (when these cross, curveVolatMin wins). The form is
- * that of the smile which the Moscow Exchange publishes for the options on its futures. A scale of 0
- * stands for its limit, skew * x. Where the formula has no value (NaN) it is curveVolatMax.
+ * that of the smile which the Moscow Exchange publishes for the options on its futures. A scale of
+ * 0 stands for its limit, skew * x. Where the formula has no value (NaN) it is curveVolatMax.
  */
 LIVETABLE_EXPORT double volatByCurve(const VolatInputParams& in);
 
@@ -224,7 +224,8 @@ struct VolatSearch
 /// An implied volatility, or why there is none.
 struct ImpliedVolat
 {
-    enum Reason {
+    enum Reason
+    {
         Found,          ///< volat is the very number that volatByTheorPrice() returns
         InvalidInput,   ///< K, S or sqrt T not above 0, or a NaN or infinite number anywhere
         BelowIntrinsic, ///< not more than priceTol above max(S - K, 0) or max(K - S, 0): no
@@ -232,8 +233,8 @@ struct ImpliedVolat
         AboveBound,     ///< not below S (call) or K (put), which no volatility reaches
         BelowRange,     ///< a volatility exists in theory, but below `lo`
         AboveRange,     ///< a volatility exists in theory, but above `hi`
-        NoConvergence,  ///< Newton's method failed and bisection was not allowed or ran out of
-                        ///< rounds (volTol finer than doubles, priceTol within the error of N)
+        NoConvergence,  ///< Newton's method failed, and bisection was not allowed or ran out of
+                        ///< rounds
     };
 
     double volat = -1; ///< percent; -1 unless Found
@@ -241,7 +242,8 @@ struct ImpliedVolat
 };
 
 /// volatByTheorPrice() that says why there is no volatility. Costs one or two more prices where
-/// the search did not meet the price.
+/// the search did not meet the price. A price that falls into the step of norm_cdf() at 0 is met by
+/// no volatility; the answer is then the one at the step.
 LIVETABLE_EXPORT ImpliedVolat impliedVolat(const VolatInputParams& in, bool put, double price,
                                            const VolatSearch& search = VolatSearch());
 
@@ -282,7 +284,8 @@ LIVETABLE_EXPORT void impliedVolatBatch(ImpliedVolat* volats, const VolatInputPa
 /// @{
 
 /// What OptVolatPrice and OptVolatVega share: one option, and the outputs at the volatility that
-/// was asked for last. Refers to the parameters, which must outlive it. Not for two threads at once.
+/// was asked for last. Refers to the parameters, which must outlive it. Not for two threads at
+/// once.
 class OptVolat
 {
 protected:
