@@ -26,17 +26,6 @@ is_there() { # package command
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
-as_root() {
-    if [ "$(id -u)" -eq 0 ]; then
-        env DEBIAN_FRONTEND=noninteractive "$@"
-    elif command -v sudo >/dev/null 2>&1; then
-        sudo env DEBIAN_FRONTEND=noninteractive "$@"
-    else
-        say "root is needed for: $* (run it as root, or install sudo)"
-        return 1
-    fi
-}
-
 if [ $# -eq 0 ]; then
     set -- build
 fi
@@ -61,11 +50,20 @@ if ! command -v apt-get >/dev/null 2>&1; then
     say "this is no Debian system; please install what these Debian packages hold: ${missing[*]}"
     exit 1
 fi
+as_root=(env DEBIAN_FRONTEND=noninteractive)
+if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null 2>&1; then
+        say "these packages are missing, and only root can install them: ${missing[*]}"
+        exit 1
+    fi
+    as_root=(sudo "${as_root[@]}")
+fi
+
 say "installing ${missing[*]}"
-as_root apt-get update -qq >&2 || {
+"${as_root[@]}" apt-get update -qq >&2 || {
     say "the list of packages could not be refreshed; trying with the one at hand"
 }
-as_root apt-get install -qq -y --no-install-recommends "${missing[@]}" >&2 || {
+"${as_root[@]}" apt-get install -qq -y --no-install-recommends "${missing[@]}" >&2 || {
     say "could not install ${missing[*]}"
     exit 1
 }

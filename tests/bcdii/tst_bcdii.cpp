@@ -547,6 +547,7 @@ void TestBcdii::text_data()
     row("\t\r\n+.005", p105, 0, BCDIITYPE(10, 3));
     row("0", p105, 0x02, p105);
     row("-0.00", p105, 0x02, p105);
+    row(".00", p105, 0x02, p105);
     row("abc", p105, 0x30, p105);
     row("", p105, 0x30, p105);
     row("+-5", p105, 0x30, p105);

@@ -241,7 +241,7 @@ void ExactView::process(const Rows& removed, const Rows& updated, const Rows& in
 
 void ExactView::check(Findings& findings)
 {
-    findings.check(read() == expected, name + QStringLiteral(": content or order"));
+    findings.check(read() == expected, name, "content or order");
 }
 
 void SortedModel::reset(const Rows& masterOrder)
@@ -267,52 +267,42 @@ void SortedModel::remove(Row* row)
 {
     isExact = false;
     fresh.removeOne(row);
-    touched.remove(row);
-    gone.insert(row);
+    touched.removeOne(row);
+    gone.append(row);
 }
 
 void SortedModel::update(Row* row)
 {
-    if (!filter(*row)) {
-        remove(row);
-    } else if (fresh.contains(row)) {
-        return;
-    } else if (gone.contains(row) || !order.contains(row)) {
-        add(row);
-    } else {
-        isExact = false;
-        if (compare)
-            touched.insert(row);
-    }
+    process({}, {row}, {});
 }
 
+// Marks instead of searches: these lists may be long.
 void SortedModel::process(const Rows& removed, const Rows& updated, const Rows& inserted)
 {
-    for (Row* row : removed)
-        remove(row);
+    isExact = false;
+    for (Row* row : updated)
+        row->mark = Row::Fresh; // unless found below
+    for (Row* row : qAsConst(order))
+        row->mark = Row::Touched;
     for (Row* row : inserted) {
         if (filter(*row))
-            add(row);
+            fresh.append(row);
+        row->mark = Row::Still;
     }
-    // Ranks instead of searches: these lists may be long.
-    for (Row* row : updated)
-        row->rank = -1;
-    for (Row* row : qAsConst(order))
-        row->rank = 0;
-    const QSet<Row*> removedRows(removed.begin(), removed.end());
-    const QSet<Row*> insertedRows(inserted.begin(), inserted.end());
-    QSet<Row*> seen;
+    for (Row* row : removed) {
+        gone.append(row);
+        row->mark = Row::Still;
+    }
     for (Row* row : updated) {
-        if (removedRows.contains(row) || insertedRows.contains(row) || seen.contains(row))
+        if (row->mark == Row::Still)
             continue;
-        seen.insert(row);
-        isExact = false;
         if (!filter(*row))
-            gone.insert(row);
-        else if (row->rank == -1)
+            gone.append(row);
+        else if (row->mark == Row::Fresh)
             fresh.append(row);
         else if (compare)
-            touched.insert(row);
+            touched.append(row);
+        row->mark = Row::Still; // it may be named again
     }
 }
 
@@ -323,9 +313,12 @@ void SortedModel::check(Findings& findings)
     for (const Record& record : *sorted)
         actual.append(toRow(record));
     if (isExact) {
-        findings.check(actual == order, name + QStringLiteral(": content or order after a build"));
+        findings.check(actual == order, name, "content or order after a build");
     } else {
-        checkPlaces(actual, findings);
+        if (checkContent(actual, findings)) {
+            checkPlaces(actual, findings);
+            checkArrival(actual, findings);
+        }
         order = actual;
     }
     gone.clear();
@@ -335,52 +328,58 @@ void SortedModel::check(Findings& findings)
     checkPartitions(*sorted, name, findings);
 }
 
+// Each row that belongs here is here once, in order.
+bool SortedModel::checkContent(const Rows& actual, Findings& findings) const
+{
+    for (Row* row : order) {
+        row->mark = Row::Still;
+        row->count = 1;
+    }
+    for (Row* row : touched)
+        row->mark = Row::Touched;
+    for (Row* row : gone) {
+        row->mark = Row::Gone;
+        row->count = 0;
+    }
+    for (Row* row : fresh) {
+        row->mark = Row::Fresh;
+        row->count = 1;
+    }
+    int expected = fresh.size();
+    for (const Row* row : order)
+        expected += row->mark != Row::Gone && row->mark != Row::Fresh;
+    bool isRight = actual.size() == expected;
+    for (Row* row : actual)
+        isRight = isRight && row->count-- == 1;
+    for (int i = 1; i < actual.size(); ++i)
+        findings.check(compared(actual[i - 1], actual[i]) <= 0, name, "order");
+    return findings.check(isRight, name, "content");
+}
+
+// Rows that were not updated keep their order. Another one stands behind all of them that are not
+// greater, or, when it was here before, has not moved among them.
 void SortedModel::checkPlaces(const Rows& actual, Findings& findings) const
 {
-    const QSet<Row*> freshRows(fresh.begin(), fresh.end());
-    const auto stays = [&](Row* row) { return !gone.contains(row) && !freshRows.contains(row); };
-    const auto isStill = [&](Row* row) { return stays(row) && !touched.contains(row); };
-
-    // Content: each row once.
-    QSet<Row*> wanted = freshRows;
-    for (Row* row : order) {
-        if (stays(row))
-            wanted.insert(row);
-    }
-    const QSet<Row*> held(actual.begin(), actual.end());
-    if (!findings.check(held == wanted && held.size() == actual.size(),
-                        name + QStringLiteral(": content")))
-        return;
-    for (int i = 1; i < actual.size(); ++i)
-        findings.check(compared(actual[i - 1], actual[i]) <= 0, name + QStringLiteral(": order"));
-
-    // Rows that were not updated keep their order.
+    const auto isStill = [](const Row* row) { return row->mark == Row::Still; };
     Rows still;
     std::copy_if(order.begin(), order.end(), std::back_inserter(still), isStill);
     Rows stillNow;
-    std::copy_if(actual.begin(), actual.end(), std::back_inserter(stillNow),
-                 [&](Row* row) { return isStill(row); });
-    if (!findings.check(still == stillNow, name + QStringLiteral(": order of untouched rows")))
+    std::copy_if(actual.begin(), actual.end(), std::back_inserter(stillNow), isStill);
+    if (!findings.check(still == stillNow, name, "order of untouched rows"))
         return;
 
-    // Another row stands behind all of them that are not greater, or has not moved among them.
-    QHash<Row*, int> rankBefore;
-    QHash<Row*, bool> fits; // between neighbours that are still there
     int rank = 0;
     for (int i = 0; i < order.size(); ++i) {
         Row* row = order[i];
-        if (isStill(row)) {
-            ++rank;
-        } else if (touched.contains(row)) {
-            rankBefore.insert(row, rank);
-            Row* const before = i > 0 ? order[i - 1] : nullptr;
-            Row* const after = i + 1 < order.size() ? order[i + 1] : nullptr;
-            fits.insert(row, (!before || (isStill(before) && compared(before, row) <= 0)) &&
-                                 (!after || (isStill(after) && compared(row, after) <= 0)));
-        }
+        row->rank = rank;
+        rank += isStill(row);
+        const Row* const before = i > 0 ? order[i - 1] : nullptr;
+        const Row* const after = i + 1 < order.size() ? order[i + 1] : nullptr;
+        row->count = (!before || (isStill(before) && compared(before, row) <= 0)) &&
+                     (!after || (isStill(after) && compared(row, after) <= 0));
     }
     rank = 0;
-    for (Row* row : actual) {
+    for (const Row* row : actual) {
         if (isStill(row)) {
             ++rank;
             continue;
@@ -389,21 +388,23 @@ void SortedModel::checkPlaces(const Rows& actual, Findings& findings) const
             return compared(other, row) <= 0;
         });
         const bool isBehind = rank == int(upper - still.begin());
-        const bool isUnmoved = touched.contains(row) && rankBefore.value(row) == rank;
-        findings.check(isBehind || isUnmoved, name + QStringLiteral(": place of a changed row"));
-        findings.check(isUnmoved || !fits.value(row),
-                       name + QStringLiteral(": moved though in order"));
+        const bool isUnmoved = row->mark == Row::Touched && row->rank == rank;
+        const bool fits = row->mark == Row::Touched && row->count;
+        findings.check(isBehind || isUnmoved, name, "place of a changed row");
+        findings.check(isUnmoved || !fits, name, "moved though in order");
     }
+}
 
-    // Equal new rows stand in the order of their arrival.
+// Equal new rows stand in the order of their arrival.
+void SortedModel::checkArrival(const Rows& actual, Findings& findings) const
+{
     for (int i = 0; i < actual.size(); ++i)
         actual[i]->rank = i;
     Rows arrived = fresh;
     std::stable_sort(arrived.begin(), arrived.end(),
                      [&](const Row* a, const Row* b) { return compared(a, b) < 0; });
     for (int i = 1; i < arrived.size(); ++i)
-        findings.check(arrived[i - 1]->rank < arrived[i]->rank,
-                       name + QStringLiteral(": order of new rows"));
+        findings.check(arrived[i - 1]->rank < arrived[i]->rank, name, "order of new rows");
 }
 
 void SortedModel::checkSearches(const Row& key, int after, Findings& findings) const
@@ -421,7 +422,7 @@ void SortedModel::checkSearches(const Row& key, int after, Findings& findings) c
         }
     }
     const auto check = [&](bool condition, const char* what) {
-        findings.check(condition, name + QStringLiteral(": ") + QLatin1String(what));
+        findings.check(condition, name, what);
     };
     const Record& record = key.record;
     check(sorted->search(record, after) == first, "search");
@@ -474,8 +475,7 @@ void WatchModel::check(Findings& findings)
         Rows rows;
         for (const Record& record : *actual[i])
             rows.append(toRow(record));
-        findings.check(rows == lists[i],
-                       name + QStringLiteral(": list %1 of added, removed, updated").arg(i));
+        findings.check(rows == lists[i], name, i == 0 ? "added" : i == 1 ? "removed" : "updated");
     }
 }
 
@@ -485,12 +485,11 @@ void checkPartitions(const IndexList& list, const QString& name, Findings& findi
     int sum = 0;
     for (int i = 0; i + 1 < partitions.size(); ++i) {
         const int count = partitions.at(i)->count();
-        findings.check(count > 0 && count < 10000, name + QStringLiteral(": size of a partition"));
+        findings.check(count > 0 && count < 10000, name, "size of a partition");
         sum += count;
     }
-    findings.check(!partitions.isEmpty() && !partitions.last(),
-                   name + QStringLiteral(": end of the partitions"));
-    findings.check(sum == list.count(), name + QStringLiteral(": sum of the partitions"));
+    findings.check(!partitions.isEmpty() && !partitions.last(), name, "end of the partitions");
+    findings.check(sum == list.count(), name, "sum of the partitions");
 }
 
 // --- observers ---
@@ -522,8 +521,8 @@ void Mirror::indexChanged(const IndexList& list, const IndexChange& change)
 {
     QMap<int, const unsigned char*> out;
     const auto takeOut = [&](int position) {
-        if (findings->check(position >= 0 && position < int(copy.size()) && !out.contains(position),
-                            name + QStringLiteral(": a position taken out")))
+        if (check(position >= 0 && position < int(copy.size()) && !out.contains(position),
+                  "a position taken out"))
             out.insert(position, copy[std::size_t(position)]);
     };
     for (int i = 0; i < change.removedCount; ++i)
@@ -535,8 +534,7 @@ void Mirror::indexChanged(const IndexList& list, const IndexChange& change)
     }
     for (int i = 0; i < change.insertedCount; ++i)
         in.insert(change.inserted[i], list.at(change.inserted[i]).row());
-    findings->check(in.size() == change.movedCount + change.insertedCount,
-                    name + QStringLiteral(": a position put in twice"));
+    check(in.size() == change.movedCount + change.insertedCount, "a position put in twice");
 
     std::vector<const unsigned char*> next;
     for (std::size_t i = 0; i < copy.size(); ++i) {
@@ -544,7 +542,7 @@ void Mirror::indexChanged(const IndexList& list, const IndexChange& change)
             next.push_back(copy[i]);
     }
     for (auto it = in.cbegin(); it != in.cend(); ++it) {
-        if (!findings->check(it.key() <= int(next.size()), name + QStringLiteral(": a gap")))
+        if (!check(it.key() <= int(next.size()), "a gap"))
             return;
         next.insert(next.begin() + it.key(), it.value());
         told.insert(it.value());
@@ -552,8 +550,7 @@ void Mirror::indexChanged(const IndexList& list, const IndexChange& change)
     copy.swap(next);
     for (int i = 0; i < change.changedCount; ++i) {
         const int at = change.changed[i];
-        if (findings->check(at >= 0 && at < int(copy.size()),
-                            name + QStringLiteral(": a position changed")))
+        if (check(at >= 0 && at < int(copy.size()), "a position changed"))
             told.insert(copy[std::size_t(at)]);
     }
     check();
@@ -577,7 +574,7 @@ bool Mirror::holds(const Record& record) const
 
 void Mirror::check()
 {
-    findings->check(!observed || copy == contents(*observed), name);
+    check(!observed || copy == contents(*observed), "content");
 }
 
 } // namespace Model

@@ -47,8 +47,17 @@ struct Row
     Record record;
     QVector<int> codes;
     bool inTable = false;
-    int rank = 0; ///< scratch of the checks
-    int id = 0;   ///< for the trace
+    // Scratch of the checks:
+    enum Mark
+    {
+        Still,
+        Touched,
+        Fresh,
+        Gone
+    } mark = Still;
+    int rank = 0;
+    int count = 0;
+    int id = 0; ///< for the trace
 };
 using Rows = QVector<Row*>;
 using Cells = QMap<int, int>; ///< column to code
@@ -61,10 +70,10 @@ class Findings
 public:
     bool isEmpty() const { return first.isEmpty(); }
     const QString& text() const { return first; }
-    bool check(bool condition, const QString& what)
+    bool check(bool condition, const QString& where, const char* what)
     {
         if (!condition && first.isEmpty())
-            first = what;
+            first = where + QStringLiteral(": ") + QLatin1String(what);
         return condition;
     }
 
@@ -118,6 +127,7 @@ public:
 
 private:
     static std::vector<const unsigned char*> contents(const IndexList& list);
+    bool check(bool condition, const char* what) { return findings->check(condition, name, what); }
 
     const QString name;
     IndexList* observed;
@@ -207,13 +217,15 @@ public:
 
 private:
     int compared(const Row* a, const Row* b) const { return compare ? compare(*a, *b) : 0; }
+    bool checkContent(const Rows& actual, Findings& findings) const;
     void checkPlaces(const Rows& actual, Findings& findings) const;
+    void checkArrival(const Rows& actual, Findings& findings) const;
 
     const Compare compare;
     const RowOf toRow;
     Rows order;           ///< as it was before the notifications since the last check
-    QSet<Row*> gone;      ///< of these: no longer in the view
-    QSet<Row*> touched;   ///< updated and still in it
+    Rows gone;            ///< of these: no longer in the view
+    Rows touched;         ///< updated and still in it
     Rows fresh;           ///< new in it, in order of arrival
     bool isExact = false; ///< `order` is what it must be now
 };

@@ -161,6 +161,7 @@ private:
     void checkViews();
     void checkAll();
     void checkRows();
+    void checkCells(const Row& row);
     Rows masterOrder();
     Rows toRows(const QList<Record>& records);
     template <typename... Args>
@@ -169,7 +170,10 @@ private:
         if (isTraced)
             qInfo(format, args...);
     }
-    void check(bool condition, const char* what) { findings.check(condition, QLatin1String(what)); }
+    bool check(bool condition, const char* what)
+    {
+        return condition || findings.check(false, table ? table->name() : QString(), what);
+    }
 
     std::mt19937 random;
     const bool isTraced = qEnvironmentVariableIsSet("LIVETABLE_TRACE");

@@ -33,8 +33,8 @@ private Q_SLOTS:
     void cleanupTestCase() { qInstallMessageHandler(printer); }
 
     void smallTables() { run(2000, 300, Model::World::Small); }
-    void mediumTables() { run(20, 40, Model::World::Medium); }
-    void largeTables() { run(4, 20, Model::World::Large); }
+    void mediumTables() { run(12, 40, Model::World::Medium); }
+    void largeTables() { run(3, 12, Model::World::Large); }
 
 private:
     void run(int seeds, int steps, Model::World::Size size);

@@ -169,6 +169,7 @@ void TestDecimal::texts_data()
     row("72057594037927935", true, end56 - 1, 0);
     row("72057594037927936", true, 7205759403792793, -1);
     row("-72057594037927936", true, -end56, 0);
+    row("-72057594037927936.0", true, -end56, 0);
     row("-72057594037927937", true, -7205759403792793, -1);
     row("9223372036854775807", true, 9223372036854775, -3);
     row("-9223372036854775808", true, -9223372036854775, -3);
@@ -235,6 +236,7 @@ void TestDecimal::extendedTexts_data()
     row("", false);
     row(QString(26, u'9'), true, QString(26, u'9'));
     row(QString(27, u'9'), true);
+    row(QString(200, u'9'), true);
     row(QString(26, u'9') + "e1", true, QString(26, u'9') + u'0');
     row("1234567." + QString(20, u'3'), true, "1234567." + QString(19, u'3'));
     row("9." + QString(40, u'9'), true, "10." + QString(24, u'0'));
@@ -321,6 +323,9 @@ void TestDecimal::printedTextReadsBack()
 
 void TestDecimal::arithmetic()
 {
+    // A digit far behind the last place kept decides a tie.
+    QCOMPARE((decimal(1) - decimal(5000000000000001, 32)).mantissa(), 9999999999999999LL);
+    QCOMPARE((decimal(1) - decimal(5000000000000000, 32)).mantissa(), 10000000000000000LL);
     Random random;
     for (int i = 0; i < 60000; ++i) {
         const decimal a = anyDecimal(random, i % 2 ? 20 : 127);

@@ -47,7 +47,7 @@ Field Record::data(const QString& column) const
 Field Record::data(int column) const
 {
     const Table* owner = table();
-    return owner ? owner->dataPtr(block, column) : LiveTable::undefinedField();
+    return owner ? owner->dataPtr(block, column) : Field();
 }
 
 bool Record::inTable() const

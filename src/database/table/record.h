@@ -115,8 +115,6 @@ public:
     /// type FieldType::Undefined that is NULL; it must not be written.
     Field data(const QString& column) const;
     Field data(int column) const;
-    // Without it, data(0) of a Record that is not const would also match a null text.
-    Field data(int column) { return std::as_const(*this).data(column); }
 
     /// Whether the table's master index holds this very row. False for null and detached records.
     bool inTable() const;

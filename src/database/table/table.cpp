@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <utility>
 
 using LiveTable::RowPool;
 
@@ -441,7 +442,7 @@ void Table::setMasterIndex(MasterIndex* index)
 {
     if (index == d->master)
         return;
-    delete d->master;
+    delete std::exchange(d->master, nullptr);
     d->master = index;
     if (index)
         index->install();

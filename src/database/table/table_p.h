@@ -15,9 +15,6 @@
 #include <vector>
 
 namespace LiveTable {
-/// The cell that stands for one that does not exist: of type FieldType::Undefined, and NULL.
-Field undefinedField();
-
 // What Record asks its table, which knows its master index (table.cpp).
 bool tableHolds(const Table* table, const Record& record);
 QString keyText(const Table* table, const Record& record);

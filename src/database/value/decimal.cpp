@@ -143,7 +143,7 @@ Outcome readLong(NumberParts<Char> parts, decimal* value)
             mantissa /= 10;
         parts.fraction = parts.fractionEnd;
     }
-    for (; parts.fraction != parts.fractionEnd && scale < decimal::maximumScale; ++scale) {
+    for (; parts.fraction != parts.fractionEnd; ++scale) {
         const quint64 next = accumulate(mantissa, parts.fraction, parts.fraction + 1);
         if (next > largest)
             break;
