@@ -12,17 +12,28 @@
 #include "table/recordupdater.h"
 #include "table/table.h"
 
-#include <QElapsedTimer>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <vector>
 
 namespace {
 
-enum Column { Id, Board, Symbol, Price, Bid, Ask, Quantity, Volume, Time, Status };
+enum Column
+{
+    Id,
+    Board,
+    Symbol,
+    Price,
+    Bid,
+    Ask,
+    Quantity,
+    Volume,
+    Time,
+    Status
+};
 
 // Deterministic, the same on every machine (xorshift64*).
 class Random
@@ -85,9 +96,6 @@ Record makeRow(const Table& table, Random& random, qint64 id)
 
 bool isRight(const IndexSort& view, const Table& table)
 {
-    std::vector<Record> fresh;
-    for (int i = 0; i < table.rowCount(); ++i)
-        fresh.push_back(table.at(i));
     if (view.count() != table.rowCount())
         return false;
     std::vector<const unsigned char*> have;
@@ -99,7 +107,7 @@ bool isRight(const IndexSort& view, const Table& table)
         have.push_back(record.row());
     }
     std::vector<const unsigned char*> want;
-    for (const Record& record : fresh)
+    for (const Record& record : *table.masterIndex())
         want.push_back(record.row());
     std::sort(have.begin(), have.end());
     std::sort(want.begin(), want.end());
@@ -118,56 +126,44 @@ public:
     qint64 sum = 0;
 };
 
-} // namespace
+using Views = std::vector<std::unique_ptr<SortedView>>;
 
-int main(int argc, char** argv)
+// Fills the table and builds the views; returns the rows by id.
+std::vector<Record> load(Table& table, Views& views, Random& random, int rows)
 {
-    const int rows = argc > 1 ? std::atoi(argv[1]) : 1000000;
-    const int updates = argc > 2 ? std::atoi(argv[2]) : 200000;
-    const bool observed = argc > 3;
-    Random random;
-    Table table(QStringLiteral("quotes"));
-    addColumns(table);
-    table.setMasterIndex(new MasterIndex_Column_Pure(&table, QStringLiteral("id")));
-
-    std::vector<Record> all;
     double start = seconds();
-    {
-        QList<Record> batch;
-        for (int i = 0; i < rows; ++i)
-            batch.append(makeRow(table, random, i));
-        all.assign(batch.cbegin(), batch.cend());
-        report("load", "make rows", seconds() - start, "s");
-        start = seconds();
-        table.appendList(batch);
-        report("load", "insert", seconds() - start, "s");
-    }
+    QList<Record> batch;
+    for (int i = 0; i < rows; ++i)
+        batch.append(makeRow(table, random, i));
+    report("load", "make rows", seconds() - start, "s");
     start = seconds();
-    std::vector<std::unique_ptr<SortedView>> views;
-    for (const QStringList& columns :
-         {QStringList{QStringLiteral("price")}, {QStringLiteral("symbol"), QStringLiteral("price")},
-          {QStringLiteral("time")}, {QStringLiteral("-quantity")}})
+    table.appendList(batch);
+    report("load", "insert", seconds() - start, "s");
+    start = seconds();
+    for (const QStringList& columns : {QStringList{QStringLiteral("price")},
+                                       {QStringLiteral("symbol"), QStringLiteral("price")},
+                                       {QStringLiteral("time")},
+                                       {QStringLiteral("-quantity")}})
         views.push_back(std::make_unique<SortedView>(&table, columns));
     report("load", "build 4 views", seconds() - start, "s");
+    return std::vector<Record>(batch.cbegin(), batch.cend());
+}
 
-    Positions positions;
-    if (observed)
-        for (const auto& view : views)
-            view->addObserver(&positions);
-
+void update(Table& table, const std::vector<Record>& rows, Random& random, int updates)
+{
     std::vector<float> micros;
     micros.reserve(static_cast<size_t>(updates));
     RecordsTrans changes(&table);
     table.beginUpdate();
-    start = seconds();
+    const double start = seconds();
     for (int i = 0; i < updates; ++i) {
-        const Record& row = all[static_cast<size_t>(random.below(rows))];
+        const Record& row = rows[static_cast<size_t>(random.below(static_cast<int>(rows.size())))];
         const decimal price = decimal::fromMantissa(1000 + random.below(1000000), 2);
         const double before = seconds();
-        RecordUpdater update(changes, row);
-        update.data(Price) = price;
-        update.data(Time) = datetime(1500086400000 + i);
-        update.commit();
+        RecordUpdater updater(changes, row);
+        updater.data(Price) = price;
+        updater.data(Time) = datetime(1500086400000 + i);
+        updater.commit();
         changes.execute();
         micros.push_back(static_cast<float>((seconds() - before) * 1e6));
     }
@@ -175,18 +171,46 @@ int main(int argc, char** argv)
     table.endUpdate();
     std::sort(micros.begin(), micros.end());
     const auto percentile = [&](double p) {
-        return static_cast<double>(micros[static_cast<size_t>(p * static_cast<double>(updates - 1))]);
+        return double(micros[static_cast<size_t>(p * static_cast<double>(updates - 1))]);
     };
     report("single-row update", "rate", updates / took, "1/s");
     report("single-row update", "p50", percentile(0.5), "us");
     report("single-row update", "p99", percentile(0.99), "us");
-    if (observed)
-        report("single-row update", "sum of moves", static_cast<double>(positions.sum), "positions");
+}
 
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const int rows = argc > 1 ? std::atoi(argv[1]) : 1000000;
+    const int updates = argc > 2 ? std::atoi(argv[2]) : 200000;
+    const bool observed = argc > 3;
+    if (rows < 1 || updates < 1) {
+        std::printf("usage: bench_update [ROWS] [UPDATES] [observed]\n");
+        return 2;
+    }
+    Random random;
+    Table table(QStringLiteral("quotes"));
+    addColumns(table);
+    table.setMasterIndex(new MasterIndex_Column_Pure(&table, QStringLiteral("id")));
+    Views views;
+    const std::vector<Record> all = load(table, views, random, rows);
+
+    Positions positions;
     for (const auto& view : views)
+        if (observed)
+            view->addObserver(&positions);
+    update(table, all, random, updates);
+    if (observed)
+        report("single-row update", "sum of moves", static_cast<double>(positions.sum),
+               "positions");
+
+    for (const auto& view : views) {
         if (!isRight(*view, table)) {
             std::printf("livetable: a view is not right\n");
             return 1;
         }
+        view->removeObserver(&positions);
+    }
     return 0;
 }

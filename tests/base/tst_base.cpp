@@ -2,10 +2,7 @@
 #include "base/exception.h"
 #include "base/hostcore.h"
 
-#include <QFile>
-#include <QFileInfo>
 #include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtConcurrent>
 #include <QtTest>
@@ -22,36 +19,20 @@ void collectLog(QtMsgType type, const QMessageLogContext& context, const QString
         logged.append(text);
 }
 
-Table* fakeTable(quintptr n)
-{
-    return reinterpret_cast<Table*>(n);
-}
-
-TableJoin* fakeJoin(quintptr n)
-{
-    return reinterpret_cast<TableJoin*>(n);
-}
-
-/// What the copy of this program at `program` answers for ICore::getDir(sub, app), below `home`.
-/// The first line tells whether it found itself portable, the second is the directory.
-QStringList askCopy(const QString& program, const QString& home, const QString& sub, bool app)
-{
-    QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("XDG_DATA_HOME", home);
-    process.setProcessEnvironment(environment);
-    process.start(program, {"--dir", sub, app ? "app" : "user"});
-    if (!process.waitForFinished())
-        return {};
-    return QString::fromUtf8(process.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
-}
-
-int answerDir(const QStringList& arguments)
+/// What a copy of this program in another place tells about its directories.
+void answer(const QStringList& arguments)
 {
     const QDir dir = ICore::getDir(arguments.at(2), arguments.at(3) == "app");
-    QTextStream(stdout) << (ICore::isPortable() ? "portable" : "installed") << '\n'
-                        << dir.absolutePath() << '\n';
-    return 0;
+    QTextStream(stdout) << (ICore::isPortable() ? "portable " : "installed ")
+                        << QDir(arguments.at(4)).relativeFilePath(dir.absolutePath())
+                        << (dir.exists() ? "" : " missing");
+}
+
+QStringList deepStack(int depth)
+{
+    volatile int keep = depth; // no tail call
+    const QStringList stack = depth ? deepStack(depth - 1) : Exception::getStack();
+    return keep >= 0 ? stack : QStringList();
 }
 
 } // namespace
@@ -62,14 +43,9 @@ class TestBase : public QObject
 
 private Q_SLOTS:
     void exceptionKeepsMessageAndStack();
-    void exceptionDumpsOneMessageAFrame();
     void exceptionCrossesThreads();
-    void stackIsLimited();
-
     void coreIsNullWithoutHost();
-    void hostCoreKeepsTablesByExactName();
-    void hostCoreKeepsJoinsOnce();
-
+    void hostCoreKeepsTablesAndJoins();
     void directories_data();
     void directories();
 };
@@ -79,62 +55,26 @@ void TestBase::exceptionKeepsMessageAndStack()
     try {
         throw Exception(QStringLiteral("Цена %1"));
     } catch (const std::exception& caught) {
-        QCOMPARE(QString::fromUtf8(caught.what()), QStringLiteral("Цена %1"));
-        const auto* own = dynamic_cast<const Exception*>(&caught);
-        QVERIFY(own);
-        QCOMPARE(own->message(), QStringLiteral("Цена %1"));
-        QVERIFY(own->stack().size() > 2);
+        const Exception copy(dynamic_cast<const Exception&>(caught));
+        QCOMPARE(copy.message(), QStringLiteral("Цена %1"));
+        QCOMPARE(QString::fromUtf8(copy.what()), copy.message());
         // Innermost first: the library's own frames come before the program's.
-        const int library = own->stack().indexOf(QRegularExpression(".*getStack.*"));
+        const int library = copy.stack().indexOf(QRegularExpression(".*getStack.*"));
         QVERIFY(library >= 0);
-        QVERIFY(own->stack().indexOf(QRegularExpression(".*tst_base.*")) > library);
+        QVERIFY(copy.stack().indexOf(QRegularExpression(".*tst_base.*")) > library);
 
-        const Exception copy(*own);
-        Exception assigned(QStringLiteral("other"));
-        assigned = copy;
-        QCOMPARE(assigned.message(), own->message());
-        QCOMPARE(assigned.stack(), own->stack());
-        QCOMPARE(assigned.what(), own->what());
+        const QtMessageHandler previous = qInstallMessageHandler(collectLog);
+        copy.dump();
+        qInstallMessageHandler(previous);
+        QCOMPARE(logged, copy.stack()); // a message a frame
     }
-    QCOMPARE(*Exception(QString()).what(), '\0');
-}
-
-void TestBase::exceptionDumpsOneMessageAFrame()
-{
-    const Exception e(QStringLiteral("x"));
-    logged.clear();
-    const QtMessageHandler previous = qInstallMessageHandler(collectLog);
-    e.dump();
-    qInstallMessageHandler(previous);
-    QCOMPARE(logged, e.stack());
+    QCOMPARE(deepStack(3000).size(), 128);
 }
 
 void TestBase::exceptionCrossesThreads()
 {
     QFuture<void> job = QtConcurrent::run([] { throw Exception(QStringLiteral("from the pool")); });
-    bool caught = false;
-    try {
-        job.waitForFinished();
-    } catch (const Exception& e) {
-        caught = true;
-        QCOMPARE(e.message(), QStringLiteral("from the pool"));
-        QVERIFY(!e.stack().isEmpty());
-    }
-    QVERIFY(caught);
-}
-
-void TestBase::stackIsLimited()
-{
-    struct Deep
-    {
-        static QStringList go(int depth)
-        {
-            volatile int keep = depth; // no tail call
-            const QStringList below = depth ? go(depth - 1) : Exception::getStack();
-            return keep >= 0 ? below : QStringList();
-        }
-    };
-    QCOMPARE(Deep::go(3000).size(), 128);
+    QVERIFY_EXCEPTION_THROWN(job.waitForFinished(), Exception);
 }
 
 void TestBase::coreIsNullWithoutHost()
@@ -142,156 +82,101 @@ void TestBase::coreIsNullWithoutHost()
     QVERIFY(!ICore::instance());
     {
         HostCore core;
-        QVERIFY(!ICore::instance());
         ICore::setInstance(&core);
-        QCOMPARE(ICore::instance(), static_cast<ICore*>(&core));
-        const HostCore other; // its end must not uninstall the first
+        {
+            const HostCore other;
+        }
+        QCOMPARE(ICore::instance(), static_cast<ICore*>(&core)); // the other was not installed
     }
     QVERIFY(!ICore::instance());
 }
 
-void TestBase::hostCoreKeepsTablesByExactName()
+void TestBase::hostCoreKeepsTablesAndJoins()
 {
+    const auto table = [](quintptr n) { return reinterpret_cast<Table*>(n); };
+    const auto join = [](quintptr n) { return reinterpret_cast<TableJoin*>(n); };
     HostCore core;
-    core.addTable("Orders", fakeTable(8));
-    core.addTable("Deals", fakeTable(16));
-    QVERIFY(core.hasTable("Orders"));
-    QVERIFY(!core.hasTable("orders"));
-    QVERIFY(!core.table("orders"));
+    core.addTable("Orders", table(8));
+    core.addTable("Orders", table(24));
+    core.addTable("Deals", table(16));
+    QCOMPARE(core.table("Orders"), table(24));
+    QVERIFY(!core.hasTable("orders") && !core.table("orders"));
     QCOMPARE(core.tableNames(), QStringList({"Deals", "Orders"}));
-
-    core.addTable("Orders", fakeTable(24));
-    QCOMPARE(core.table("Orders"), fakeTable(24));
     core.addTable("Orders", nullptr);
-    QVERIFY(!core.hasTable("Orders"));
     core.removeTable("Deals");
     core.removeTable("Deals");
-    QVERIFY(core.tableNames().isEmpty());
+    QVERIFY(core.tableNames().isEmpty() && !core.hasTable("Orders"));
+
+    for (TableJoin* joined : {join(16), join(8), join(16), join(0)})
+        core.registerJoin(joined);
+    QCOMPARE(core.joins(), QList<TableJoin*>({join(16), join(8)}));
+    core.unregisterJoin(join(16));
+    QCOMPARE(core.joins(), QList<TableJoin*>({join(8)}));
 
     QVERIFY(!core.compressTables());
     core.setCompressTables(true);
     QVERIFY(core.compressTables());
 }
 
-void TestBase::hostCoreKeepsJoinsOnce()
-{
-    HostCore core;
-    core.registerJoin(fakeJoin(16));
-    core.registerJoin(fakeJoin(8));
-    core.registerJoin(fakeJoin(16));
-    core.registerJoin(nullptr);
-    QCOMPARE(core.joins(), QList<TableJoin*>({fakeJoin(16), fakeJoin(8)}));
-    core.unregisterJoin(fakeJoin(16));
-    core.unregisterJoin(fakeJoin(16));
-    QCOMPARE(core.joins(), QList<TableJoin*>({fakeJoin(8)}));
-}
-
 void TestBase::directories_data()
 {
-    QTest::addColumn<QString>("programDir"); // below the scratch directory
-    QTest::addColumn<QString>("mark");       // where ".installed" lies, empty for nowhere
-    QTest::addColumn<QString>("madeBefore"); // a path that exists already, empty for none
+    QTest::addColumn<QString>("program"); // its directory
+    QTest::addColumn<QString>("before");  // a file or, with a slash, a directory made before
     QTest::addColumn<QString>("sub");
-    QTest::addColumn<bool>("app");
-    QTest::addColumn<bool>("portable");
-    QTest::addColumn<QString>("expected"); // below the scratch directory
-    QTest::addColumn<bool>("exists");
-
-    const QString home = "home/tst_base";
-    QTest::newRow("shipped, no sub") << "bin"
-                                     << ""
-                                     << ""
-                                     << "" << true << true << "bin" << true;
-    QTest::newRow("shipped, sub") << "bin"
-                                  << ""
-                                  << "bin/a/b"
-                                  << "a/b" << true << true << "bin/a/b" << true;
-    QTest::newRow("shipped, missing sub is not made") << "bin"
-                                                      << ""
-                                                      << ""
-                                                      << "a" << true << true << "bin" << true;
-    QTest::newRow("shipped, installed") << "bin"
-                                        << "bin/.installed"
-                                        << "bin/a"
-                                        << "a" << true << false << "bin/a" << true;
-    QTest::newRow("portable user, no sub") << "bin"
-                                           << ""
-                                           << ""
-                                           << "" << false << true << "bin/user" << true;
-    QTest::newRow("portable user, sub is made") << "bin"
-                                                << ""
-                                                << ""
-                                                << "a/b" << false << true << "bin/user/a/b" << true;
-    QTest::newRow("portable user, sub is a file") << "bin"
-                                                  << ""
-                                                  << "bin/user/a#"
-                                                  << "a" << false << true << "bin/user" << true;
-    QTest::newRow("installed user, no sub") << "bin"
-                                            << "bin/.installed"
-                                            << ""
-                                            << "" << false << false << home << false;
-    QTest::newRow("installed user, sub is made") << "bin"
-                                                 << "bin/.installed"
-                                                 << ""
-                                                 << "a" << false << false << home + "/a" << true;
-    QTest::newRow("bundle, shipped") << "x.app/MacOS"
-                                     << ""
-                                     << "x.app/Resources/a"
-                                     << "a" << true << true << "x.app/Resources/a" << true;
-    QTest::newRow("bundle, user") << "x.app/MacOS"
-                                  << ""
-                                  << "x.app/Resources"
-                                  << "a" << false << true << "x.app/Resources/user/a" << true;
-    QTest::newRow("bundle, mark in Resources") << "x.app/MacOS"
-                                               << "x.app/Resources/.installed"
-                                               << ""
-                                               << "" << false << false << home << false;
-    QTest::newRow("mark in Resources counts in a bundle only")
-        << "bin"
-        << "Resources/.installed"
-        << ""
-        << "" << true << true << "bin" << true;
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char* name, const QString& program, const QString& before,
+                        const QString& sub, const QString& kind, const QString& expected) {
+        QTest::newRow(name) << program << before << sub << kind << expected;
+    };
+    const QString bundle = "x.app/MacOS";
+    const QString home = "installed home/tst_base";
+    row("shipped", "bin", "bin/a/b/", "a/b", "app", "portable bin/a/b");
+    row("shipped, missing", "bin", "", "a", "app", "portable bin");
+    row("shipped, installed", "bin", "bin/.installed", "", "app", "installed bin");
+    row("user", "bin", "", "", "user", "portable bin/user");
+    row("user, sub", "bin", "", "a/b", "user", "portable bin/user/a/b");
+    row("user, sub is a file", "bin", "bin/user/a", "a", "user", "portable bin/user");
+    row("installed", "bin", "bin/.installed", "", "user", home + " missing");
+    row("installed, sub", "bin", "bin/.installed", "a", "user", home + "/a");
+    row("bundle, shipped", bundle, "x.app/Resources/a/", "a", "app", "portable x.app/Resources/a");
+    row("bundle", bundle, "x.app/Resources/", "a", "user", "portable x.app/Resources/user/a");
+    row("bundle, installed", bundle, "x.app/Resources/.installed", "a", "user", home + "/a");
+    row("mark outside a bundle", "bin", "Resources/.installed", "", "app", "portable bin");
 }
 
 void TestBase::directories()
 {
-    QFETCH(QString, programDir);
-    QFETCH(QString, mark);
-    QFETCH(QString, madeBefore);
+    QFETCH(QString, program);
+    QFETCH(QString, before);
     QFETCH(QString, sub);
-    QFETCH(bool, app);
-    QFETCH(bool, portable);
-    QFETCH(QString, expected);
-    QFETCH(bool, exists);
-
+    QFETCH(QString, kind);
     const QTemporaryDir scratch;
     const QDir root(QDir(scratch.path()).canonicalPath());
-    const auto makeFile = [&root](const QString& path) {
-        QVERIFY(root.mkpath(QFileInfo(path).path()));
-        QFile file(root.filePath(path));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-    };
-    if (!mark.isEmpty())
-        makeFile(mark);
-    if (madeBefore.endsWith('#'))
-        makeFile(madeBefore.chopped(1));
-    else if (!madeBefore.isEmpty())
-        QVERIFY(root.mkpath(madeBefore));
-    QVERIFY(root.mkpath(programDir));
-    const QString program = root.filePath(programDir + "/tst_base");
+    QVERIFY(root.mkpath(program) && root.mkpath(QFileInfo("./" + before).path()));
+    QFile mark(root.filePath(before));
+    if (!before.isEmpty() && !before.endsWith('/'))
+        QVERIFY(mark.open(QIODevice::WriteOnly));
+    program = root.filePath(program + "/tst_base");
     QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), program));
 
-    const QStringList answer = askCopy(program, root.filePath("home"), sub, app);
-    QCOMPARE(answer, QStringList({portable ? "portable" : "installed", root.filePath(expected)}));
-    QCOMPARE(QFileInfo(answer.at(1)).isDir(), exists);
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("XDG_DATA_HOME", root.filePath("home"));
+    process.setProcessEnvironment(environment);
+    process.start(program, {"--dir", sub, kind, root.path()});
+    QVERIFY(process.waitForFinished());
+    QTEST(QString::fromUtf8(process.readAllStandardOutput()), "expected");
 }
 
 int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
     application.setApplicationName("tst_base");
-    if (argc == 4 && std::strcmp(argv[1], "--dir") == 0)
-        return answerDir(application.arguments());
+    if (argc == 5 && std::strcmp(argv[1], "--dir") == 0) {
+        answer(application.arguments());
+        return 0;
+    }
     TestBase test;
     return QTest::qExec(&test, argc, argv);
 }

@@ -195,7 +195,8 @@ void TestConcurrentSort::cutsAtTheEighths()
 
 void TestConcurrentSort::usesThePoolAbove511()
 {
-    for (int n : {511, 512}) {
+    // On a machine that is busy with something else the caller may have to do all of it.
+    const auto threadsUsed = [](int n) {
         std::vector<Element> elements = randomElements(n, 1);
         QMutex mutex;
         QSet<QThread*> threads;
@@ -205,9 +206,10 @@ void TestConcurrentSort::usesThePoolAbove511()
                                              threads.insert(QThread::currentThread());
                                              return a.key < b.key;
                                          });
-        QVERIFY(threads.contains(QThread::currentThread()));
-        QCOMPARE(threads.size() > 1, n > 511);
-    }
+        return threads.contains(QThread::currentThread()) ? threads.size() : 0;
+    };
+    QCOMPARE(threadsUsed(511), 1);
+    QTRY_VERIFY(threadsUsed(512) > 1);
 }
 
 void TestConcurrentSort::cutPointsOfHugeRanges()

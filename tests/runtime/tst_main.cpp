@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/hrunnable.h"
 #include "runtime/main.h"
-#include "table/record.h"
 #include "table/table.h"
 #include "value/datetime.h"
-#include "value/decimal.h"
 #include "value/xdecimal.h"
 
 #include <QDataStream>
@@ -13,20 +11,12 @@
 
 namespace {
 
-const char* const names[] = {"datetime", "decimal",   "xdecimal",
-                             "Record",   "HRunnable", "QVector<int>"};
-
-QStringList warnings;
-
-void collectWarnings(QtMsgType, const QMessageLogContext&, const QString& text)
-{
-    warnings.append(text);
-}
+int warnings = 0;
 
 // Before any code of this program's has named the types to Qt.
 const auto idsAtStart = [] {
     QVector<int> ids;
-    for (const char* name : names)
+    for (const char* name : {"datetime", "decimal", "xdecimal", "Record", "QVector<int>"})
         ids.append(QMetaType::type(name));
     return ids;
 }();
@@ -38,17 +28,6 @@ int compared(const T& a, const T& b)
     return QMetaType::compare(&a, &b, qMetaTypeId<T>(), &result) ? result : -3;
 }
 
-QVariant streamed(const QVariant& value)
-{
-    QByteArray bytes;
-    QDataStream out(&bytes, QIODevice::WriteOnly);
-    out << value;
-    QDataStream in(bytes);
-    QVariant back;
-    in >> back;
-    return back;
-}
-
 } // namespace
 
 class TestMain : public QObject
@@ -57,11 +36,9 @@ class TestMain : public QObject
 
 private Q_SLOTS:
     void typesAreKnownAtLoad();
-    void valuesCompare();
-    void valuesConvertToText();
+    void valuesCompareAndConvert();
     void decimalsStream();
-    void recordsTravelInQueuedSignals();
-    void handlesTravelAsArguments();
+    void recordsAndHandlesTravel();
     void vectorsAreSequences();
     void secondRegistrationIsSilent();
 
@@ -79,89 +56,71 @@ private:
 
 void TestMain::typesAreKnownAtLoad()
 {
-    QVERIFY(!idsAtStart.contains(QMetaType::UnknownType));
-    QCOMPARE(idsAtStart, QVector<int>({qMetaTypeId<datetime>(), qMetaTypeId<decimal>(),
-                                       qMetaTypeId<xdecimal>(), qMetaTypeId<Record>(),
-                                       int(QMetaType::VoidStar), qMetaTypeId<QVector<int>>()}));
-    // Registered in this order.
-    QVERIFY(idsAtStart.at(0) < idsAtStart.at(1) && idsAtStart.at(1) < idsAtStart.at(2) &&
-            idsAtStart.at(2) < idsAtStart.at(3) && idsAtStart.at(3) < idsAtStart.at(5));
+    QVERIFY(idsAtStart.first() >= QMetaType::User);
+    QVERIFY(std::is_sorted(idsAtStart.begin(), idsAtStart.end()));
+    QCOMPARE(idsAtStart,
+             QVector<int>({qMetaTypeId<datetime>(), qMetaTypeId<decimal>(), qMetaTypeId<xdecimal>(),
+                           qMetaTypeId<Record>(), qMetaTypeId<QVector<int>>()}));
+    QCOMPARE(QMetaType::type("HRunnable"), int(QMetaType::VoidStar));
 }
 
-void TestMain::valuesCompare()
+void TestMain::valuesCompareAndConvert()
 {
     QCOMPARE(compared(datetime(1), datetime(2)), -1);
-    QCOMPARE(compared(datetime(2), datetime(2)), 0);
     QCOMPARE(compared(decimal(150, 2), decimal(15, 1)), 0);
-    QCOMPARE(compared(decimal(151, 2), decimal(15, 1)), 1);
-    QCOMPARE(compared(xdecimal("-2"), xdecimal("1.5")), -1);
+    QCOMPARE(compared(xdecimal("-2"), xdecimal("-2.5")), 1);
     QVERIFY(decimal(150, 2).toVariant() == decimal(15, 1).toVariant());
-    QVERIFY(QVariant::fromValue(datetime(1)) != QVariant::fromValue(datetime(2)));
-}
 
-void TestMain::valuesConvertToText()
-{
-    const datetime date(QStringLiteral("2017.03.01"));
-    QCOMPARE(QVariant::fromValue(date).toString(), date.toString());
+    QCOMPARE(QVariant::fromValue(datetime(-1)).toString(), QString("1969.12.31 23:59:59.999"));
     QCOMPARE(decimal(-150, 2).toVariant().toString(), QString("-1.50"));
     QCOMPARE(xdecimal("0.50").toVariant().toString(), QString("0.50"));
 }
 
 void TestMain::decimalsStream()
 {
-    const QVariant price = decimal(-150, 2).toVariant();
-    QCOMPARE(streamed(price).userType(), qMetaTypeId<decimal>());
-    QCOMPARE(streamed(price).value<decimal>().raw(), price.value<decimal>().raw());
-    const QVariant sum = xdecimal("12345678901234567890.12").toVariant();
-    QCOMPARE(streamed(sum).userType(), qMetaTypeId<xdecimal>());
-    QCOMPARE(streamed(sum).toString(), sum.toString());
-    datetime date(1);
-    QDataStream none;
-    QVERIFY(!QMetaType::save(none, qMetaTypeId<datetime>(), &date));
+    for (const QVariant& value : {decimal(-150, 2).toVariant(), xdecimal("0.50").toVariant()}) {
+        QByteArray bytes;
+        QDataStream out(&bytes, QIODevice::WriteOnly);
+        out << value;
+        QDataStream in(bytes);
+        QVariant back;
+        in >> back;
+        QCOMPARE(back.userType(), value.userType());
+        QCOMPARE(back.toString(), value.toString());
+    }
 }
 
-void TestMain::recordsTravelInQueuedSignals()
+void TestMain::recordsAndHandlesTravel()
 {
     Table table("t", QString(), nullptr);
-    table.addColumn("a", FieldType::Integer, 0, true, QString(), true, QString());
     const Record record(&table);
     QVERIFY(QMetaObject::invokeMethod(this, "take", Qt::QueuedConnection, Q_ARG(Record, record),
-                                      Q_ARG(HRunnable, nullptr)));
+                                      Q_ARG(HRunnable, this)));
     QCOMPARE(record.referenceCount(), 2); // the posted call holds the row
     QCoreApplication::processEvents();
     QCOMPARE(taken, record);
+    QCOMPARE(takenHandle, static_cast<void*>(this));
     taken = Record();
     QCOMPARE(record.referenceCount(), 1);
     QCOMPARE(QVariant::fromValue(record).value<Record>(), record);
 }
 
-void TestMain::handlesTravelAsArguments()
-{
-    HRunnable handle = &takenHandle;
-    QVERIFY(QMetaObject::invokeMethod(this, "take", Qt::QueuedConnection, Q_ARG(Record, Record()),
-                                      Q_ARG(HRunnable, handle)));
-    QCoreApplication::processEvents();
-    QCOMPARE(takenHandle, handle);
-}
-
 void TestMain::vectorsAreSequences()
 {
-    const QVariant value = QVariant::fromValue(QVector<int>({3, 1, 2}));
-    QVERIFY(value.canConvert<QVariantList>());
-    QVector<int> walked;
-    for (const QVariant& element : value.value<QSequentialIterable>())
-        walked.append(element.toInt());
-    QCOMPARE(walked, QVector<int>({3, 1, 2}));
+    const QVariant value = QVariant::fromValue(QVector<int>({3, 1}));
+    const auto sequence = value.value<QSequentialIterable>();
+    QCOMPARE(sequence.size(), 2);
+    QCOMPARE(sequence.at(0).toInt(), 3);
 }
 
 void TestMain::secondRegistrationIsSilent()
 {
-    const QtMessageHandler previous = qInstallMessageHandler(collectWarnings);
+    const QtMessageHandler previous = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString&) { ++warnings; });
     const Database::Main again;
     qInstallMessageHandler(previous);
-    QCOMPARE(warnings, QStringList());
-    QCOMPARE(compared(decimal(1), decimal(2)), -1);
     Q_UNUSED(again)
+    QCOMPARE(warnings, 0);
 }
 
 QTEST_GUILESS_MAIN(TestMain)

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
-// What the tests of cells share: a column of each type, and writing with its outcome as a text.
+// What the tests of cells share: a cell of each type, and writing with its outcome as a text.
 #pragma once
 
 #include "base/exception.h"
 #include "table/field.h"
 
-#include <QByteArray>
 #include <QMetaType>
-#include <QString>
 
 #include <functional>
 #include <limits>
@@ -15,7 +13,6 @@
 inline constexpr auto infinity = std::numeric_limits<double>::infinity();
 inline constexpr auto quietNan = std::numeric_limits<double>::quiet_NaN();
 
-/// A column of each type, in the order of the tables below.
 inline const FieldDef columns[] = {{FieldType::Integer, 0},  {FieldType::Integer64, 0},
                                    {FieldType::Double, 0},   {FieldType::Decimal, 2},
                                    {FieldType::VarChar, 12}, {FieldType::DateTime, 0},
@@ -35,8 +32,22 @@ inline boardlist someBoards()
     return boards;
 }
 
+/// A cell of each column with a value in it.
+inline FieldValue sample(int column)
+{
+    FieldValue value(columns[column].type, columns[column].length, true);
+    if (value.type() == FieldType::BoardList)
+        value = someBoards();
+    else if (value.type() == FieldType::DateTime)
+        value = someDate();
+    else
+        value = -3;
+    return value;
+}
+
 /// What `action` gives as text, or what it throws, behind a letter for the kind of the object.
-inline QString outcome(const std::function<QString()>& action)
+template <class Action>
+QString outcome(const Action& action)
 {
     try {
         return action();
@@ -50,7 +61,8 @@ inline QString outcome(const std::function<QString()>& action)
 }
 
 /// What writing into the cell does: its text afterwards, "NULL", or what is thrown.
-inline QString written(Field field, const std::function<void(Field&)>& write)
+template <class Action>
+QString written(Field field, const Action& write)
 {
     return outcome([&] {
         write(field);
@@ -61,26 +73,8 @@ inline QString written(Field field, const std::function<void(Field&)>& write)
 /// The cell's bytes and its null byte.
 inline QByteArray bytesOf(const FieldValue& value)
 {
-    const auto size = FieldType::typeLength(value.type(), value.columnDef()->length);
-    const auto width = int((size + 7) / 8 * 8);
+    const auto width = int(value.columnDef()->size + 7) / 8 * 8;
     return QByteArray(reinterpret_cast<const char*>(value.data()), width + 1);
-}
-
-/// A cell of each column with a value in it.
-inline FieldValue sample(int column)
-{
-    FieldValue value(columns[column].type, columns[column].length, true);
-    switch (columns[column].type) {
-    case FieldType::BoardList:
-        value = someBoards();
-        break;
-    case FieldType::DateTime:
-        value = someDate();
-        break;
-    default:
-        value = -3;
-    }
-    return value;
 }
 
 using Write = std::function<void(Field&)>;

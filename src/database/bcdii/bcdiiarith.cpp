@@ -68,8 +68,9 @@ unsigned int sub_(void* res, unsigned int resType, const BYTE* a, unsigned int a
     const int bfrac = std::max(aLayout.bfrac, bLayout.bfrac);
     const int ball = aLayout.bint + bfrac;
 
-    BYTE tr[maximumSum] = {};
+    BYTE tr[maximumSum];
     std::memcpy(tr, a, static_cast<std::size_t>(aLayout.ball));
+    std::memset(tr + aLayout.ball, 0, static_cast<std::size_t>(ball - aLayout.ball));
     tr[0] &= 127;
 
     BYTE subtrahend[maximumSize];

@@ -245,7 +245,7 @@ int IndexSort::searchLast(const Record& key, int after) const
 int IndexSort::searchFull(const Record& key, int after) const
 {
     int passed = 0;
-    auto it = begin() + std::clamp(after, -1, count()) + 1;
+    auto it = begin() + (std::clamp(after, -1, count() - 1) + 1);
     for (const auto last = end(); it != last; ++it, ++passed)
         if (compare(*it, key) == 0)
             return passed;

@@ -173,6 +173,26 @@ bool IndexSortWork::move(Place place, SortKey key, int& from, int& to)
     return true;
 }
 
+// Removes a record, found before the transaction if nothing has moved since.
+void IndexSortWork::takeOut(const Record& record)
+{
+    Place place{0, 0, 0};
+    const auto hint = std::find_if(d->hints.cbegin(), d->hints.cend(),
+                                   [&](const Hint& h) { return h.row == record.row(); });
+    const bool known = hint != d->hints.cend();
+    if (known && hint->state == Hint::Absent)
+        return;
+    if (known && hint->state == Hint::Found && d->hintsVersion == list.version()) {
+        place = hint->place;
+    } else if (!find(record, place)) {
+        const int position = q->IndexList::indexOf(record);
+        if (position < 0)
+            return;
+        place = list.place(position);
+    }
+    d->takeAt(place);
+}
+
 bool IndexSortWork::applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn)
 {
     Place place{0, 0, 0};
@@ -272,6 +292,14 @@ void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& upd
     if (removed.size() + updated.size() == 1 && inserted.isEmpty()) {
         applyOne(removed.isEmpty() ? updated.first() : removed.first(), updated.isEmpty(),
                  firstColumn, lastColumn);
+        return;
+    }
+    if (updated.isEmpty() && !d->isObserved() && removed.size() + inserted.size() <= FewRecords) {
+        for (const Record& record : removed)
+            takeOut(record);
+        for (const Record& record : inserted)
+            if (q->filter(record))
+                insert(record);
         return;
     }
     prepare();

@@ -56,6 +56,8 @@ public:
                int lastColumn, const QList<Record>& inserted);
 
 private:
+    static constexpr int FewRecords = 8; // up to here one by one is the quickest
+
     struct Item // a removed or updated record
     {
         const Record* record;
@@ -81,6 +83,7 @@ private:
         int to;
     };
 
+    void takeOut(const Record& record);
     bool applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn);
     void collect(const QList<Record>& removed, const QList<Record>& updated);
     void findPositions(const std::vector<Hint>& hints);

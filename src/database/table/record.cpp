@@ -38,11 +38,6 @@ void Record::copy(const Record& source, int first, int last)
         owner->copyRowContent(block, source.block, first, last);
 }
 
-Field Record::data(const QString& column)
-{
-    return static_cast<const Record*>(this)->data(column);
-}
-
 Field Record::data(const QString& column) const
 {
     const Table* owner = table();
@@ -52,7 +47,7 @@ Field Record::data(const QString& column) const
 Field Record::data(int column) const
 {
     const Table* owner = table();
-    return owner ? owner->dataPtr(block, column) : LiveTable::undefinedField();
+    return owner ? owner->dataPtr(block, column) : Field();
 }
 
 bool Record::inTable() const

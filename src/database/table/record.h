@@ -113,7 +113,6 @@ public:
     /// The cell of a column, by name (exact case) or number. It is valid while the row lives and no
     /// column is added. For an unknown column, a null or a detached record the answer is a cell of
     /// type FieldType::Undefined that is NULL; it must not be written.
-    Field data(const QString& column);
     Field data(const QString& column) const;
     Field data(int column) const;
 

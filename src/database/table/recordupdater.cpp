@@ -39,7 +39,7 @@ Field RecordUpdater::data(int column)
 {
     Table* table = live.table();
     if (!table || column < 0 || column >= table->columnCount())
-        return LiveTable::undefinedField();
+        return Field();
     if (content.isNull()) {
         content = base().clone();
         if (content.isNull())

@@ -17,32 +17,28 @@ class RowOrder::KeyWriter
 {
 public:
     explicit KeyWriter(int words)
-        : end(128 - 64 * words + 2)
+        : end(128 - 64 * words + 1)
     {}
     int room() const { return left - end; }
     bool isClosed() const { return closed; }
-    /// A field that does not fit is cut, and the key closed: its row may lie behind.
+    /// A field that does not fit is cut, and the key closed.
     void write(quint64 bits, int width)
     {
         if (width > room()) {
             if (room() > 0)
                 put(bits >> (width - room()), room());
-            close(1);
+            close();
         } else {
             put(bits, width);
         }
     }
-    /// Nothing more can be told: the row comes before (-1) or behind (1) what has been written.
-    void close(int relation)
+    /// Nothing more can be told: rows of this key may differ. Whatever leads here stands in the
+    /// bits written so far, so it is so for all rows of these bits.
+    void close() { closed = true; }
+    SortKey result() const
     {
-        closed = true;
-        position = 1 + relation;
-    }
-    SortKey result()
-    {
-        left = end - 2;
         SortKey whole = key;
-        (left >= 64 ? whole.high : whole.low) |= static_cast<quint64>(position);
+        (end > 64 ? whole.high : whole.low) |= closed ? 0 : 1;
         return whole;
     }
 
@@ -64,7 +60,6 @@ private:
     SortKey key;
     const int end;
     int left = 128;
-    int position = 1;
     bool closed = false;
 };
 
@@ -196,16 +191,17 @@ void RowOrder::writeCell(KeyWriter& key, const Cell& cell, const unsigned char* 
         writeText(key, cell, data);
         break;
     default: // no cheap order-preserving form
-        key.close(1);
+        key.close();
         break;
     }
 }
 
-// A number in as many bits as there are, clamped where they are nearly enough; else its leading
-// digits, which a double has in front. `relation` says where the cell's value lies beside it.
+// A number in as many bits as there are, clamped where they are nearly enough, and whether the
+// cell's value lies below (0), at (1) or above (2) that; else its leading digits, which a double
+// has in front.
 void RowOrder::writeNumber(KeyWriter& key, const Cell& cell, qint64 value, int relation)
 {
-    const int width = std::min(key.room(), 64);
+    const int width = std::min(key.room() - 2, 64);
     if (width < 48) {
         const quint64 bits = orderedBits(static_cast<double>(value));
         key.write(cell.descending ? ~bits : bits, 64); // is cut, and so closes the key
@@ -219,8 +215,9 @@ void RowOrder::writeNumber(KeyWriter& key, const Cell& cell, qint64 value, int r
     const quint64 mask = ~quint64(0) >> (64 - width);
     const quint64 bits = (static_cast<quint64>(value) + static_cast<quint64>(top) + 1) & mask;
     key.write(cell.descending ? ~bits & mask : bits, width);
+    key.write(static_cast<quint64>(cell.descending ? 1 - relation : 1 + relation), 2);
     if (relation != 0)
-        key.close(cell.descending ? -relation : relation);
+        key.close();
 }
 
 // Seven bits a character: printable ASCII is told apart, what lies below and above is not and
@@ -237,7 +234,7 @@ void RowOrder::writeText(KeyWriter& key, const Cell& cell, const unsigned char* 
             told = false, code = unit < 0x20 ? 1 : 0x61;
         key.write(cell.descending ? 0x7F - code : code, 7);
         if (!told)
-            return key.close(1);
+            return key.close();
         if (unit == 0)
             return;
     }

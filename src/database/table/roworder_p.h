@@ -38,9 +38,8 @@ public:
     SortKey key(const unsigned char* row) const;
     /// How many words the key takes: 1 or 2; 0 without columns.
     int keyWords() const { return words; }
-    /// Whether rows of this key are equal. The key's last two bits tell: its row comes before (0),
-    /// at (1) or behind (2) what the other bits say.
-    bool isExact(SortKey key) const { return ((words > 1 ? key.low : key.high) & 3) == 1; }
+    /// Whether rows of this key are equal: its last bit is set then.
+    bool isExact(SortKey key) const { return (words > 1 ? key.low : key.high) & 1; }
     bool touches(int firstColumn, int lastColumn) const;
 
 private:

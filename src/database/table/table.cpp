@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <utility>
 
 using LiveTable::RowPool;
 
@@ -341,8 +342,8 @@ void Table::processSingleTransaction(QList<Record>& removed, QList<Record>& upda
                         std::all_of(inserted.cbegin(), inserted.cend(), own) &&
                         std::all_of(changed.cbegin(), changed.cend(), own);
     const auto waiting = [](const Record& record) { return !isInTable(record); };
-    const bool allNew = std::all_of(inserted.cbegin(), inserted.cend(), waiting);
-    if (allOwn && allNew && !d->limit) {
+    const bool allNew = allOwn && std::all_of(inserted.cbegin(), inserted.cend(), waiting);
+    if (allNew && !d->limit) {
         d->apply(removed, updated, first, last, inserted, changed);
         return;
     }
@@ -354,7 +355,7 @@ void Table::processSingleTransaction(QList<Record>& removed, QList<Record>& upda
         if (isInTable(record) && !removed.contains(record))
             removed.append(record);
     if (d->limit)
-        d->trimToLimit(removed, updated, ownChanged, ownInserted.size());
+        d->trimToLimit(removed, updated, ownInserted.size());
     d->apply(removed, updated, first, last, ownInserted, ownChanged);
 }
 
@@ -377,27 +378,16 @@ void TablePrivate::refuseForeignRows(QList<Record>& removed, QList<Record>& upda
     }
 }
 
-void TablePrivate::trimToLimit(QList<Record>& removed, QList<Record>& updated,
-                               QList<Record>& changed, int insertedCount)
+void TablePrivate::trimToLimit(QList<Record>& removed, const QList<Record>& updated,
+                               int insertedCount)
 {
+    QList<Record> inOrder = updated;
     if (master && !master->columns().isEmpty()) {
         // The limit searches the lists in master order; nobody else sorts them.
         moveToMasterOrder(master, removed);
-        if (changed.size() == updated.size()) {
-            QList<QPair<Record, Record>> pairs;
-            for (int i = 0; i < updated.size(); ++i)
-                pairs.append(qMakePair(updated.at(i), changed.at(i)));
-            const MasterIndex* order = master;
-            std::stable_sort(pairs.begin(), pairs.end(), [order](const auto& a, const auto& b) {
-                return order->compare(a.first, b.first) < 0;
-            });
-            for (int i = 0; i < pairs.size(); ++i) {
-                updated[i] = pairs.at(i).first;
-                changed[i] = pairs.at(i).second;
-            }
-        }
+        moveToMasterOrder(master, inOrder);
     }
-    limit->toRemove(insertedCount - removed.size(), removed, updated);
+    limit->toRemove(insertedCount - removed.size(), removed, inOrder);
 }
 
 void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int first, int last,
@@ -452,7 +442,7 @@ void Table::setMasterIndex(MasterIndex* index)
 {
     if (index == d->master)
         return;
-    delete d->master;
+    delete std::exchange(d->master, nullptr);
     d->master = index;
     if (index)
         index->install();

@@ -15,9 +15,6 @@
 #include <vector>
 
 namespace LiveTable {
-/// The cell that stands for one that does not exist: of type FieldType::Undefined, and NULL.
-Field undefinedField();
-
 // What Record asks its table, which knows its master index (table.cpp).
 bool tableHolds(const Table* table, const Record& record);
 QString keyText(const Table* table, const Record& record);
@@ -66,8 +63,7 @@ public:
 
     // Changes (table.cpp).
     void addRow(const Record& record);
-    void trimToLimit(QList<Record>& removed, QList<Record>& updated, QList<Record>& changed,
-                     int insertedCount);
+    void trimToLimit(QList<Record>& removed, const QList<Record>& updated, int insertedCount);
     void refuseForeignRows(QList<Record>& removed, QList<Record>& updated, QList<Record>& inserted,
                            QList<Record>& changed) const;
     void apply(QList<Record>& removed, QList<Record>& updated, int first, int last,

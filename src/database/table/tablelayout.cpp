@@ -55,13 +55,6 @@ void copyBits(unsigned char* to, const unsigned char* from, int first, int last)
 
 } // namespace
 
-Field LiveTable::undefinedField()
-{
-    static const TableColumnDef def(nullptr);
-    static unsigned char none[8] = {};
-    return Field(&def, none, none + 7, 1);
-}
-
 TablePrivate::TablePrivate(Table* table, const QString& tableName, const QString& tableTitle)
     : q(table)
     , name(tableName)
@@ -349,6 +342,6 @@ Field Table::dataPtr(unsigned char* row, int column) const
 {
     const TableColumnDef* def = row ? d->def(column) : nullptr;
     if (!def)
-        return LiveTable::undefinedField();
+        return Field();
     return Field(def, dataArea(row) + def->offset, dataArea(row) + def->nullByte, def->nullMask);
 }

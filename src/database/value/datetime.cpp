@@ -183,7 +183,7 @@ QString datetime::toString() const
     int day = 0;
     dateOf(parts).getDate(&year, &month, &day);
     if (year < 0 || year > 9999)
-        return toQDateTime().toString(defaultFormat);
+        return QLocale::c().toString(toQDateTime(), defaultFormat);
 
     QString text(23, Qt::Uninitialized);
     QChar* out = putDigits(text.data(), year, 4);

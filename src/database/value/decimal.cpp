@@ -57,7 +57,7 @@ inline qint64 withSign(quint64 magnitude, bool negative)
     return static_cast<qint64>(negative ? 0 - magnitude : magnitude);
 }
 
-// The number of digits of n > 0.
+// The number of digits of n > 0; n | 1 has as many as n and is not 0.
 inline int digitCount(quint64 n)
 {
     // 1233 / 4096 is log10(2), close enough for 64 bits.
@@ -97,10 +97,35 @@ quint64 accumulate(quint64 n, const Char* p, const Char* end)
     return n;
 }
 
-// More digits than fit for sure, or than there are places.
+// Reads what most texts are: a number of at most 16 digits with a point among them, or 17 without.
 template <typename Char>
-Outcome readLong(NumberParts<Char> parts, int exponent, decimal* value)
+inline bool readShort(const Char* p, const Char* end, decimal* value)
 {
+    const bool negative = p != end && *p == Char('-');
+    p += negative;
+    if (p == end || end - p > 17 || end[-1] == Char('.'))
+        return false;
+    quint64 mantissa = 0;
+    const Char* fraction = end;
+    for (; p != end; ++p) {
+        const auto digit = static_cast<unsigned int>(*p - Char('0'));
+        if (digit <= 9)
+            mantissa = mantissa * 10 + digit;
+        else if (*p == Char('.') && fraction == end)
+            fraction = p + 1;
+        else
+            return false;
+    }
+    *value = decimal::fromMantissa(withSign(mantissa, negative), static_cast<int>(end - fraction));
+    return true;
+}
+
+// Reads every other number, of any length.
+template <typename Char>
+Outcome readLong(NumberParts<Char> parts, decimal* value)
+{
+    constexpr int farExponent = 1000;
+    const int exponent = exponentOf(parts, farExponent);
     while (parts.integer != parts.integerEnd && *parts.integer == Char('0'))
         ++parts.integer;
     if (parts.integerSize() > 19)
@@ -118,7 +143,7 @@ Outcome readLong(NumberParts<Char> parts, int exponent, decimal* value)
             mantissa /= 10;
         parts.fraction = parts.fractionEnd;
     }
-    for (; parts.fraction != parts.fractionEnd && scale < decimal::maximumScale; ++scale) {
+    for (; parts.fraction != parts.fractionEnd; ++scale) {
         const quint64 next = accumulate(mantissa, parts.fraction, parts.fraction + 1);
         if (next > largest)
             break;
@@ -134,19 +159,11 @@ Outcome readLong(NumberParts<Char> parts, int exponent, decimal* value)
 template <typename Char>
 Outcome read(const Char* begin, const Char* end, NumberParts<Char>* parts, decimal* value)
 {
+    if (readShort(begin, end, value))
+        return Outcome::Read;
     if (!splitNumber(begin, end, Char('.'), BarePoint::Allowed, AsciiDigit(), parts))
         return Outcome::Refused;
-    constexpr int farExponent = 1000;
-    const int exponent = parts->hasExponent() ? exponentOf(*parts, farExponent) : 0;
-    const qptrdiff scale = (parts->fractionEnd - parts->fraction) - exponent;
-    const qptrdiff digits =
-        (parts->integerEnd - parts->integer) + (parts->fractionEnd - parts->fraction);
-    if (digits > 16 || scale < -decimal::maximumScale || scale > decimal::maximumScale)
-        return readLong(*parts, exponent, value);
-    const quint64 mantissa = accumulate(accumulate<Char>(0, parts->integer, parts->integerEnd),
-                                        parts->fraction, parts->fractionEnd);
-    *value = decimal::fromMantissa(withSign(mantissa, parts->negative), static_cast<int>(scale));
-    return Outcome::Read;
+    return readLong(*parts, value);
 }
 
 Outcome read(QStringView text, NumberParts<char16_t>* parts, decimal* value)
@@ -389,20 +406,17 @@ int decimal::toChars(char* buffer) const noexcept
     if (m < 0)
         *next++ = '-';
     if (places <= 0) {
-        if (m == 0) {
-            *next = '0';
-            return 1;
-        }
-        const int digits = digitCount(magnitude);
+        const int digits = digitCount(magnitude | 1);
         next += digits;
         writeDigits(next, magnitude, digits);
-        std::memset(next, '0', static_cast<std::size_t>(-places));
-        return static_cast<int>(next - buffer) - places;
+        const int zeros = m == 0 ? 0 : -places;
+        std::memset(next, '0', static_cast<std::size_t>(zeros));
+        return static_cast<int>(next - buffer) + zeros;
     }
     // Shown as a double would be.
     magnitude = static_cast<quint64>(static_cast<double>(magnitude));
     const quint64 whole = places > 17 ? 0 : dividedByPower(magnitude, places);
-    const int digits = whole ? digitCount(whole) : 1;
+    const int digits = digitCount(whole | 1);
     next += digits;
     writeDigits(next, whole, digits);
     *next++ = '.';

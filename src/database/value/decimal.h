@@ -40,6 +40,12 @@ struct MantissaLimits
     constexpr qint64 operator[](int steps) const noexcept { return limit[steps]; }
 };
 inline constexpr MantissaLimits mantissaLimits;
+
+/// The types that are taken for numbers: a bool or a character hardly means one.
+template <typename T>
+inline constexpr bool isPlainInteger =
+    std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char> &&
+    !std::is_same_v<T, wchar_t> && !std::is_same_v<T, char16_t> && !std::is_same_v<T, char32_t>;
 } // namespace LiveTable
 
 /// An exact decimal number in 64 bits, for prices and quantities: a mantissa of 57 bits (sign
@@ -78,7 +84,7 @@ public:
 
     /// fromMantissa(mantissa, scale); with one argument the integer itself. There is none for
     /// doubles, which need a scale: fromDouble.
-    template <typename Int, std::enable_if_t<std::is_integral_v<Int>, int> = 0>
+    template <typename Int, std::enable_if_t<LiveTable::isPlainInteger<Int>, int> = 0>
     explicit decimal(Int mantissa, int scale = 0);
     template <typename Real, std::enable_if_t<std::is_floating_point_v<Real>, int> = 0>
     explicit decimal(Real, int = 0) = delete;
@@ -99,6 +105,7 @@ public:
     static constexpr decimal fromRaw(qint64 word) noexcept { return decimal(Raw{word}); }
     constexpr qint64 raw() const noexcept { return m_word; }
 
+    /// -2^56 .. 2^56 - 1.
     constexpr qint64 mantissa() const noexcept
     {
         return (m_word & lowMask) | (m_word >> 63) * (qint64(1) << mantissaBits);
@@ -214,6 +221,7 @@ public:
     /// toString() with the system locale's decimal point.
     QString toExcelString() const;
 
+    /// mantissa / 10^scale, in arithmetic on doubles.
     double toDouble() const noexcept;
     QVariant toVariant() const;
 
@@ -273,7 +281,7 @@ inline QVariant decimal::toVariant() const
     return QVariant::fromValue(*this);
 }
 
-template <typename Int, std::enable_if_t<std::is_integral_v<Int>, int>>
+template <typename Int, std::enable_if_t<LiveTable::isPlainInteger<Int>, int>>
 decimal::decimal(Int mantissa, int scale)
 {
     if constexpr (std::is_unsigned_v<Int> && sizeof(Int) == sizeof(qint64)) {

@@ -57,7 +57,7 @@ public:
     explicit xdecimal(decimal value) noexcept;
 
     /// The integer, at scale 0. There is none for doubles, which need a scale: fromDouble.
-    template <typename Int, std::enable_if_t<std::is_integral_v<Int>, int> = 0>
+    template <typename Int, std::enable_if_t<LiveTable::isPlainInteger<Int>, int> = 0>
     explicit xdecimal(Int n) noexcept
     {
         if constexpr (std::is_signed_v<Int>)
@@ -192,6 +192,7 @@ public:
     /// toString() with the system locale's decimal point.
     QString toExcelString() const;
 
+    /// In arithmetic on doubles: the nearest double for up to 15 digits and 22 places.
     double toDouble() const noexcept;
     QVariant toVariant() const;
 

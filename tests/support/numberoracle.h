@@ -6,11 +6,16 @@
 
 #include "bcdii/bcdii.h"
 
+#include "support/seed.h"
+
 #include <QByteArray>
 
 #include <boost/multiprecision/cpp_int.hpp>
 
+#include <algorithm>
 #include <cstring>
+#include <random>
+#include <string>
 #include <vector>
 
 namespace Oracle {
@@ -18,16 +23,20 @@ namespace Oracle {
 using Big = boost::multiprecision::number<boost::multiprecision::cpp_int_backend<
     1024, 1024, boost::multiprecision::signed_magnitude, boost::multiprecision::unchecked, void>>;
 
+/// 10 to a power that the integer has room for.
+template <typename Int>
+constexpr int powers = sizeof(Int) > 16 ? 300 : 18;
+
 template <typename Int>
 const Int& power(int exponent)
 {
-    static const std::vector<Int> powers = [] {
-        std::vector<Int> all(sizeof(Int) > 16 ? 300 : 18, Int(1));
+    static const std::vector<Int> table = [] {
+        std::vector<Int> all(powers<Int>, Int(1));
         for (std::size_t i = 1; i < all.size(); ++i)
             all[i] = all[i - 1] * 10;
         return all;
     }();
-    return powers[static_cast<std::size_t>(exponent)];
+    return table.at(static_cast<std::size_t>(exponent));
 }
 
 template <typename Int>
@@ -89,7 +98,7 @@ Stored<Int> store(const Number<Int>& number, int precision, int scale, BCDIIroun
     if (size == 0)
         return {BCDII_RESULT_ZERO, 0};
     const int room = precision - scale + number.scale;
-    if (room < 0 || size >= power<Int>(room))
+    if (room < 0 || (room < powers<Int> && size >= power<Int>(room)))
         return {0x11, 0};
     if (scale >= number.scale)
         return {sign, raised(number, scale)};
@@ -158,5 +167,37 @@ QByteArray text(const Int& n, int scale)
         whole += '.' + digits.substr(digits.size() - places);
     return QByteArray::fromStdString((n < 0 ? "-" : "") + whole);
 }
+
+/// Random numbers; a test that fails while one lives says how to repeat it.
+class Random
+{
+    const quint32 seed = testSeeds(1).first();
+    const SeedScope scope{seed};
+
+public:
+    std::mt19937_64 engine{seed};
+
+    int below(int end) { return static_cast<int>(engine() % static_cast<unsigned int>(end)); }
+
+    /// Up to `precision` digits, often such that carries run and borrows meet zeros.
+    Big digits(int precision)
+    {
+        const int size = below(4) ? below(precision + 1) : precision;
+        const int kind = below(6);
+        const int turn = below(precision + 1);
+        Big n = 0;
+        for (int i = 0; i < size; ++i) {
+            const int digit = kind < 2    ? below(10)
+                              : kind == 2 ? 9
+                              : kind == 3 ? (i == 0)
+                              : kind == 4 ? (i < turn    ? 9
+                                             : i == turn ? 5
+                                                         : below(2) * 9)
+                                          : (i < turn ? 0 : below(10));
+            n = n * 10 + digit;
+        }
+        return below(2) ? Big(-n) : n;
+    }
+};
 
 } // namespace Oracle

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+#include "board.h"
+
+#include "index/masterindex.h"
+#include "table/recordupdater.h"
+
+#include <QSet>
+
+namespace {
+
+constexpr int PriceDecimals = 2;
+
+QStringList names(std::initializer_list<const char*> latin1)
+{
+    QStringList list;
+    for (const char* name : latin1)
+        list += QString::fromLatin1(name);
+    return list;
+}
+
+void addCell(Table& table, const char* name, FieldType::Type type, int length = 0)
+{
+    table.addColumn(QString::fromLatin1(name), type, length);
+}
+
+void addKey(Table& table, const char* name, FieldType::Type type, int length = 0)
+{
+    constexpr bool nullable = false;
+    table.addColumn(QString::fromLatin1(name), type, length, nullable);
+}
+
+/// The texts of a call and a put, made once.
+QString rightText(char right)
+{
+    return right == 'C' ? QStringLiteral("C") : QStringLiteral("P");
+}
+
+/// `Row` is a Record or a RecordUpdater: what has cells to write.
+template <typename Row>
+void writePrice(Row& row, int column, const std::optional<decimal>& price)
+{
+    if (price)
+        row.data(column) = *price;
+    else
+        row.data(column).setNull();
+}
+
+template <typename Row>
+void writeSide(Row& row, int priceColumn, int sizeColumn, const Side& side)
+{
+    writePrice(row, priceColumn, side.price);
+    row.data(sizeColumn) = side.size;
+}
+
+void writeKey(Record& row, const OptionQuote& quote)
+{
+    row.data(Board::Expiry) = quote.expiry;
+    row.data(Board::Right) = rightText(quote.right);
+    row.data(Board::Strike) = quote.strike;
+}
+
+template <typename Row>
+void writeQuote(Row& row, const OptionQuote& quote)
+{
+    row.data(Board::Time) = quote.timeMs;
+    writeSide(row, Board::Bid, Board::BidSize, quote.bid);
+    writeSide(row, Board::Ask, Board::AskSize, quote.ask);
+    std::optional<decimal> spread;
+    if (quote.bid.price && quote.ask.price)
+        spread = *quote.ask.price - *quote.bid.price;
+    writePrice(row, Board::Spread, spread);
+}
+
+template <typename Row>
+void writeQuote(Row& row, const FutureQuote& quote)
+{
+    row.data(Board::FutureTime) = quote.timeMs;
+    writeSide(row, Board::FutureBid, Board::FutureBidSize, quote.bid);
+    writeSide(row, Board::FutureAsk, Board::FutureAskSize, quote.ask);
+}
+
+std::unique_ptr<Table> makeOptionTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("options"));
+    addKey(*table, "expiry", FieldType::Integer);
+    addKey(*table, "right", FieldType::VarChar, 1);
+    addKey(*table, "strike", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "time", FieldType::Integer);
+    addCell(*table, "bidSize", FieldType::Integer);
+    addCell(*table, "askSize", FieldType::Integer);
+    addCell(*table, "bid", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "spread", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "ask", FieldType::Decimal, PriceDecimals);
+    table->setMasterIndex(
+        new MasterIndex_Column_Pure(table.get(), names({"expiry", "right", "strike"})));
+    return table;
+}
+
+std::unique_ptr<Table> makeFutureTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("futures"));
+    addKey(*table, "contract", FieldType::Integer);
+    addCell(*table, "time", FieldType::Integer);
+    addCell(*table, "bid", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "bidSize", FieldType::Integer);
+    addCell(*table, "ask", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "askSize", FieldType::Integer);
+    table->setMasterIndex(new MasterIndex_Column_Pure(table.get(), QStringLiteral("contract")));
+    return table;
+}
+
+/// Without a key: rows stay in the order in which they came.
+std::unique_ptr<Table> makeTapeTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("tape"));
+    addKey(*table, "sequence", FieldType::Integer64);
+    addCell(*table, "time", FieldType::Integer);
+    addCell(*table, "expiry", FieldType::Integer);
+    addCell(*table, "right", FieldType::VarChar, 1);
+    addCell(*table, "strike", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "bid", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "bidSize", FieldType::Integer);
+    addCell(*table, "ask", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "askSize", FieldType::Integer);
+    return table;
+}
+
+std::unique_ptr<Table> makeInstrumentTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("instruments"));
+    addKey(*table, "market", FieldType::VarChar, 16);
+    addKey(*table, "symbol", FieldType::VarChar, 16);
+    addKey(*table, "type", FieldType::VarChar, 16);
+    addCell(*table, "description", FieldType::VarChar, 128);
+    addCell(*table, "currency", FieldType::VarChar, 16);
+    addCell(*table, "multiplier", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "tick", FieldType::Decimal, PriceDecimals);
+    addCell(*table, "lotSize", FieldType::Decimal, PriceDecimals);
+    table->setMasterIndex(
+        new MasterIndex_Column_Pure(table.get(), names({"market", "symbol", "type"})));
+    return table;
+}
+
+} // namespace
+
+Board::Board()
+    : instrumentTable(makeInstrumentTable())
+    , futureTable(makeFutureTable())
+    , optionTable(makeOptionTable())
+    , tapeTable(makeTapeTable())
+    , byBid(optionTable.get(), {{Bid, SortColumn::Descending, SortColumn::NullsLast}})
+    , bySpread(
+          optionTable.get(),
+          {{Spread, SortColumn::Ascending, SortColumn::NullsLast}, {Expiry}, {Right}, {Strike}})
+    , byContract(optionTable.get(), names({"expiry", "right", "strike"}))
+    , twoSided(optionTable.get(), names({"expiry", "strike", "right"}))
+    , watch(optionTable.get())
+    , newest(TapeLimit, tapeTable.get(), names({"sequence"}))
+    , optionChanges(optionTable.get())
+    , futureChanges(futureTable.get())
+    , tapeChanges(tapeTable.get())
+    , optionKey(optionTable.get())
+    , futureKey(futureTable.get())
+{
+    twoSided.setFilter(
+        [](const Record& row) { return !row.data(Bid).isNull() && !row.data(Ask).isNull(); },
+        {Bid, Ask});
+}
+
+void Board::load(const QVector<Instrument>& directory)
+{
+    QList<Record> rows;
+    for (const Instrument& instrument : directory) {
+        Record row(instrumentTable.get());
+        row.data(Market) = instrument.market;
+        row.data(Symbol) = instrument.symbol;
+        row.data(Type) = instrument.type;
+        row.data(Description) = instrument.description;
+        row.data(Currency) = instrument.currency;
+        row.data(Multiplier) = instrument.multiplier;
+        row.data(Tick) = instrument.tick;
+        row.data(LotSize) = instrument.lotSize;
+        rows += row;
+    }
+    instrumentTable->beginUpdate();
+    instrumentTable->appendList(rows);
+    instrumentTable->endUpdate();
+}
+
+void Board::apply(const OptionQuote& quote)
+{
+    optionTable->beginUpdate();
+    const Record live = option(quote.expiry, quote.right, quote.strike);
+    if (live.isNull()) {
+        Record added(optionTable.get());
+        writeKey(added, quote);
+        writeQuote(added, quote);
+        optionChanges.insert(added);
+    } else {
+        RecordUpdater updater(optionChanges, live);
+        writeQuote(updater, quote); // the columns that really change are handed over at its end
+    }
+    optionChanges.execute();
+    optionTable->endUpdate();
+    writeOnTape(quote);
+}
+
+void Board::apply(const FutureQuote& quote)
+{
+    futureTable->beginUpdate();
+    futureKey.data(Contract) = quote.contract;
+    const Record live = futureTable->masterIndex()->find(futureKey);
+    if (live.isNull()) {
+        Record added(futureTable.get());
+        added.data(Contract) = quote.contract;
+        writeQuote(added, quote);
+        futureChanges.insert(added);
+    } else {
+        RecordUpdater updater(futureChanges, live);
+        writeQuote(updater, quote);
+    }
+    futureChanges.execute();
+    futureTable->endUpdate();
+}
+
+void Board::writeOnTape(const OptionQuote& quote)
+{
+    Record row(tapeTable.get());
+    row.data(Sequence) = ++sequence;
+    row.data(TapeTime) = quote.timeMs;
+    row.data(TapeExpiry) = quote.expiry;
+    row.data(TapeRight) = rightText(quote.right);
+    row.data(TapeStrike) = quote.strike;
+    writeSide(row, TapeBid, TapeBidSize, quote.bid);
+    writeSide(row, TapeAsk, TapeAskSize, quote.ask);
+
+    tapeTable->beginUpdate();
+    tapeChanges.insert(row);
+    tapeChanges.execute(); // the limit takes the oldest quote off in the same transaction
+    tapeTable->endUpdate();
+}
+
+Board::Changes Board::takeChanges()
+{
+    Changes changes;
+    changes.added = watch.added().size();
+    changes.removed = watch.removed().size();
+    changes.updates = watch.updated().size();
+    QSet<Record> contracts;
+    for (const Record& row : watch.added())
+        contracts += row;
+    for (const Record& row : watch.updated())
+        contracts += row;
+    changes.contracts = contracts.size();
+    watch.clear();
+    return changes;
+}
+
+QVector<Board::View> Board::views() const
+{
+    return {{ByBid, QStringLiteral("by bid"), &byBid},
+            {BySpread, QStringLiteral("by spread"), &bySpread},
+            {ByContract, QStringLiteral("by contract"), &byContract},
+            {TwoSided, QStringLiteral("two-sided"), &twoSided}};
+}
+
+Record Board::option(int expiry, char right, decimal strike) const
+{
+    optionKey.data(Expiry) = expiry;
+    optionKey.data(Right) = rightText(right);
+    optionKey.data(Strike) = strike;
+    return optionTable->masterIndex()->find(optionKey);
+}

@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+#include "display.h"
+
+#include "index/masterindex.h"
+
+#include <QStringList>
+
+#include <algorithm>
+#include <cstdio>
+#include <unistd.h>
+#include <vector>
+
+QString clockText(int timeMs)
+{
+    const int minutes = timeMs / 60'000;
+    return QStringLiteral("%1:%2")
+        .arg(minutes / 60, 2, 10, QLatin1Char('0'))
+        .arg(minutes % 60, 2, 10, QLatin1Char('0'));
+}
+
+QString shortText(decimal value)
+{
+    while (value.scale() > 0 && value.mantissa() % 10 == 0)
+        value.setScale(short(value.scale() - 1));
+    return value.toString();
+}
+
+namespace {
+
+QString cellText(const Field& cell)
+{
+    return cell.isNull() ? QStringLiteral("-") : cell.toString();
+}
+
+QString alignedText(const std::vector<QStringList>& lines)
+{
+    std::vector<int> widths(size_t(lines.front().size()), 0);
+    for (const QStringList& line : lines)
+        for (int i = 0; i < line.size(); ++i)
+            widths[size_t(i)] = std::max(widths[size_t(i)], line[i].size());
+
+    QString text;
+    for (const QStringList& line : lines) {
+        QString padded;
+        for (int i = 0; i < line.size(); ++i)
+            padded +=
+                (i ? QStringLiteral("  ") : QString()) + line[i].rightJustified(widths[size_t(i)]);
+        text += padded + QLatin1Char('\n');
+    }
+    return text;
+}
+
+} // namespace
+
+QString underlyingLine(const Board& board, const QString& key)
+{
+    QStringList parts;
+    const Record instrument = board.instruments().masterIndex()->findRecord(key);
+    if (!instrument.isNull()) {
+        parts += instrument.data(Board::Description).toString();
+        parts += QStringLiteral("tick ") + shortText(instrument.data(Board::Tick).toDecimal());
+        parts += QStringLiteral("multiplier ") +
+                 shortText(instrument.data(Board::Multiplier).toDecimal());
+    }
+    const Record& nearest = board.futures().at(0);
+    if (!nearest.isNull())
+        parts += QStringLiteral("%1: %2 bid, %3 ask")
+                     .arg(cellText(nearest.data(Board::Contract)),
+                          cellText(nearest.data(Board::FutureBid)),
+                          cellText(nearest.data(Board::FutureAsk)));
+    return parts.isEmpty() ? QString() : parts.join(QStringLiteral(", ")) + QLatin1Char('\n');
+}
+
+QString spreadTable(const Board& board, int count)
+{
+    if (count <= 0)
+        return QString();
+    std::vector<QStringList> lines;
+    lines.push_back(QStringLiteral("expiry right strike bid size ask size spread time")
+                        .split(QLatin1Char(' ')));
+    const SortedView& view = *board.views()[Board::BySpread].index;
+    for (const Record& row : view) {
+        if (count-- == 0)
+            break;
+        lines.push_back({cellText(row.data(Board::Expiry)), cellText(row.data(Board::Right)),
+                         shortText(row.data(Board::Strike).toDecimal()),
+                         cellText(row.data(Board::Bid)), cellText(row.data(Board::BidSize)),
+                         cellText(row.data(Board::Ask)), cellText(row.data(Board::AskSize)),
+                         cellText(row.data(Board::Spread)),
+                         clockText(row.data(Board::Time).toInteger())});
+    }
+    return alignedText(lines);
+}
+
+ProgressLine::ProgressLine()
+    : isTerminal(isatty(STDERR_FILENO) && isatty(STDOUT_FILENO))
+{}
+
+ProgressLine::~ProgressLine()
+{
+    clear();
+}
+
+bool ProgressLine::isDue() const
+{
+    constexpr int intervalMs = 50;
+    return isTerminal && (!sinceShown.isValid() || sinceShown.elapsed() >= intervalMs);
+}
+
+void ProgressLine::show(const QString& text)
+{
+    if (!isTerminal)
+        return;
+    std::fprintf(stderr, "\r%s\033[K", qPrintable(text));
+    std::fflush(stderr);
+    isShown = true;
+    sinceShown.start();
+}
+
+void ProgressLine::clear()
+{
+    if (!isShown)
+        return;
+    std::fputs("\r\033[K", stderr);
+    std::fflush(stderr);
+    isShown = false;
+}

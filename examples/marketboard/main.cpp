@@ -1,0 +1,266 @@
+// SPDX-License-Identifier: MIT
+// The market board: plays a day of option quotes, each a transaction, through live views.
+#include "board.h"
+#include "display.h"
+#include "replay.h"
+#include "simulation.h"
+#include "verifier.h"
+
+#include "base/exception.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+
+#include <cstdio>
+#include <limits>
+#include <memory>
+
+namespace {
+
+enum ExitCode
+{
+    Played = 0,
+    Differs = 1,
+    BadInput = 2,
+    Broken = 3
+};
+
+struct Arguments
+{
+    QString folder;
+    int top = 10;
+    bool verify = false;
+    qint64 mostQuotes = std::numeric_limits<qint64>::max();
+};
+
+void print(FILE* file, const QString& text)
+{
+    std::fputs(qPrintable(text), file);
+}
+
+int complain(const QString& message, ExitCode code)
+{
+    print(stderr, QStringLiteral("marketboard: %1\n").arg(message));
+    return code;
+}
+
+/// What a run of a session counts, and the time that it takes with the time of checks left out.
+class Play
+{
+public:
+    Play(Session& played, const Arguments& given)
+        : session(played)
+        , arguments(given)
+        , verifier(board)
+    {}
+
+    /// Plays the session to its end. The first difference that a check finds, or nothing.
+    std::optional<QString> run();
+    void report() const;
+
+private:
+    std::optional<QString> applyNext(Session::Event event);
+    std::optional<QString> endMinute();
+    template <typename Check>
+    std::optional<QString> check(Check run);
+
+    Session& session;
+    const Arguments& arguments;
+    Board board;
+    Verifier verifier;
+    ProgressLine progress;
+    QElapsedTimer clock;
+    qint64 checkNsecs = 0;
+    qint64 playNsecs = 0;
+    qint64 quotes = 0;
+    int minute = 0;
+    int timeMs = 0;
+};
+
+template <typename Check>
+std::optional<QString> Play::check(Check run)
+{
+    QElapsedTimer timer;
+    timer.start();
+    auto difference = run();
+    checkNsecs += timer.nsecsElapsed();
+    return difference;
+}
+
+std::optional<QString> Play::run()
+{
+    board.load(session.instruments());
+    clock.start();
+    std::optional<QString> difference;
+    while (!difference && quotes < arguments.mostQuotes) {
+        const Session::Event event = session.next();
+        if (event == Session::Event::End)
+            break;
+        difference = applyNext(event);
+    }
+    if (!difference)
+        difference = endMinute();
+    if (!difference && arguments.verify)
+        difference = check([this] { return verifier.check(true); });
+    playNsecs = clock.nsecsElapsed() - checkNsecs;
+    progress.clear();
+    return difference;
+}
+
+std::optional<QString> Play::applyNext(Session::Event event)
+{
+    const bool isOption = event == Session::Event::Option;
+    timeMs = isOption ? session.option().timeMs : session.future().timeMs;
+    if (timeMs / 60'000 != minute) {
+        if (auto difference = endMinute())
+            return difference;
+        minute = timeMs / 60'000;
+    }
+    if (!isOption) {
+        board.apply(session.future());
+        return std::nullopt;
+    }
+    board.apply(session.option());
+    ++quotes;
+    if (!arguments.verify)
+        return std::nullopt;
+    verifier.seen(session.option());
+    if (!verifier.isDue())
+        return std::nullopt;
+    return check([this] { return verifier.check(); });
+}
+
+std::optional<QString> Play::endMinute()
+{
+    const Board::Changes changes = board.takeChanges();
+    if (progress.isDue())
+        progress.show(QStringLiteral("%1  %2 %  %3 quotes, %4 contracts changed in the minute")
+                          .arg(clockText(minute * 60'000))
+                          .arg(int(session.progress() * 100), 3)
+                          .arg(quotes)
+                          .arg(changes.contracts));
+    if (!arguments.verify)
+        return std::nullopt;
+    return check([&] { return verifier.checkChanges(changes); });
+}
+
+void Play::report() const
+{
+    const int contracts = board.options().rowCount();
+    print(stdout, QStringLiteral("%1, at %2\n").arg(session.title(), clockText(timeMs)));
+    print(stdout, underlyingLine(board, session.underlying()));
+    print(stdout, spreadTable(board, arguments.top));
+    if (arguments.verify)
+        print(stdout, QStringLiteral("verified %1 times: every view is as a fresh sort and filter "
+                                     "has it\n")
+                          .arg(verifier.checks()));
+    const double seconds = double(playNsecs) / 1e9;
+    print(stdout,
+          QStringLiteral("replayed %1 quotes, %2 contracts, %3 views, %4 updates/s, tape %5 "
+                         "rows\n")
+              .arg(quotes)
+              .arg(contracts)
+              .arg(board.views().size())
+              .arg(seconds > 0 ? qRound64(double(quotes) / seconds) : 0)
+              .arg(board.tape().rowCount()));
+}
+
+/// The value of a whole-number option; nothing when it is none or below `minimum`.
+std::optional<int> wholeNumber(const QCommandLineParser& parser, const QString& option, int minimum)
+{
+    bool isNumber = false;
+    const int value = parser.value(option).toInt(&isNumber);
+    return isNumber && value >= minimum ? std::make_optional(value) : std::nullopt;
+}
+
+/// Reads the command line; throws InputError when it is no good.
+Arguments parse(QCommandLineParser& parser, const QStringList& words)
+{
+    parser.setApplicationDescription(QStringLiteral(
+        "Plays a day of option quotes, each applied as a transaction, through live views.\n"
+        "Without --data a built-in session is played.\n\n"
+        "Exit code: 0 played; 1 --verify found a difference; 2 bad arguments or bad input;\n"
+        "3 anything else."));
+    parser.addOption(
+        {{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this text.")});
+    parser.addOption({QStringLiteral("data"),
+                      QStringLiteral("Replay the recorded day in the folder <dir>: "
+                                     "es_options_20200106_quotes.csv.gz, "
+                                     "es_futures_20200106_quotes.csv.gz, instruments.csv.gz."),
+                      QStringLiteral("dir")});
+    parser.addOption({QStringLiteral("top"),
+                      QStringLiteral("Print the <n> options of the smallest spread (10)."),
+                      QStringLiteral("n"), QStringLiteral("10")});
+    parser.addOption(
+        {QStringLiteral("verify"),
+         QStringLiteral("Compare every view with a fresh sort and filter of the table, "
+                        "many times on the way and at the end.")});
+    parser.addOption({QStringLiteral("quotes"), QStringLiteral("Stop after <n> option quotes."),
+                      QStringLiteral("n")});
+
+    if (!parser.parse(words))
+        throw InputError{parser.errorText()};
+    if (!parser.positionalArguments().isEmpty())
+        throw InputError{
+            QStringLiteral("unexpected argument '%1'").arg(parser.positionalArguments().first())};
+
+    Arguments arguments;
+    arguments.folder = parser.value(QStringLiteral("data"));
+    if (parser.isSet(QStringLiteral("data")) && arguments.folder.isEmpty())
+        throw InputError{QStringLiteral("--data needs the name of a folder")};
+    arguments.verify = parser.isSet(QStringLiteral("verify"));
+    const auto top = wholeNumber(parser, QStringLiteral("top"), 0);
+    if (!top)
+        throw InputError{QStringLiteral("--top needs a whole number of rows, 0 or more")};
+    arguments.top = *top;
+    if (parser.isSet(QStringLiteral("quotes"))) {
+        const auto quotes = wholeNumber(parser, QStringLiteral("quotes"), 1);
+        if (!quotes)
+            throw InputError{QStringLiteral("--quotes needs a whole number of quotes, 1 or more")};
+        arguments.mostQuotes = *quotes;
+    }
+    return arguments;
+}
+
+int run(const QStringList& words)
+{
+    QCommandLineParser parser;
+    const Arguments arguments = parse(parser, words);
+    if (parser.isSet(QStringLiteral("help"))) {
+        print(stdout, parser.helpText());
+        return Played;
+    }
+
+    std::unique_ptr<Session> session;
+    if (arguments.folder.isEmpty())
+        session = std::make_unique<Simulation>();
+    else
+        session = std::make_unique<Replay>(arguments.folder);
+
+    Play play(*session, arguments);
+    if (const auto difference = play.run())
+        return complain(*difference, Differs);
+    play.report();
+    if (std::fflush(stdout) != 0)
+        return complain(QStringLiteral("the output could not be written"), Broken);
+    return Played;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    try {
+        return run(QCoreApplication::arguments());
+    } catch (const InputError& error) {
+        return complain(error.message, BadInput);
+    } catch (const Exception& error) {
+        return complain(error.message(), Broken);
+    } catch (const QString& message) {
+        return complain(message, Broken);
+    } catch (const std::exception& error) {
+        return complain(QString::fromLocal8Bit(error.what()), Broken);
+    }
+}

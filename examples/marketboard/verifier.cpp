@@ -1,0 +1,300 @@
+// SPDX-License-Identifier: MIT
+#include "verifier.h"
+
+#include "display.h"
+
+#include <QHash>
+#include <QSet>
+
+#include <algorithm>
+
+namespace {
+
+using Difference = std::optional<QString>;
+
+/// The cells of one row of the options table as plain values.
+struct Row
+{
+    int expiry;
+    QString right;
+    decimal strike;
+    std::optional<decimal> bid;
+    std::optional<decimal> ask;
+    std::optional<decimal> spread;
+};
+
+std::optional<decimal> priceOf(const Record& record, int column)
+{
+    const Field cell = record.data(column);
+    return cell.isNull() ? std::nullopt : std::make_optional(cell.toDecimal());
+}
+
+Row rowOf(const Record& record)
+{
+    return {record.data(Board::Expiry).toInteger(),
+            record.data(Board::Right).toString(),
+            record.data(Board::Strike).toDecimal(),
+            priceOf(record, Board::Bid),
+            priceOf(record, Board::Ask),
+            priceOf(record, Board::Spread)};
+}
+
+QString text(const std::optional<decimal>& price)
+{
+    return price ? price->toString() : QStringLiteral("none");
+}
+
+QString text(const Row& row)
+{
+    return QStringLiteral("%1 %2 %3 (bid %4, ask %5, spread %6)")
+        .arg(QString::number(row.expiry), row.right, shortText(row.strike), text(row.bid),
+             text(row.ask), text(row.spread));
+}
+
+// --- what each view should be, said the plainest way ---------------------------------------------
+
+template <typename Value>
+int order(const Value& a, const Value& b)
+{
+    return a < b ? -1 : b < a ? 1 : 0;
+}
+
+/// Ascending, with those that have no price behind all others.
+int orderNoneLast(const std::optional<decimal>& a, const std::optional<decimal>& b)
+{
+    if (!a || !b)
+        return order(!a, !b);
+    return order(*a, *b);
+}
+
+int orderByBid(const Row& a, const Row& b)
+{
+    return a.bid && b.bid ? orderNoneLast(b.bid, a.bid) : orderNoneLast(a.bid, b.bid);
+}
+
+int orderByContract(const Row& a, const Row& b)
+{
+    if (const int byExpiry = order(a.expiry, b.expiry))
+        return byExpiry;
+    if (const int byRight = order(a.right, b.right))
+        return byRight;
+    return order(a.strike, b.strike);
+}
+
+int orderBySpread(const Row& a, const Row& b)
+{
+    const int bySpread = orderNoneLast(a.spread, b.spread);
+    return bySpread ? bySpread : orderByContract(a, b);
+}
+
+int orderByStrike(const Row& a, const Row& b)
+{
+    if (const int byExpiry = order(a.expiry, b.expiry))
+        return byExpiry;
+    if (const int byStrike = order(a.strike, b.strike))
+        return byStrike;
+    return order(a.right, b.right);
+}
+
+struct Expectation
+{
+    int (*order)(const Row&, const Row&);
+    bool twoSidedOnly;
+
+    bool accepts(const Row& row) const { return !twoSidedOnly || (row.bid && row.ask); }
+};
+
+Expectation expectationOf(Board::ViewId id)
+{
+    switch (id) {
+    case Board::ByBid:
+        return {orderByBid, false};
+    case Board::BySpread:
+        return {orderBySpread, false};
+    case Board::ByContract:
+        return {orderByContract, false};
+    case Board::TwoSided:
+        return {orderByStrike, true};
+    }
+    Q_UNREACHABLE();
+}
+
+/// Rows of equal order may stand in any order among themselves, but each of them once.
+Difference checkView(const Board::View& view, const QHash<Record, Row>& rows)
+{
+    const Expectation expectation = expectationOf(view.id);
+    std::vector<Row> expected;
+    for (const Row& row : rows)
+        if (expectation.accepts(row))
+            expected.push_back(row);
+    std::sort(expected.begin(), expected.end(),
+              [&](const Row& a, const Row& b) { return expectation.order(a, b) < 0; });
+
+    const QString place = QStringLiteral("view %1, row %2: ").arg(view.name);
+    QSet<Record> met;
+    size_t i = 0;
+    for (const Record& record : *view.index) {
+        const QString here = place.arg(i);
+        const auto found = rows.constFind(record);
+        if (found == rows.constEnd())
+            return here + QStringLiteral("a row that is not in the table");
+        if (met.contains(record))
+            return here + text(*found) + QStringLiteral(" stands there a second time");
+        met += record;
+        if (!expectation.accepts(*found))
+            return here + text(*found) + QStringLiteral(" does not belong there");
+        if (i >= expected.size() || expectation.order(*found, expected[i]) != 0) {
+            const QString wanted =
+                i < expected.size() ? text(expected[i]) : QStringLiteral("no row");
+            return here + text(*found) + QStringLiteral(" instead of ") + wanted;
+        }
+        ++i;
+    }
+    if (i < expected.size())
+        return place.arg(i) + QStringLiteral("no row instead of ") + text(expected[i]);
+    return std::nullopt;
+}
+
+// --- what a row should hold
+// -----------------------------------------------------------------------
+
+bool holdsSide(const Record& record, int priceColumn, int sizeColumn, const Side& side)
+{
+    return priceOf(record, priceColumn) == side.price &&
+           record.data(sizeColumn).toInteger() == side.size;
+}
+
+bool holdsQuote(const Record& record, const OptionQuote& quote)
+{
+    std::optional<decimal> spread;
+    if (quote.bid.price && quote.ask.price)
+        spread = *quote.ask.price - *quote.bid.price;
+    return record.data(Board::Time).toInteger() == quote.timeMs &&
+           holdsSide(record, Board::Bid, Board::BidSize, quote.bid) &&
+           holdsSide(record, Board::Ask, Board::AskSize, quote.ask) &&
+           priceOf(record, Board::Spread) == spread;
+}
+
+bool holdsOnTape(const Record& record, qint64 sequence, const OptionQuote& quote)
+{
+    return record.data(Board::Sequence).toInteger64() == sequence &&
+           record.data(Board::TapeTime).toInteger() == quote.timeMs &&
+           record.data(Board::TapeExpiry).toInteger() == quote.expiry &&
+           record.data(Board::TapeRight).toString() == QChar::fromLatin1(quote.right) &&
+           record.data(Board::TapeStrike).toDecimal() == quote.strike &&
+           holdsSide(record, Board::TapeBid, Board::TapeBidSize, quote.bid) &&
+           holdsSide(record, Board::TapeAsk, Board::TapeAskSize, quote.ask);
+}
+
+} // namespace
+
+Verifier::Verifier(const Board& checked)
+    : board(checked)
+{}
+
+void Verifier::seen(const OptionQuote& quote)
+{
+    fresh.push_back(quote);
+    ++quotes;
+}
+
+void Verifier::takeFresh()
+{
+    for (const OptionQuote& quote : fresh) {
+        const auto [known, isNew] =
+            latest.try_emplace(Key(quote.expiry, quote.right, quote.strike), quote);
+        const OptionQuote& before = known->second;
+        if (isNew || before.timeMs != quote.timeMs || !(before.bid == quote.bid) ||
+            !(before.ask == quote.ask))
+            ++changesExpected;
+        known->second = quote;
+        tape.push_back(quote);
+        if (tape.size() > size_t(Board::TapeLimit))
+            tape.pop_front();
+    }
+    fresh.clear();
+}
+
+Difference Verifier::check(bool wholeTape)
+{
+    constexpr qint64 mostQuotesBetween = 100;
+    constexpr qint64 tapeInterval = Board::TapeLimit / 2; // every row is met, since none changes
+    ++checkCount;
+    nextCheck = quotes + std::clamp<qint64>(quotes / 4, 1, mostQuotesBetween);
+
+    takeFresh();
+    Difference difference = checkTable();
+    if (!difference)
+        difference = checkViews();
+    if (!difference && (wholeTape || quotes >= nextTapeCheck)) {
+        difference = checkTape();
+        nextTapeCheck = quotes + tapeInterval;
+    }
+    if (difference)
+        *difference = QStringLiteral("after %1 quotes: ").arg(quotes) + *difference;
+    return difference;
+}
+
+Difference Verifier::checkTable() const
+{
+    if (size_t(board.options().rowCount()) != latest.size())
+        return QStringLiteral("table: %1 rows for %2 contracts")
+            .arg(board.options().rowCount())
+            .arg(latest.size());
+    for (const auto& [key, quote] : latest) {
+        const Record record = board.option(quote.expiry, quote.right, quote.strike);
+        const QString contract = QStringLiteral("table, %1 %2 %3: ")
+                                     .arg(QString::number(quote.expiry),
+                                          QChar::fromLatin1(quote.right), shortText(quote.strike));
+        if (record.isNull())
+            return contract + QStringLiteral("no row has this key");
+        if (!holdsQuote(record, quote))
+            return contract + text(rowOf(record)) + QStringLiteral(" is not the latest quote");
+    }
+    return std::nullopt;
+}
+
+Difference Verifier::checkViews() const
+{
+    QHash<Record, Row> rows;
+    for (int i = 0; i < board.options().rowCount(); ++i) {
+        const Record& record = board.options().at(i);
+        rows.insert(record, rowOf(record));
+    }
+    for (const Board::View& view : board.views())
+        if (const Difference difference = checkView(view, rows))
+            return difference;
+    return std::nullopt;
+}
+
+Difference Verifier::checkTape() const
+{
+    const int rows = board.tape().rowCount();
+    if (size_t(rows) != tape.size() || board.tapeView().count() != rows)
+        return QStringLiteral("tape: %1 rows in the table, %2 in its view, for %3 quotes")
+            .arg(rows)
+            .arg(board.tapeView().count())
+            .arg(tape.size());
+    qint64 sequence = quotes - rows;
+    int i = 0;
+    for (const Record& record : board.tapeView()) {
+        if (!holdsOnTape(record, ++sequence, tape[size_t(i)]))
+            return QStringLiteral("tape, row %1: not quote %2").arg(i).arg(sequence);
+        ++i;
+    }
+    return std::nullopt;
+}
+
+Difference Verifier::checkChanges(const Board::Changes& changes)
+{
+    takeFresh();
+    const qint64 expected = changesExpected;
+    changesExpected = 0;
+    if (changes.added + changes.updates == expected && changes.removed == 0)
+        return std::nullopt;
+    return QStringLiteral("watch list: %1 added, %2 updated and %3 removed for %4 changes")
+        .arg(changes.added)
+        .arg(changes.updates)
+        .arg(changes.removed)
+        .arg(expected);
+}

@@ -1,0 +1,472 @@
+// SPDX-License-Identifier: MIT
+#include "board.h"
+#include "price.h"
+#include "replay.h"
+#include "simulation.h"
+#include "verifier.h"
+
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <zlib.h>
+
+#include <map>
+#include <set>
+#include <tuple>
+
+namespace {
+
+const QString OptionsFile = QStringLiteral("es_options_20200106_quotes.csv.gz");
+const QString FuturesFile = QStringLiteral("es_futures_20200106_quotes.csv.gz");
+const QString InstrumentsFile = QStringLiteral("instruments.csv.gz");
+
+const QByteArray OptionsText = "time_ms,expiry,right,strike,bid,bid_size,ask,ask_size\n"
+                               "0,20200320,C,3000,250.75,15,254,15\n"
+                               "0,20200320,P,3000,,0,30.5,7\n"
+                               "60000,20200320,C,3000,250.5,11,,0\n"
+                               "60000,20200320,P,3000,30.25,3,30.50,7\n"
+                               "120000,20200320,P,3000,30.25,3,30.50,7\n"
+                               "120000,20200320,P,3000,30.25,3,30.50,7\n"; // nothing new
+const QByteArray FuturesText = "time_ms,contract,bid,bid_size,ask,ask_size\n"
+                               "0,202003,3223,20,3223.25,20\n"
+                               "60000,202003,3223,20,3223.25,21\n";
+const QByteArray InstrumentsText =
+    "market,symbol,type,description,quote_currency,contract_multiplier,minimum_price_variation,"
+    "lot_size,market_ticker,minimum_order_size,price_magnifier,strike_multiplier\n"
+    "cme,ES,future,E-mini S&P 500 Futures,USD,50,0.25,1\n"
+    "cme,6C,future,Canadian Dollar Futures,USD,100000.0,5e-05,1.0,,1\n";
+
+QByteArray gzip(const QByteArray& bytes)
+{
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("packed"));
+    gzFile packed = gzopen(QFile::encodeName(path).constData(), "wb");
+    gzwrite(packed, bytes.constData(), unsigned(bytes.size()));
+    gzclose(packed);
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// A folder with a small recorded day.
+class DayFolder
+{
+public:
+    DayFolder()
+    {
+        write(OptionsFile, gzip(OptionsText));
+        write(FuturesFile, gzip(FuturesText));
+        write(InstrumentsFile, gzip(InstrumentsText));
+    }
+    void write(const QString& name, const QByteArray& bytes) const
+    {
+        QFile file(folder.filePath(name));
+        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+            qFatal("cannot write %s", qPrintable(file.fileName()));
+    }
+    QString path(const QString& name = QString()) const { return folder.filePath(name); }
+
+private:
+    QTemporaryDir folder;
+};
+
+struct Outcome
+{
+    int exitCode;
+    QString out;
+    QString error;
+};
+
+Outcome runBoard(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral(MARKETBOARD), arguments);
+    if (!process.waitForFinished(120'000) || process.exitStatus() != QProcess::NormalExit)
+        return {-1, QString(), process.errorString()};
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+decimal price(const char* text)
+{
+    return decimal(QString::fromLatin1(text));
+}
+
+} // namespace
+
+class tst_marketboard : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void pricesAreExact_data();
+    void pricesAreExact();
+    void simulationIsAPlausibleDay();
+    void replayMergesByTime();
+    void faultyFilesAreNamed_data();
+    void faultyFilesAreNamed();
+    void checksFindWhatIsWrong_data();
+    void checksFindWhatIsWrong();
+    void tapeHoldsTheLatest();
+    void programPlays_data();
+    void programPlays();
+    void programRefuses_data();
+    void programRefuses();
+};
+
+void tst_marketboard::pricesAreExact_data()
+{
+    QTest::addColumn<QString>("written");
+    QTest::addColumn<QString>("read"); // with all decimals that are kept; empty: refused
+
+    QTest::newRow("whole") << "254"
+                           << "254.00";
+    QTest::newRow("ticks") << "0.05"
+                           << "0.05";
+    QTest::newRow("one decimal") << "242.5"
+                                 << "242.50";
+    QTest::newRow("zeros at the end") << "1.500000"
+                                      << "1.50";
+    QTest::newRow("six decimals") << "1.000005"
+                                  << "1.000005";
+    QTest::newRow("negative") << "-37.63"
+                              << "-37.63";
+    QTest::newRow("largest") << "999999999.99999"
+                             << "999999999.99999";
+    QTest::newRow("seven decimals") << "0.0000001"
+                                    << "";
+    QTest::newRow("a billion") << "1000000000"
+                               << "";
+    QTest::newRow("too long to be exact") << "12345678901234567"
+                                          << "";
+    QTest::newRow("two points") << "1.2.3"
+                                << "";
+    QTest::newRow("blank") << " 1"
+                           << "";
+    QTest::newRow("comma") << "1,5"
+                           << "";
+    QTest::newRow("not a number") << "nan"
+                                  << "";
+}
+
+void tst_marketboard::pricesAreExact()
+{
+    QFETCH(QString, written);
+    QFETCH(QString, read);
+    const std::optional<decimal> value = parsePrice(written.toStdString());
+    QCOMPARE(value.has_value(), !read.isEmpty());
+    if (value)
+        QCOMPARE(value->toString(), read);
+}
+
+void tst_marketboard::simulationIsAPlausibleDay()
+{
+    Simulation first;
+    Simulation second;
+    std::set<std::tuple<int, char, decimal>> contracts;
+    std::map<std::tuple<int, char, decimal>, bool> hadBid;
+    int quotes = 0, noBid = 0, noAsk = 0, neither = 0, bidReturned = 0, lastMs = 0, futures = 0;
+    const decimal tick = price("0.05");
+
+    for (;;) {
+        const Session::Event event = first.next();
+        QCOMPARE(int(second.next()), int(event));
+        if (event == Session::Event::End)
+            break;
+        if (event == Session::Event::Future) {
+            ++futures;
+            QVERIFY(*first.future().bid.price < *first.future().ask.price);
+            QCOMPARE(*second.future().bid.price, *first.future().bid.price);
+            continue;
+        }
+        const OptionQuote& quote = first.option();
+        ++quotes;
+        QVERIFY(quote.timeMs >= lastMs);
+        lastMs = quote.timeMs;
+        QVERIFY(second.option().bid == quote.bid && second.option().ask == quote.ask);
+        const auto key = std::make_tuple(quote.expiry, quote.right, quote.strike);
+        contracts.insert(key);
+
+        const bool bid = quote.bid.price.has_value();
+        const bool ask = quote.ask.price.has_value();
+        noBid += !bid;
+        noAsk += !ask;
+        neither += !bid && !ask;
+        if (bid && hadBid.count(key) && !hadBid[key])
+            ++bidReturned;
+        hadBid[key] = bid;
+        QCOMPARE(quote.bid.size > 0, bid);
+        QCOMPARE(quote.ask.size > 0, ask);
+        if (bid)
+            QVERIFY(*quote.bid.price > decimal::zero && quote.bid.price->mantissa() % 5 == 0);
+        if (bid && ask)
+            QVERIFY(*quote.ask.price - *quote.bid.price >= tick);
+        if (ask && *quote.ask.price > price("5.00"))
+            QCOMPARE(int(quote.ask.price->mantissa() % 25), 0);
+    }
+
+    QCOMPARE(int(contracts.size()), 200);
+    QCOMPARE(futures, int(Simulation::Minutes));
+    QVERIFY2(quotes > 240'000 && quotes < 260'000, qPrintable(QString::number(quotes)));
+    QVERIFY(noBid > quotes / 50 && noBid < quotes / 5);
+    QVERIFY(noAsk > quotes / 50 && noAsk < quotes / 5);
+    QVERIFY(neither > 0);
+    QVERIFY(bidReturned > 100);
+    QVERIFY(first.next() == Session::Event::End);
+}
+
+void tst_marketboard::replayMergesByTime()
+{
+    const DayFolder day;
+    Replay replay(day.path());
+    QString played;
+    for (;;) {
+        const Session::Event event = replay.next();
+        if (event == Session::Event::End)
+            break;
+        const bool isOption = event == Session::Event::Option;
+        const int timeMs = isOption ? replay.option().timeMs : replay.future().timeMs;
+        played += QStringLiteral("%1%2 ").arg(isOption ? 'o' : 'f').arg(timeMs / 60'000);
+    }
+    QCOMPARE(played, QStringLiteral("f0 o0 o0 f1 o1 o1 o2 o2 "));
+    QVERIFY(replay.next() == Session::Event::End);
+
+    const QVector<Instrument> instruments = replay.instruments();
+    QCOMPARE(instruments.size(), 2);
+    QCOMPARE(instruments[1].tick.toString(), QStringLiteral("0.00005"));
+    QCOMPARE(replay.option().bid.price->toString(), QStringLiteral("30.25"));
+    QCOMPARE(replay.option().ask.size, 7);
+}
+
+void tst_marketboard::faultyFilesAreNamed_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("message"); // of the error, behind the path
+
+    const auto options = [](const char* name, const QByteArray& line, const char* message) {
+        QTest::newRow(name) << OptionsFile << gzip(OptionsText + line)
+                            << QString::fromUtf8(message);
+    };
+    options("too few fields", "180000,20200320,C,3000,1,1\n", ":8: expected 8 fields, found 6");
+    options("too many fields", "180000,20200320,C,3000,1,1,2,1,\n",
+            ":8: expected 8 fields, found 9");
+    options("blank line", "\n", ":8: expected 8 fields, found 1");
+    options("cut off without newline", "180000,2020", ":8: expected 8 fields, found 2");
+    options("no price", "180000,20200320,C,3000,1.5x,1,2,1\n", ":8: bid is not a price: '1.5x'");
+    options("too many digits", "180000,20200320,C,3000,1,1,2.1234567,1\n",
+            ":8: ask is not a price: '2.1234567'");
+    options("no strike", "180000,20200320,C,,1,1,2,1\n", ":8: there is no strike");
+    options("no right", "180000,20200320,X,3000,1,1,2,1\n", ":8: right is neither C nor P: 'X'");
+    options("no date", "180000,20200230,C,3000,1,1,2,1\n", ":8: 20200230 is no date");
+    options("no size", "180000,20200320,C,3000,1,,2,1\n",
+            ":8: bid_size is not a whole number from 0 to 1000000000: ''");
+    options("negative size", "180000,20200320,C,3000,1,1,2,-1\n",
+            ":8: ask_size is not a whole number from 0 to 1000000000: '-1'");
+    options("time goes back", "60000,20200320,C,3000,1,1,2,1\n",
+            ":8: time_ms goes back from 120000 to 60000");
+    options("after midnight", "86400000,20200320,C,3000,1,1,2,1\n",
+            ":8: time_ms is not a whole number from 0 to 86399999: '86400000'");
+    options("bytes of any kind", QByteArray(1, '\0') + "\x1b[2J\xff,20200320,C,3000,1,1,2,1\n",
+            ":8: time_ms is not a whole number from 0 to 86399999: '\uFFFD\uFFFD[2J\uFFFD'");
+    options("endless line", QByteArray(100'000, '1'), ":8: the line is longer than 65536 bytes");
+
+    QTest::newRow("futures") << FuturesFile << gzip(FuturesText + "60000,2003,1,1,2,1\n")
+                             << ":4: contract is not a whole number from 190001 to 299912: '2003'";
+    QTest::newRow("instruments") << InstrumentsFile << gzip(InstrumentsText + "a,b,c,d,e,1,x,1\n")
+                                 << ":4: minimum_price_variation is not a number: 'x'";
+    QTest::newRow("empty") << OptionsFile << QByteArray() << ": is empty";
+    QTest::newRow("other header") << OptionsFile << gzip("time,price\n1,2\n")
+                                  << ":1: expected the header "
+                                     "time_ms,expiry,right,strike,bid,bid_size,ask,ask_size, "
+                                     "found 'time,price'";
+    QByteArray packed = gzip(OptionsText);
+    QTest::newRow("cut off") << OptionsFile << packed.left(packed.size() - 12)
+                             << ": cannot be read after line";
+    packed[packed.size() - 6] = char(packed[packed.size() - 6] ^ 1);
+    QTest::newRow("damaged") << OptionsFile << packed << ": cannot be read after line";
+}
+
+void tst_marketboard::faultyFilesAreNamed()
+{
+    QFETCH(QString, file);
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, message);
+    const DayFolder day;
+    day.write(file, bytes);
+    try {
+        Replay replay(day.path());
+        replay.instruments();
+        while (replay.next() != Session::Event::End) {
+        }
+        QFAIL("the fault was not found");
+    } catch (const InputError& error) {
+        const QString wanted = day.path(file) + message;
+        QCOMPARE(error.message.left(wanted.size()), wanted);
+    }
+}
+
+void tst_marketboard::checksFindWhatIsWrong_data()
+{
+    QTest::addColumn<QString>("bid"); // written into the put's row behind the views' backs
+    QTest::addColumn<QString>("ask");
+    QTest::addColumn<bool>("isQuoted");      // the checks are told of such a quote
+    QTest::addColumn<QString>("difference"); // how it begins; empty: none
+
+    QTest::newRow("in order") << "30.25"
+                              << "30.50" << false << "";
+    QTest::newRow("another price") << "30.20"
+                                   << "30.50" << false << "table, 20200320 P 3000: ";
+    QTest::newRow("price gone") << "30.25"
+                                << "" << false << "table, 20200320 P 3000: ";
+    QTest::newRow("out of order") << "300.25"
+                                  << "300.50" << true << "view by bid, row 0: ";
+    QTest::newRow("NULL not last") << "30.25"
+                                   << "" << true << "view by spread, row 0: ";
+}
+
+void tst_marketboard::checksFindWhatIsWrong()
+{
+    QFETCH(QString, bid);
+    QFETCH(QString, ask);
+    QFETCH(bool, isQuoted);
+    QFETCH(QString, difference);
+    const DayFolder day;
+    Replay replay(day.path());
+    Board board;
+    Verifier verifier(board);
+    for (auto event = replay.next(); event != Session::Event::End; event = replay.next()) {
+        if (event == Session::Event::Option) {
+            board.apply(replay.option());
+            verifier.seen(replay.option());
+        }
+    }
+    // Two contracts were added; of four more quotes the last brought nothing new.
+    const Board::Changes changes = board.takeChanges();
+    QCOMPARE(std::make_tuple(changes.added, changes.updates, changes.contracts),
+             std::make_tuple(2, 3, 2));
+    QVERIFY(!verifier.checkChanges(changes));
+    QCOMPARE(verifier.checkChanges(changes).value_or(QString()),
+             QStringLiteral("watch list: 2 added, 3 updated and 0 removed for 0 changes"));
+
+    OptionQuote quote = replay.option();
+    quote.bid.price = parsePrice(bid.toStdString());
+    quote.ask.price = parsePrice(ask.toStdString());
+    Record row = board.option(quote.expiry, quote.right, quote.strike);
+    row.data(Board::Bid) = bid;
+    row.data(Board::Ask) = ask;
+    if (quote.ask.price)
+        row.data(Board::Spread) = *quote.ask.price - *quote.bid.price;
+    else
+        row.data(Board::Spread).setNull();
+    if (isQuoted)
+        verifier.seen(quote);
+    const QString found = verifier.check().value_or(QString());
+    QVERIFY2(found.contains(difference) && found.isEmpty() == difference.isEmpty(),
+             qPrintable(found));
+}
+
+void tst_marketboard::tapeHoldsTheLatest()
+{
+    Simulation simulation;
+    Board board;
+    int quotes = 0;
+    while (quotes < Board::TapeLimit + 500) {
+        if (simulation.next() == Session::Event::Option) {
+            board.apply(simulation.option());
+            ++quotes;
+        }
+    }
+    QCOMPARE(board.tape().rowCount(), int(Board::TapeLimit));
+    QCOMPARE(board.tapeView().at(0).data(Board::Sequence).toInteger(), 501);
+    QCOMPARE(board.tape().at(0).data(Board::Sequence).toInteger(), 501);
+}
+
+void tst_marketboard::programPlays_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("tableLines");
+    QTest::addColumn<QString>("lastLine");
+
+    const QString built =
+        QStringLiteral("replayed 12000 quotes, 200 contracts, 4 views, \\d+ updates/s, "
+                       "tape 10000 rows");
+    QTest::newRow("verified") << QStringList{"--quotes", "12000", "--verify"} << 11 << built;
+    QTest::newRow("top 3") << QStringList{"--quotes", "12000", "--top", "3"} << 4 << built;
+    QTest::newRow("no table") << QStringList{"--quotes", "12000", "--top", "0"} << 0 << built;
+    QTest::newRow("recorded")
+        << QStringList{"--data", "DAY", "--verify"} << 3
+        << "replayed 6 quotes, 2 contracts, 4 views, \\d+ updates/s, tape 6 rows";
+}
+
+void tst_marketboard::programPlays()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(int, tableLines);
+    QFETCH(QString, lastLine);
+    const DayFolder day;
+    arguments.replaceInStrings(QStringLiteral("DAY"), day.path());
+    const Outcome outcome = runBoard(arguments);
+    QCOMPARE(outcome.error, QString()); // no progress, since this is no terminal
+    QCOMPARE(outcome.exitCode, 0);
+
+    QStringList lines = outcome.out.split('\n');
+    QCOMPARE(lines.takeLast(), QString());
+    const QRegularExpression wanted(QRegularExpression::anchoredPattern(lastLine));
+    QVERIFY2(wanted.match(lines.last()).hasMatch(), qPrintable(lines.last()));
+    const bool verified = arguments.contains(QStringLiteral("--verify"));
+    QCOMPARE(lines.size(), 2 + tableLines + (verified ? 1 : 0) + 1);
+    if (verified) {
+        const QString line = lines[lines.size() - 2];
+        QVERIFY2(line.startsWith("verified ") && line.section(' ', 1, 1).toInt() >= 7,
+                 qPrintable(line));
+    }
+    for (int i = 3; i < 2 + tableLines; ++i)
+        QCOMPARE(lines[i].size(), lines[2].size()); // aligned
+    if (arguments.contains(QStringLiteral("--data"))) {
+        QCOMPARE(lines[1],
+                 QStringLiteral("E-mini S&P 500 Futures, tick 0.25, multiplier 50, 202003: "
+                                "3223.00 bid, 3223.25 ask"));
+        QCOMPARE(lines[3].simplified(),
+                 QStringLiteral("20200320 P 3000 30.25 3 30.50 7 0.25 00:02"));
+        QCOMPARE(lines[4].simplified(), QStringLiteral("20200320 C 3000 250.50 11 - 0 - 00:01"));
+    }
+}
+
+void tst_marketboard::programRefuses_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("message");
+
+    QTest::newRow("no folder") << QStringList{"--data", "/no/such/folder"}
+                               << "/no/such/folder: there is no such folder";
+    QTest::newRow("no file") << QStringList{"--data", "EMPTY"}
+                             << OptionsFile + ": there is no such file";
+    QTest::newRow("malformed") << QStringList{"--data", "BROKEN"}
+                               << FuturesFile + ":2: expected 6 fields, found 1";
+    QTest::newRow("no count") << QStringList{"--top", "ten"} << "--top needs a whole number";
+    QTest::newRow("negative") << QStringList{"--top", "-1"} << "--top needs a whole number";
+    QTest::newRow("no quotes") << QStringList{"--quotes", "0"} << "--quotes needs a whole number";
+    QTest::newRow("unknown option") << QStringList{"--fast"} << "fast";
+    QTest::newRow("stray word") << QStringList{"fast"} << "unexpected argument 'fast'";
+}
+
+void tst_marketboard::programRefuses()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, message);
+    const QTemporaryDir empty;
+    const DayFolder broken;
+    broken.write(FuturesFile, gzip("time_ms,contract,bid,bid_size,ask,ask_size\nnonsense\n"));
+    arguments.replaceInStrings(QStringLiteral("EMPTY"), empty.path());
+    arguments.replaceInStrings(QStringLiteral("BROKEN"), broken.path());
+    const Outcome outcome = runBoard(arguments);
+    QCOMPARE(outcome.exitCode, 2);
+    QCOMPARE(outcome.out, QString());
+    QVERIFY2(outcome.error.startsWith("marketboard: ") && outcome.error.contains(message),
+             qPrintable(outcome.error));
+}
+
+QTEST_GUILESS_MAIN(tst_marketboard)
+#include "tst_marketboard.moc"

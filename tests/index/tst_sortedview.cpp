@@ -1,0 +1,348 @@
+// SPDX-License-Identifier: MIT
+#include "index/masterindex.h"
+#include "index/sortedview.h"
+#include "support/seed.h"
+#include "table/recordstrans.h"
+#include "table/recordupdater.h"
+#include "table/table.h"
+
+#include <QtTest>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+Q_DECLARE_METATYPE(QVector<SortColumn>)
+
+namespace {
+
+class Random
+{
+public:
+    explicit Random(quint32 seed)
+        : engine(seed)
+    {}
+    int below(int n) { return int(engine() % quint32(n)); }
+    qint64 wide()
+    {
+        return qint64((quint64(engine()) << 32 | engine()) >> below(64)) * (below(2) * 2 - 1);
+    }
+
+    // Values that make sort keys hard: close together, at every limit, out of what a key can tell.
+    void fill(Field cell)
+    {
+        if (below(6) == 0)
+            return cell.setNull();
+        switch (cell.type()) {
+        case FieldType::Integer:
+            cell = int(pick({wide() % 5, wide(), std::numeric_limits<int>::min(),
+                             std::numeric_limits<int>::max()}));
+            break;
+        case FieldType::Integer64:
+        case FieldType::DateTime: {
+            const qint64 top = qint64(1) << (57 + below(6));
+            const qint64 v = pick({wide() % 5, wide(), top + below(3) - 1, -top + below(3) - 1});
+            if (cell.type() == FieldType::DateTime)
+                cell = datetime(v);
+            else
+                cell = v;
+            break;
+        }
+        case FieldType::Double: {
+            const double inf = std::numeric_limits<double>::infinity();
+            const double values[] = {0.0,
+                                     -0.0,
+                                     inf,
+                                     -inf,
+                                     std::nan(""),
+                                     1.0,
+                                     std::nextafter(1.0, 2.0),
+                                     double(wide()),
+                                     1e-300,
+                                     -1e300};
+            cell = values[below(10)];
+            break;
+        }
+        case FieldType::Decimal: {
+            const qint64 m = pick({wide() % 5, wide() >> 7, 10 + below(2), -10 - below(2)});
+            cell = decimal::fromMantissa(m, below(4) ? below(12) : below(120) - 60);
+            break;
+        }
+        case FieldType::XDecimal:
+            cell = xdecimal::fromInt64(wide() % 50, below(3));
+            break;
+        default: {
+            static const char* const words[] = {"A",
+                                                "AB",
+                                                "AB ",
+                                                "ABCDEFGHI",
+                                                "ABCDEFGHJ",
+                                                "a",
+                                                "\xc3\xa4",
+                                                "\xd0\x96",
+                                                "\x01",
+                                                "~",
+                                                "~\x7f",
+                                                "\x1f"
+                                                "B"};
+            cell = QString::fromUtf8(words[below(12)]);
+        }
+        }
+    }
+    QVector<SortColumn> order(const Table& table)
+    {
+        QVector<SortColumn> columns;
+        for (int i = below(4); i >= 0; --i)
+            columns.append({below(table.columnCount()), SortColumn::Order(below(2)),
+                            SortColumn::Nulls(below(2))});
+        return columns;
+    }
+
+private:
+    qint64 pick(std::initializer_list<qint64> values)
+    {
+        return values.begin()[below(int(values.size()))];
+    }
+    std::mt19937 engine;
+};
+
+void addAllColumns(Table& table)
+{
+    table.addColumn("int", FieldType::Integer);
+    table.addColumn("long", FieldType::Integer64);
+    table.addColumn("double", FieldType::Double);
+    table.addColumn("decimal", FieldType::Decimal, 2);
+    table.addColumn("text", FieldType::VarChar, 10);
+    table.addColumn("time", FieldType::DateTime);
+    table.addColumn("char", FieldType::VarChar, 1);
+    table.addColumn("wide", FieldType::XDecimal, 2);
+}
+
+// The order as its user would write it, from Field::compare alone.
+int plainCompare(const QVector<SortColumn>& columns, const Record& a, const Record& b)
+{
+    for (const SortColumn& column : columns) {
+        const Field x = a.data(column.column);
+        const Field y = b.data(column.column);
+        if (x.isNull() != y.isNull())
+            return x.isNull() == (column.nulls == SortColumn::NullsFirst) ? -1 : 1;
+        const int order = x.compare(y);
+        if (order != 0)
+            return (order < 0) == (column.order == SortColumn::Ascending) ? -1 : 1;
+    }
+    return 0;
+}
+
+int sign(int v)
+{
+    return (v > 0) - (v < 0);
+}
+
+// Follows a view by its observer alone.
+class Shadow : public IndexObserver
+{
+public:
+    explicit Shadow(SortedView* followed)
+        : view(followed)
+    {
+        view->addObserver(this);
+        indexReset(*view);
+    }
+    ~Shadow() override { view->removeObserver(this); }
+    void indexChanged(const IndexList& index, const IndexChange& change) override
+    {
+        std::vector<int> out(change.removed, change.removed + change.removedCount);
+        std::vector<int> in(change.inserted, change.inserted + change.insertedCount);
+        for (int i = 0; i < change.movedCount; ++i) {
+            out.push_back(change.moved[i].from);
+            in.push_back(change.moved[i].to);
+            if (rows.at(change.moved[i].from) != index.at(change.moved[i].to))
+                wrongMoves = true;
+        }
+        std::sort(out.begin(), out.end());
+        std::sort(in.begin(), in.end());
+        for (auto it = out.rbegin(); it != out.rend(); ++it)
+            rows.removeAt(*it);
+        for (const int at : in)
+            rows.insert(at, index.at(at));
+        for (int i = 0; i < change.changedCount; ++i)
+            stayed.append(index.at(change.changed[i]));
+        ++changes;
+    }
+    void indexReset(const IndexList& index) override
+    {
+        rows.clear();
+        for (const Record& r : index)
+            rows.append(r);
+    }
+    bool isSame() const
+    {
+        if (wrongMoves || rows.size() != view->count())
+            return false;
+        for (int i = 0; i < rows.size(); ++i)
+            if (rows.at(i) != view->at(i))
+                return false;
+        return true;
+    }
+
+    SortedView* view;
+    QList<Record> rows;
+    QList<Record> stayed;
+    bool wrongMoves = false;
+    int changes = 0;
+};
+
+} // namespace
+
+class TestSortedView : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Keys must never contradict the order that Field::compare gives, whatever the cells hold.
+    void keysKeepTheOrder()
+    {
+        for (const quint32 seed : testSeeds(60)) {
+            const SeedScope scope(seed);
+            Random random(seed);
+            Table table("t");
+            addAllColumns(table);
+            QList<Record> rows;
+            for (int i = 0; i < 50; ++i) {
+                rows.append(Record(&table));
+                for (int c = 0; c < table.columnCount(); ++c)
+                    random.fill(rows.last().data(c));
+            }
+            const QVector<SortColumn> columns = random.order(table);
+            SortedView view(&table, columns);
+            for (const Record& a : rows) {
+                for (const Record& b : rows) {
+                    const int want = plainCompare(columns, a, b);
+                    QCOMPARE(sign(view.compare(a, b)), want);
+                    const SortKey x = view.sortKey(a);
+                    const SortKey y = view.sortKey(b);
+                    QVERIFY(view.sortKeyWords() == 2 || (x.low == 0 && y.low == 0));
+                    QVERIFY2(!(x < y) || want < 0, qPrintable(a.dump() + '\n' + b.dump()));
+                    QVERIFY(x != y || !view.isSortKeyExact(x) || want == 0);
+                }
+            }
+        }
+    }
+
+    // The usual orders are told by their keys alone: no row is read to search in them.
+    void usualKeysAreExact_data()
+    {
+        QTest::addColumn<QStringList>("columns");
+        QTest::newRow("price") << QStringList("decimal");
+        QTest::newRow("time, descending") << QStringList("-time");
+        QTest::newRow("symbol and price") << QStringList({"text", "decimal"});
+        QTest::newRow("three") << QStringList({"int", "char", "-decimal"});
+    }
+    void usualKeysAreExact()
+    {
+        QFETCH(QStringList, columns);
+        Table table("t");
+        addAllColumns(table);
+        Record r(&table);
+        r.data("int") = 20200320;
+        r.data("char") = QString("C");
+        r.data("text") = QString("ESH20");
+        r.data("decimal") = decimal(QStringLiteral("3213.625"));
+        r.data("time") = datetime(1578268800000);
+        const SortedView view(&table, columns);
+        QVERIFY(view.isSortKeyExact(view.sortKey(r)));
+    }
+
+    // Positions told to an observer rebuild the view; an update that cannot matter tells nothing
+    // when nobody listens and leaves the view as it was.
+    void observersCanFollow()
+    {
+        for (const quint32 seed : testSeeds(60)) {
+            const SeedScope scope(seed);
+            Random random(seed);
+            Table table("t");
+            addAllColumns(table);
+            if (random.below(2))
+                table.setMasterIndex(new MasterIndex_Column_Pure(&table, QList<int>{0}));
+            SortedView observed(&table, random.order(table));
+            SortedView filtered(&table, random.order(table));
+            filtered.setFilter([](const Record& r) { return r.data(1).toInteger64() % 3 != 0; },
+                               {1});
+            SortedView quiet(&table, observed.columns());
+            Shadow shadows[] = {Shadow(&observed), Shadow(&filtered)};
+            QList<Record> rows;
+            for (int step = 0; step < 60; ++step) {
+                RecordsTrans changes(&table);
+                for (int i = random.below(9); i >= 0; --i) {
+                    const int what = rows.isEmpty() ? 0 : random.below(6);
+                    if (what == 0) {
+                        rows.append(Record(&table));
+                        for (int c = 0; c < table.columnCount(); ++c)
+                            random.fill(rows.last().data(c));
+                        changes.insert(rows.last());
+                    } else if (what == 1) {
+                        changes.remove(rows.takeAt(random.below(rows.size())));
+                    } else {
+                        RecordUpdater update(changes, rows.at(random.below(rows.size())));
+                        random.fill(update.data(random.below(table.columnCount())));
+                    }
+                }
+                changes.execute();
+                for (const Shadow& shadow : shadows)
+                    QVERIFY2(shadow.isSame(), qPrintable(QStringLiteral("step %1").arg(step)));
+                for (const SortedView* view : {&observed, &filtered, &quiet}) {
+                    int want = 0;
+                    for (const Record& r : rows)
+                        want += view->filter(r);
+                    QCOMPARE(view->count(), want);
+                    for (int i = 1; i < view->count(); ++i)
+                        QVERIFY(plainCompare(view->columns(), view->at(i - 1), view->at(i)) <= 0);
+                }
+            }
+        }
+    }
+
+    void stayingRecordsAreTold()
+    {
+        Table table("t");
+        addAllColumns(table);
+        SortedView view(&table, QStringList("int"));
+        for (int i = 0; i < 3; ++i) {
+            Record r(&table);
+            r.data(0) = 10 * i;
+            table.appendList({r});
+        }
+        Shadow shadow(&view);
+        RecordsTrans changes(&table);
+        RecordUpdater(changes, view.at(1)).data(0) = 12;
+        RecordUpdater(changes, view.at(2)).data(1) = 5;
+        changes.execute();
+        QCOMPARE(shadow.stayed, QList<Record>({view.at(1), view.at(2)}));
+        QCOMPARE(shadow.changes, 1);
+    }
+
+    void badColumnsAreRefused()
+    {
+        Table table("t");
+        addAllColumns(table);
+        const QString message("Column '%1' not found to create index.");
+        for (const QString& name : {QString("nope"), QString("-int2")}) {
+            try {
+                SortedView view(&table, QStringList{"int", name});
+                QFAIL("nothing was thrown");
+            } catch (const QString& error) {
+                QCOMPARE(error, message.arg(QString(name).remove('-')));
+            }
+        }
+        try {
+            SortedLimit limit(3, &table, QVector<SortColumn>{{99}});
+            QFAIL("nothing was thrown");
+        } catch (const QString& error) {
+            QCOMPARE(error, message.arg(99));
+        }
+        QVERIFY(table.indexes().isEmpty() && !table.namedIndex("IndexLimit"));
+    }
+};
+
+QTEST_APPLESS_MAIN(TestSortedView)
+#include "tst_sortedview.moc"
