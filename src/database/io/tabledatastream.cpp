@@ -60,7 +60,7 @@ TableDataStreamRead::TableDataStreamRead(const QString& path)
 
 TableDataStreamRead::~TableDataStreamRead()
 {
-    unsetDevice();
+    setDevice(nullptr);
 }
 
 QString TableDataStreamRead::errorString() const
@@ -115,7 +115,7 @@ bool TableDataStreamWrite::commit()
     if (d->isDone || !device())
         return d->isCommitted;
     const bool isWhole = status() == Ok;
-    unsetDevice();
+    setDevice(nullptr);
     d->isDone = true;
     if (d->compressor) {
         d->compressor->close();
@@ -132,7 +132,7 @@ bool TableDataStreamWrite::commit()
 
 void TableDataStreamWrite::discard()
 {
-    unsetDevice();
+    setDevice(nullptr);
     d->isDone = true;
     d->file.discard();
 }

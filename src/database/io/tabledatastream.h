@@ -12,7 +12,8 @@
 /// opened, of its compressed twin, at `path` with ".gz" behind it.
 ///
 /// When neither opens the stream has no device and is at its end; see errorString(). The stream
-/// owns its devices. Nothing is thrown.
+/// owns its devices. Nothing is thrown. (QDataStream has no virtual destructor: do not delete it as
+/// one.)
 ///
 ///     TableDataStreamRead stream(TableIO(&quotes).fileName(dir));
 ///     TableIO(&quotes).read(stream, true);
@@ -20,7 +21,7 @@ class LIVETABLE_EXPORT TableDataStreamRead : public QDataStream
 {
 public:
     explicit TableDataStreamRead(const QString& path);
-    ~TableDataStreamRead() override;
+    ~TableDataStreamRead();
 
     /// Why no file was opened; a null string when one was, or when there is none.
     QString errorString() const;
@@ -54,7 +55,7 @@ class LIVETABLE_EXPORT TableDataStreamWrite : public QDataStream
 {
 public:
     explicit TableDataStreamWrite(const QString& path);
-    ~TableDataStreamWrite() override;
+    ~TableDataStreamWrite();
 
     /// Finishes the file and puts it in the place of the old one. True when all of it is safely on
     /// the disk; on false see errorString(): the old file is in place, or, when only the last steps
