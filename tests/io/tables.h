@@ -24,8 +24,8 @@ struct TestCore : HostCore
 };
 
 inline const FieldDef everyType[] = {
-    {FieldType::Integer, 0},  {FieldType::VarChar, 5},  {FieldType::Integer64, 0},
-    {FieldType::Double, 0},   {FieldType::Decimal, 2},  {FieldType::XDecimal, 3},
+    {FieldType::Integer, 0},  {FieldType::VarChar, 5},   {FieldType::Integer64, 0},
+    {FieldType::Double, 0},   {FieldType::Decimal, 2},   {FieldType::XDecimal, 3},
     {FieldType::DateTime, 0}, {FieldType::BoardList, 0}, {FieldType::VarChar, 4}};
 
 /// Columns c0, c1, ... of the types in turn, every third one not nullable.

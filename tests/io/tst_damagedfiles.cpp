@@ -86,11 +86,11 @@ void tst_DamagedFiles::everyTruncation()
         QVERIFY2(isPrefix, qPrintable(QString::number(size)));
         const int rows = qMax(0, (size - header) / rowBytes);
         QCOMPARE(got.rows, rows);
-        QCOMPARE(got.status, size == 0               ? TableIO::NothingThere
-                             : size < 4              ? TableIO::NotATableFile
-                             : size < header         ? TableIO::DamagedHeader
+        QCOMPARE(got.status, size == 0              ? TableIO::NothingThere
+                             : size < 4             ? TableIO::NotATableFile
+                             : size < header        ? TableIO::DamagedHeader
                              : size == whole.size() ? TableIO::Ok
-                                                     : TableIO::Truncated);
+                                                    : TableIO::Truncated);
         QCOMPARE(got.row, got.status == TableIO::Truncated ? rows : -1);
     }
 }
@@ -182,9 +182,7 @@ void tst_DamagedFiles::liesInTheHeader_data()
 {
     using Header = TableIO::TableHeader;
     QTest::addColumn<Lie>("lie");
-    const auto row = [](const char* name, const Lie& lie) {
-        QTest::newRow(name) << lie;
-    };
+    const auto row = [](const char* name, const Lie& lie) { QTest::newRow(name) << lie; };
     row("two columns of one name", [](Header& h) { h.columns[1].name = h.columns[0].name; });
     row("in another case", [](Header& h) { h.columns[1].name = h.columns[0].name.toUpper(); });
     row("no name", [](Header& h) { h.columns[0].name.clear(); });

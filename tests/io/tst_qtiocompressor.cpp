@@ -63,7 +63,10 @@ public:
     int step = 7;
     int failAfter = -1; // reads or writes
     bool isSequential() const override { return true; }
-    qint64 bytesAvailable() const override { return data.size() - at + QIODevice::bytesAvailable(); }
+    qint64 bytesAvailable() const override
+    {
+        return data.size() - at + QIODevice::bytesAvailable();
+    }
 
 protected:
     qint64 readData(char* to, qint64 size) override
@@ -302,8 +305,7 @@ void tst_QtIOCompressor::failsOnASecondFlush()
     device.write("abc");
     device.flush();
     device.flush();
-    QCOMPARE(device.errorString(),
-             QString("Internal zlib error when compressing: buffer error"));
+    QCOMPARE(device.errorString(), QString("Internal zlib error when compressing: buffer error"));
     QCOMPARE(device.write("d"), qint64(-1));
     device.close();
     QVERIFY(device.open(QIODevice::WriteOnly));
@@ -326,8 +328,8 @@ void tst_QtIOCompressor::survivesDamage()
             char read[70000];
             const qint64 n = device.read(read, sizeof read);
             if (n == -1) {
-                QVERIFY(device.errorString().startsWith(
-                    "Internal zlib error when decompressing: "));
+                QVERIFY(
+                    device.errorString().startsWith("Internal zlib error when decompressing: "));
                 QCOMPARE(device.read(1), QByteArray());
                 QCOMPARE(device.bytesAvailable(), qint64(0));
             } else if (format != QtIOCompressor::RawDeflate && n > 0) {

@@ -121,8 +121,8 @@ void tst_Saving::everyCallFails()
             Failing failing(n, EIO);
             io.write(dir);
             isReached = failing.calls.size() > n;
-            isRenamed = failing.calls.indexOf("rename") >= 0 &&
-                        failing.calls.indexOf("rename") != n;
+            isRenamed =
+                failing.calls.indexOf("rename") >= 0 && failing.calls.indexOf("rename") != n;
         }
         Table read("t");
         TableIO in(&read);
@@ -287,8 +287,7 @@ void tst_Saving::keepsRightsAndLinks()
     QVERIFY(stream.commit());
     QVERIFY(QFileInfo(link).isSymLink());
     QCOMPARE(contentOf(real).size(), 4);
-    QCOMPARE(QFile::permissions(real) & 0x7077, QFile::Permissions(rights) | QFile::ReadUser |
-                                                    QFile::WriteUser);
+    QCOMPARE(QFile::permissions(real) & 0x7077, QFile::Permissions(rights));
 }
 
 void tst_Saving::refusesWhatIsNoFile()
@@ -303,9 +302,6 @@ void tst_Saving::refusesWhatIsNoFile()
     io.write(QDir(folder.filePath("missing")));
     QCOMPARE(io.status(), TableIO::WriteFailed);
     QVERIFY(io.errorString().contains("No such file"));
-    QDataStream none;
-    QTest::ignoreMessage(QtWarningMsg, "QDataStream: No device");
-    TableIO::writeHeader(TableIO::TableHeader(), none);
     QVERIFY(QFileInfo(folder.filePath("t")).isDir());
 }
 

@@ -103,9 +103,9 @@ void tst_TableIndexRebuilder::emptiesAndBuildsInOrder()
         addNumbers(table, 0, 5);
         QVERIFY(journal.isEmpty());
     }
-    QCOMPARE(journal, QStringList({"build TableJoinDep", "build TableJoinMain",
-                                   "build IndexDependList", "build IndexSort",
-                                   "build indexDepend"}));
+    QCOMPARE(journal,
+             QStringList({"build TableJoinDep", "build TableJoinMain", "build IndexDependList",
+                          "build IndexSort", "build indexDepend"}));
     QCOMPARE(table.indexes(), all);
     QCOMPARE(table.namedIndex("view"), &plain);
     QCOMPARE(table.namedIndex("join"), &joinMain);

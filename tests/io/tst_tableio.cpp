@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What is written is what is read: the format, other columns, convertors, filters, lists of records.
+// What is written is what is read: the format, other columns, convertors, filters, lists of
+// records.
 #include "base/exception.h"
 #include "index/masterindex.h"
 #include "index/sortedview.h"
@@ -62,8 +63,7 @@ void tst_TableIO::roundTrip()
     TableIO io(&table);
     io.write(dir);
     QVERIFY2(io.status() == TableIO::Ok, qPrintable(io.errorString()));
-    QCOMPARE(QDir(dir).entryList(QDir::Files),
-             QStringList(compress ? "quotes.gz" : "quotes"));
+    QCOMPARE(QDir(dir).entryList(QDir::Files), QStringList(compress ? "quotes.gz" : "quotes"));
     for (const bool strict : {false, true}) {
         Table copy("quotes");
         TableIO in(&copy);
@@ -245,7 +245,7 @@ void tst_TableIO::convertorsOverrule()
         Doubled twice;
         FieldDefConvertor plain, unused;
         TableIO::Convertors convertors;
-        convertors.insert({"x", "y"}, &twice);  // x is filled from y
+        convertors.insert({"x", "y"}, &twice); // x is filled from y
         convertors.insert({"new", "x"}, &plain);
         convertors.insert({QString(), "z"}, &unused); // z is not wanted
         Table table("t");

@@ -134,6 +134,8 @@ void TableDataStreamWrite::discard()
 {
     setDevice(nullptr);
     d->isDone = true;
+    if (d->compressor)
+        d->compressor->close();
     d->file.discard();
 }
 
