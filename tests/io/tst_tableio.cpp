@@ -16,7 +16,6 @@ class tst_TableIO : public QObject
 private Q_SLOTS:
     void roundTrip_data();
     void roundTrip();
-    void bytesOnDisk();
     void keepsMasterOrderAndViews();
     void columnsOfOneSideOnly();
     void convertsChangedColumns();
@@ -81,30 +80,6 @@ void tst_TableIO::roundTrip()
     TableIO(&copy).read(stream, false);
     QCOMPARE(difference(table, copy), QString());
     QVERIFY(stream.atEnd());
-}
-
-void tst_TableIO::bytesOnDisk()
-{
-    Table table("t");
-    table.addColumn("n", FieldType::Integer, 0, false, "N", true, "");
-    table.addColumn("s", FieldType::VarChar, 3, true, QString(), false, "d");
-    table.setMasterIndex(new MasterIndex_Column_Pure(&table, QString("n")));
-    for (const int n : {258, -1}) {
-        const Record row(&table);
-        row.data(0) = n;
-        if (n > 0)
-            row.data(1) = QString("ab");
-        table.appendList({row});
-    }
-    QCOMPARE(bytesOf(table).toHex(' '),
-             QByteArray("20 15 10 02 00 02 00 00 00 02 00 00 00 0a 00 00 00 01 "
-                        "00 00 00 02 00 6e 00 00 00 02 00 4e 00 00 00 00 "
-                        "00 00 00 00 01 00 00 00 04 00 01 "
-                        "00 00 00 02 00 73 ff ff ff ff 00 00 00 02 00 64 "
-                        "00 00 00 03 05 00 00 00 06 01 00 "
-                        "00 00 00 01 00 00 00 02 00 6e "
-                        "ff ff ff ff 00 00 00 00 00 00 01 "
-                        "02 01 00 00 61 00 62 00 00 00 03"));
 }
 
 void tst_TableIO::keepsMasterOrderAndViews()
