@@ -15,7 +15,7 @@ constexpr int maximumColumns = 4096;
 constexpr qint64 maximumTextBytes = 1 << 20;    // of a name, title or description
 constexpr qint64 smallRowBytes = 1 << 20;       // of a row, however short the file is
 constexpr qint64 unmeasuredRowBytes = 16 << 20; // of a row, where the file's length is not known
-constexpr qint64 defaultRowBytes = qint64(1) << 28; // of a row, in default reading
+constexpr qint64 defaultRowBytes = 64 << 20;    // of a row, in default reading
 
 /// The bytes of one row in the file. What the header gives as negative sizes counts as none.
 qint64 storedRowBytes(const TableIO::TableHeader& header);
