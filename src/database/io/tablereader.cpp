@@ -69,13 +69,19 @@ void StoredRows::fill()
     rowsLeft -= rows;
     position = 0;
     end = rows * rowBytes;
+    if (ended) { // the run is all zero, unless it is the first one after the end
+        if (wholeEnd >= 0)
+            std::fill(run.begin(), run.end(), static_cast<unsigned char>(0));
+        wholeEnd = -1;
+        return;
+    }
     run.resize(static_cast<size_t>(end));
     qint64 got = 0;
     while (!ended && got < end) {
         // Not by way of the stream: a device may give less than asked for and go on later.
         QIODevice* device = stream.device();
-        const qint64 n =
-            device ? device->read(reinterpret_cast<char*>(run.data()) + got, end - got) : -1;
+        const qint64 n = device ? device->read(reinterpret_cast<char*>(run.data()) + got, end - got)
+                                : -1;
         ended = n <= 0;
         got += std::max<qint64>(n, 0);
     }
