@@ -47,6 +47,8 @@ public:
     int insert(const Record& record);
     /// Moves the record at a place to where it belongs; true when it had to move.
     bool move(Place place, SortKey key, int& from, int& to);
+    /// A record was changed in place.
+    void update(const Record& record, int firstColumn, int lastColumn, int position);
     void heal();
     void recover(const QList<Record>& removed, const QList<Record>& updated,
                  const QList<Record>& inserted);

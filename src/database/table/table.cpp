@@ -4,6 +4,8 @@
 #include "table/table.h"
 
 #include "index/indexlimit.h"
+#include "index/indexlist_p.h"
+#include "index/indexvector.h"
 #include "index/masterindex.h"
 #include "table/table_p.h"
 
@@ -144,6 +146,16 @@ void TablePrivate::drainPending()
     }
 }
 
+// An index whose filter threw does not hear of the row. The library's own put themselves right at
+// their next notification.
+void TablePrivate::markDamaged(Index* index)
+{
+    if (auto* list = dynamic_cast<IndexList*>(index))
+        IndexListPrivate::get(list)->markDamaged();
+    else if (auto* vector = dynamic_cast<IndexVector*>(index))
+        vector->isDamaged = true;
+}
+
 void TablePrivate::addRow(const Record& record)
 {
     if (record.isNull())
@@ -160,7 +172,14 @@ void TablePrivate::addRow(const Record& record)
         if (master)
             master->add(record);
         tellIndexes(failure, [&](Index* index) {
-            if (index->filter(record))
+            bool isAccepted = false;
+            try {
+                isAccepted = index->filter(record);
+            } catch (...) {
+                markDamaged(index);
+                throw;
+            }
+            if (isAccepted)
                 index->add(record);
         });
     });
@@ -198,8 +217,13 @@ void Table::remove(const Record& record, int position)
     const Record held = record; // `record` may be the master's own element
     d->changeNow([&](std::exception_ptr& failure) {
         d->tellIndexes(failure, [&](Index* index) { index->remove(held, -1); });
-        if (d->master)
-            d->master->remove(held, position);
+        try {
+            if (d->master)
+                d->master->remove(held, position);
+        } catch (...) {
+            if (!failure)
+                failure = std::current_exception();
+        }
     });
 }
 
@@ -274,8 +298,16 @@ void Table::addColumn(const TableColumnDef& def)
         } catch (...) {
             failure = std::current_exception();
         }
-        for (const Record& row : qAsConst(rows))
-            d->master->add(row);
+        for (const Record& row : qAsConst(rows)) {
+            try {
+                d->master->add(row);
+            } catch (...) { // of a host's compare: the row must not be lost
+                if (!failure)
+                    failure = std::current_exception();
+                IndexListPrivate::get(d->master)->append(row, SortKey());
+                TablePrivate::markDamaged(d->master);
+            }
+        }
         d->tellIndexes(failure, [](Index* index) { index->build(); });
     });
 }

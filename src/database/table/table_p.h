@@ -63,6 +63,7 @@ public:
 
     // Changes (table.cpp).
     void addRow(const Record& record);
+    static void markDamaged(Index* index);
     void trimToLimit(QList<Record>& removed, const QList<Record>& updated, int insertedCount);
     void refuseForeignRows(QList<Record>& removed, QList<Record>& updated, QList<Record>& inserted,
                            QList<Record>& changed) const;
