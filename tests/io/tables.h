@@ -148,6 +148,35 @@ inline void putContent(const QString& path, const QByteArray& bytes)
         qFatal("cannot write a test file");
 }
 
+/// How many bytes the program's address space has grown at most since this object was made.
+class MemoryGrowth
+{
+public:
+    MemoryGrowth()
+        : start(peak())
+    {}
+    qint64 bytes() const { return peak() - start; }
+    /// Whether the number means anything: sanitizers reserve memory of their own.
+    static bool isMeasured()
+    {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+        return false;
+#else
+        return peak() > 0;
+#endif
+    }
+
+private:
+    static qint64 peak()
+    {
+        for (const QByteArray& line : contentOf("/proc/self/status").split('\n'))
+            if (line.startsWith("VmPeak:"))
+                return line.simplified().split(' ').at(1).toLongLong() * 1024;
+        return 0;
+    }
+    const qint64 start;
+};
+
 /// Writes down what it is asked and told.
 struct Recorder : FilterProgress
 {

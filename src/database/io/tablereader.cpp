@@ -80,8 +80,8 @@ void StoredRows::fill()
     while (!ended && got < end) {
         // Not by way of the stream: a device may give less than asked for and go on later.
         QIODevice* device = stream.device();
-        const qint64 n = device ? device->read(reinterpret_cast<char*>(run.data()) + got, end - got)
-                                : -1;
+        const qint64 n =
+            device ? device->read(reinterpret_cast<char*>(run.data()) + got, end - got) : -1;
         ended = n <= 0;
         got += std::max<qint64>(n, 0);
     }
