@@ -231,11 +231,15 @@ void Recorder::process(const QList<Record>& removed, const QList<Record>& update
     world.endPass(removed, updated, inserted);
 }
 
-void Raiser::raise()
+// `isSettled`: the indexes before this one have followed the change.
+void Raiser::raise(bool isSettled)
 {
     if (world.raisesLeft > 0 && world.chance(3)) {
         --world.raisesLeft;
-        world.raise();
+        if (isSettled && world.table->indexes().last() == this && world.chance(4))
+            world.raiseInPlace();
+        else
+            world.raise();
     }
 }
 
@@ -689,16 +693,28 @@ void World::transactByLists()
         removed.append(row->record);
         model.remove(row);
     }
-    for (int n = pick(scale[size] + 1); n > 0; --n) {
-        Row* row = anyRow(true);
-        // Clashes of the lists: updated and removed, updated twice.
-        if (!row || (used.contains(row) && (!isIdle || !chance(4))))
-            continue;
+    const auto update = [&](Row* row) {
         used.insert(row);
         const Cells cells = randomCells(first, last);
         updated.append(row->record);
         changed.append(contentFor(*row, cells));
         model.update(row, cells);
+    };
+    for (int n = pick(scale[size] + 1); n > 0; --n) {
+        Row* row = anyRow(true);
+        // Clashes of the lists: updated and removed, updated twice.
+        if (row && (!used.contains(row) || (isIdle && chance(4))))
+            update(row);
+    }
+    for (int n = pick(scale[size]); n > 0 && table->rowCount() < 20000; --n) {
+        Row* row = newRow();
+        inserted.append(row->record);
+        if (isIdle && chance(10)) // an update of a row that is not there brings it in as well
+            update(row);
+        else
+            model.insert(row);
+        if (isIdle && chance(10))
+            inserted.append(row->record);
     }
     if (isIdle && chance(5)) { // told as updated, but without new content
         Row* row = anyRow(true);
@@ -706,11 +722,6 @@ void World::transactByLists()
             updated.append(row->record);
             model.update(row, {});
         }
-    }
-    for (int n = pick(scale[size]); n > 0 && table->rowCount() < 20000; --n) {
-        Row* row = newRow();
-        inserted.append(row->record);
-        model.insert(row);
     }
     if (first == 0 && last == columns.size() - 1)
         first = last = -1;
@@ -780,6 +791,57 @@ void World::updateInPlace()
         table->updated(row->record, first, last, chance(2) ? -1 : position);
 }
 
+// From inside a notification, when all other indexes have been told of it.
+void World::raiseInPlace()
+{
+    Row* row = anyRow(true);
+    if (!row || !row->inTable)
+        return;
+    if (!isUntold)
+        checkViews();
+    isUntold = true;
+    const int first = pick(columns.size());
+    const int last = first + pick(columns.size() - first);
+    const Cells cells = randomCells(first, last);
+    write(row, cells);
+    trace("  raised in place: %d", row->id);
+    pending.update(row, cells);
+    table->updated(row->record, first, last);
+}
+
+// Cells are changed without a word; the transaction that then names the rows puts all right.
+void World::changeUntold()
+{
+    Transaction model;
+    RecordsTrans real(table.get());
+    for (int n = 1 + pick(3); n > 0; --n) {
+        Row* row = anyRow(true);
+        if (!row || !row->inTable || model.find(row))
+            continue;
+        for (int column = 1 + pick(2); column < columns.size(); column += 1 + pick(5)) {
+            table->setNull(master->rows().indexOf(row), column);
+            row->codes[column] = 0;
+        }
+        isUntold = true;
+        if (chance(2)) {
+            real.remove(row->record);
+            model.remove(row);
+        } else {
+            const int column = pick(columns.size());
+            const Cells cells = randomCells(column, column);
+            real.update(row->record, contentFor(*row, cells), column, column);
+            model.update(row, cells);
+        }
+    }
+    if (chance(2)) {
+        Row* row = newRow();
+        real.insert(row->record);
+        model.insert(row);
+    }
+    expect(model);
+    table->process(real);
+}
+
 void World::rebuildSome()
 {
     if (chance(4)) {
@@ -839,7 +901,7 @@ void World::addColumn()
               "addColumn inside a notification");
         return;
     }
-    if (columns.size() > 12)
+    if (columns.size() > 9)
         return;
     // All rows move: the model lets go of them and finds them by their places again.
     const Rows order = masterOrder();
@@ -904,7 +966,9 @@ void World::step()
         singleRow();
     else if (choice < 34)
         updateInPlace();
-    else if (choice < 36)
+    else if (choice == 34)
+        changeUntold();
+    else if (choice == 35)
         rebuildSome();
     else if (choice == 36)
         attachOrDetach();
@@ -937,7 +1001,9 @@ void World::beginPass(const QList<Record>& removedRecords, const QList<Record>& 
                       int first, int last, const QList<Record>& insertedRecords,
                       const QList<Record>& changes)
 {
-    checkViews();
+    if (!isUntold)
+        checkViews();
+    isUntold = false;
     check(table->transactionState() == 1, "state before the rows change");
     running = isCurrent ? current : pending;
     trace("  pass%s", qPrintable(running.toString()));

@@ -58,7 +58,7 @@ public:
     {}
     void clear() override {}
     void build() override {}
-    void add(const Record&) override { raise(); }
+    void add(const Record&) override { raise(true); }
     void preprocess(const QList<Record>&, const QList<Record>&, int, int, const QList<Record>&,
                     const QList<Record>&) override
     {
@@ -67,16 +67,16 @@ public:
     void process(const QList<Record>&, const QList<Record>&, int, int,
                  const QList<Record>&) override
     {
-        raise();
+        raise(true);
     }
     void remove(const Record&, int) override { raise(); }
-    void update(const Record&, int, int, int) override { raise(); }
+    void update(const Record&, int, int, int) override { raise(true); }
     bool filter(const Record&) const override { return true; }
     bool contains(const Record&) const override { return false; }
     QString getClassName() const override { return QStringLiteral("Raiser"); }
 
 private:
-    void raise();
+    void raise(bool isSettled = false);
     World& world;
 };
 
@@ -143,6 +143,8 @@ private:
     void transactByLists();
     void singleRow();
     void updateInPlace();
+    void raiseInPlace();
+    void changeUntold();
     void rebuildSome();
     void attachOrDetach();
     void addColumn();
@@ -195,6 +197,7 @@ private:
     int limit = 0;
     Recorder* recorder = nullptr;
 
+    bool isUntold = false;  ///< cells were changed that no index has heard of: none can be right
     bool isCurrent = false; ///< the transaction that the driver has just handed over
     Transaction current;
     Transaction pending;

@@ -107,12 +107,17 @@ bool IndexSortWork::find(const Record& record, Place& place) const
     return false;
 }
 
+bool IndexSortWork::isUntold(const Record& record) const
+{
+    return d->table && TablePrivate::get(d->table.data())->untoldNow.contains(record.row());
+}
+
 IndexSortWork::Hint IndexSortWork::locate(const Record& record) const
 {
     Hint hint{record.row(), Place{0, 0, 0}, Hint::Found};
     if (!find(record, hint.place)) {
         // One that the filter refuses is not here: no need to look everywhere.
-        const bool isRefused = !q->filter(record);
+        const bool isRefused = !isUntold(record) && !q->filter(record);
         hint.state = isRefused || list.isEmpty() ? Hint::Absent : Hint::Unknown;
     }
     return hint;
@@ -123,6 +128,7 @@ bool IndexSortWork::canSkip(const QList<Record>& removed, int firstColumn, int l
 {
     return removed.isEmpty() && inserted.isEmpty() && !d->isObserved() && d->table &&
            !TablePrivate::get(d->table.data())->hasAbsentUpdates &&
+           TablePrivate::get(d->table.data())->untoldNow.isEmpty() &&
            !q->isAffected(firstColumn, lastColumn);
 }
 
