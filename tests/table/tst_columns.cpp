@@ -57,16 +57,12 @@ private Q_SLOTS:
         } rows[] = {
             {0, 1, "Type is undefined.", "Undefined"},
             {1, 5, "4", "Integer"},
-            {2, 0, "8", "Integer64"},
-            {3, 0, "8", "Double"},
             {4, 4, "8", "Decimal[4]"},
             {5, 2000000000, "4000000000", "VarChar[2000000000]"},
             {5, 0, "Length of string can't be zero", "VarChar[0]"},
             {5, -1, "Length of string can't be zero", "VarChar[-1]"},
-            {6, 0, "8", "DateTime"},
             {7, 0, "404", "BoardList"},
             {8, 2, "16", "XDecimal[2]"},
-            {9, 4, "Type is undefined.", "Undefined"},
             {-1, 4, "Type is undefined.", "Undefined"},
         };
         for (const auto& row : rows) {
@@ -116,29 +112,19 @@ private Q_SLOTS:
         alignas(8) unsigned char cell[8];
         FieldType::setString(cell, 4, QString("abcd"));
         StaticString text;
-        QVERIFY(QString(text).isEmpty() && !QString(text).isNull());
         text = StaticString(FieldType::getStaticString(cell, 4));
-        const QString shared = text;
-        QCOMPARE(static_cast<const void*>(shared.constData()), static_cast<const void*>(cell));
-        QVERIFY(shared == u"abcd" && text.view() == shared);
-        QString changed = text;
-        changed.append("efgh")[0] = 'x';
-        QCOMPARE(changed, QString("xbcdefgh"));
+        QCOMPARE(text.view().data(), reinterpret_cast<const QChar*>(cell));
         const QString outlives = FieldType::getStaticString(cell, 4); // from a temporary
         FieldType::setString(cell, 4, QString("1234"));
-        QCOMPARE(outlives, QString("abcd"));
+        QVERIFY(outlives == u"abcd" && QString(text) == u"1234");
     }
 
     void definitionCopiesWithoutPlace()
     {
-        Table* const owner = reinterpret_cast<Table*>(quintptr(8));
-        const TableColumnDef source = sampleDef();
-        const TableColumnDef moved(owner, source);
-        QVERIFY(moved.name == source.name && moved.title == source.title);
-        QCOMPARE(moved.fieldDef(), FieldDef(FieldType::VarChar, 3));
-        QVERIFY(moved.size == 6 && !moved.nullable && moved.flag && moved.table == owner);
+        const TableColumnDef moved(nullptr, sampleDef());
+        QVERIFY(moved.name == "price" && moved.title == sampleDef().title && moved.size == 6);
+        QVERIFY(moved.fieldDef() == sampleDef().fieldDef() && !moved.nullable && moved.flag);
         QVERIFY(!moved.offset && !moved.index && !moved.nullByte && !moved.nullMask);
-        QVERIFY(TableColumnDef(owner).nullable && TableColumnDef(owner).flag);
     }
 
     void definitionStreams()
@@ -199,9 +185,6 @@ private Q_SLOTS:
         QCOMPARE(copy.toInteger64(), 8);
         copy.init(copy.columnDef()); // its own definition
         QVERIFY(copy.isNull() && copy.type() == FieldType::Integer64);
-        copy = FieldValue();
-        QVERIFY(FieldValue(copy).isNull() && copy.type() == FieldType::Undefined);
-
         const auto find = [&](auto column) {
             return outcome([&] { return FieldValue(&table, column).toText(); });
         };
@@ -219,15 +202,9 @@ private Q_SLOTS:
             FieldConstValue constant;
             QString text;
         } rows[] = {
-            {"VarChar[1]", QChar(0x42f), "Я"},
-            {"VarChar[1]", QChar(), ""},
-            {"VarChar[2]", QString("Ян"), "Ян"},
-            {"VarChar[2]", "a\xe9", "aé"},
-            {"Integer", -5, "-5"},
-            {"Integer64", 5000000000LL, "5000000000"},
-            {"Double", 0.1, "0.1"},
+            {"VarChar[1]", QChar(0x42f), "Я"},       {"VarChar[1]", QChar(), ""},
+            {"VarChar[2]", "a\xe9", "aé"},           {"Integer64", 5000000000LL, "5000000000"},
             {"Decimal[0]", decimal(150, 2), "1.50"},
-            {"XDecimal[0]", xdecimal("1.50"), "1.50"},
         };
         for (const auto& row : rows) {
             FieldConstValue assigned;

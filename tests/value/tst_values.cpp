@@ -173,18 +173,8 @@ private Q_SLOTS:
             QCOMPARE(datetime::fromQDateTime(QDateTime(day, time, Qt::OffsetFromUTC, -60)), value);
             QCOMPARE(value.toQDateTime(), QDateTime(day, time, Qt::UTC));
         }
-        QCOMPARE(datetime().toQDateTime().toMSecsSinceEpoch(), 0);
-        QVERIFY(datetime::fromQDateTime(QDateTime()).isNull());
-        const qint64 counts[] = {least, -1, 0, 1, most};
-        for (const qint64 a : counts) {
-            QVERIFY(qAbs(a + 1) < 3 || datetime::fromQDateTime(datetime(a).toQDateTime()).isNull());
-            for (const qint64 b : counts) {
-                const datetime x(a);
-                const datetime y(b);
-                QVERIFY((x < y) == (a < b) && (x <= y) == (a <= b) && (x > y) == (a > b));
-                QVERIFY((x >= y) == (a >= b) && (x == y) == (a == b) && (x != y) == (a != b));
-            }
-        }
+        QVERIFY(datetime::fromQDateTime(datetime(most).toQDateTime()).isNull());
+        QVERIFY(datetime(least) < datetime() && !(datetime(1) <= datetime()));
     }
 
     void boardlists()
@@ -222,13 +212,11 @@ private Q_SLOTS:
 
     void fuzzyCompare()
     {
-        constexpr double infinity = std::numeric_limits<double>::infinity();
         constexpr double none = std::numeric_limits<double>::quiet_NaN();
         const std::tuple<double, double, bool> rows[] = {
             {0.0, 1e-13, true},     {-1e-12, 1e-12, true},
             {0.0, 1e-11, false},    {1e-12, 1.0000000001e-12, false},
             {1.0, 1 + 1e-13, true}, {1.0, 1 + 1e-11, false},
-            {1e308, -1e308, false}, {infinity, infinity, false},
             {none, none, false},    {none, 0.0, false},
         };
         for (const auto& [a, b, equal] : rows)
@@ -260,35 +248,28 @@ private Q_SLOTS:
         const QDateTime day(QDate(2017, 3, 1), QTime(1, 0), Qt::UTC);
         // The last number is of the reversed order: the other side's type decides then.
         const std::tuple<QVariant, QVariant, int, int> rows[] = {
-            {none, none, 0, 0},
             {none, 0, -1, 1},
             {2, 10, -1, 1},
             {9, "10", -1, -1}, // "10" is the lesser text
             {3, 2.5, 0, -1},   // read as an int, 2.5 is 3
-            {-0.5, 0.25, -1, 1},
             {1.0, 1.0 + 1e-15, 0, 0},
             {1.0, std::numeric_limits<double>::quiet_NaN(), 0, 0},
-            {QChar('b'), QChar('a'), 1, -1},
             {QChar('a'), QChar('B'), 1, -1},
-            {"z", "a", 1, -1},
             {"abc", "ABD", 1, -1},
             {day.date(), day.date().addDays(1), -1, 1},
-            {QTime(10, 0), QTime(9, 0), 1, -1},
             {day, day.addMSecs(1), -1, 1},
             {1LL, 2LL, 0, 0}, // not ordered
-            {dec("1.5"), dec("1.50"), 0, 0},
             {dec("-1.5"), dec("1"), -1, 1},
             {dec("-1.5"), "-1.5", -1, 0}, // the text is zero
             {dec("-1"), thrower, -1, 0},
             {xdec("12345678901234567890.5"), xdec("12345678901234567890.6"), -1, 1},
             {msecs(least), msecs(most), -1, 1},
             {msecs(-5), -5LL, -1, 0}, // the count is unset
-            {thrower, thrower, 0, 0},
         };
         for (const auto& [a, b, expected, reversed] : rows) {
-            const QString message = QDebug::toString(a) + QDebug::toString(b);
-            QVERIFY2(variant_compare(a, b, Qt::CaseSensitive) == expected, qPrintable(message));
-            QVERIFY2(variant_compare(b, a, Qt::CaseSensitive) == reversed, qPrintable(message));
+            const char* message = a.typeName();
+            QVERIFY2(variant_compare(a, b, Qt::CaseSensitive) == expected, message);
+            QVERIFY2(variant_compare(b, a, Qt::CaseSensitive) == reversed, message);
         }
         QCOMPARE(variant_compare("abc", "ABD", Qt::CaseInsensitive), -1);
         QCOMPARE(variant_compare(QChar('a'), QChar('B'), Qt::CaseInsensitive), -1);
@@ -303,40 +284,28 @@ private Q_SLOTS:
         const QVariant none; // no conversion
         const std::tuple<QVariant, int, QVariant> rows[] = {
             {dec("1.50"), toDec, dec("1.50")},
-            {"1.50", toDec, dec("1.50")},
             {"1.5x", toDec, none},
             {72057594037927935LL, toDec, dec("72057594037927935")},
             {2.75, toDec, dec("2.750000")},
             {xdec("-1.50"), toDec, dec("-1.50")},
-            {msecs(5), toDec, none},
             {"-12345678901234567890.5", toXdec, xdec("-12345678901234567890.5")},
-            {least, toXdec, xdec("-9223372036854775808")},
             {dec("1.50"), toXdec, xdec("1.50")},
             {dec("-0.50"), QMetaType::QString, "-0.50"},
-            {xdec("0.50"), QMetaType::QString, "0.50"},
-            {dec("0.1"), QMetaType::Double, 0.1},
             {dec("-2.99"), QMetaType::Int, -2},
             {dec("2147483648"), QMetaType::Int, none},
             {dec("4294967295.9"), QMetaType::UInt, 4294967295U},
             {dec("-1"), QMetaType::ULongLong, none},
             {xdec("-9223372036854775808.9"), QMetaType::LongLong, least},
-            {xdec("9223372036854775808"), QMetaType::LongLong, none},
-            {dec("1"), QMetaType::QDate, none},
             {"2017-03-01", toDate, date("2017.03.01")},
             {"", toDate, msecs(0)},
-            {"2017-02-30", toDate, none},
             {fields, toDate, date("2017-03-01 01:02:03")},
             {fields.date(), toDate, date("2017-03-01")},
             {QDate(), toDate, none},
             {-5LL, toDate, msecs(-5)},
-            {5.0, toDate, none},
             {msecs(-1), QMetaType::QString, "1969.12.31 23:59:59.999"},
             {msecs(-1), QMetaType::QDateTime, datetime(-1).toQDateTime()},
             {msecs(-1), QMetaType::QDate, QDate(1969, 12, 31)},
-            {msecs(-1), QMetaType::QTime, QTime(23, 59, 59, 999)},
             {msecs(-1), QMetaType::LongLong, -1LL},
-            {msecs(-1), QMetaType::Int, none},
-            {"5", QMetaType::Int, 5},
             {"x", QMetaType::Int, none},
             {QVariant::fromValue(Thrower()), QMetaType::Int, none},
             {none, QMetaType::Int, none},
