@@ -325,21 +325,36 @@ QVector<SortColumn> World::randomOrder(bool hostStyle)
     return order;
 }
 
+// One or two columns have to be below a bound. `read` are the columns that decide.
 Filter World::makeFilter(RealFilter* real, QVector<int>* read)
 {
     if (chance(3))
         return acceptsAll;
-    const int column = pick(columns.size());
-    const int bound = zeroCode - domain / 2 + pick(domain + 1);
-    const Column definition = columns.at(column);
-    *real = [=](const Record& record) {
-        const Field cell = record.data(column);
-        return !cell.isNull() && cellBelow(cell, definition, bound);
+    struct Condition
+    {
+        int column;
+        int bound;
+        Column definition;
     };
-    if (read)
-        *read = {column};
-    return
-        [=](const Row& row) { return row.codes.at(column) != 0 && row.codes.at(column) < bound; };
+    QVector<Condition> conditions;
+    for (int n = 1 + pick(2); n > 0; --n) {
+        const int column = pick(columns.size());
+        conditions.append({column, zeroCode - domain / 2 + 1 + pick(domain), columns.at(column)});
+        if (read)
+            read->append(column);
+    }
+    *real = [conditions](const Record& record) {
+        return std::all_of(conditions.begin(), conditions.end(), [&](const Condition& condition) {
+            const Field cell = record.data(condition.column);
+            return !cell.isNull() && cellBelow(cell, condition.definition, condition.bound);
+        });
+    };
+    return [conditions](const Row& row) {
+        return std::all_of(conditions.begin(), conditions.end(), [&](const Condition& condition) {
+            const int code = row.codes.at(condition.column);
+            return code != 0 && code < condition.bound;
+        });
+    };
 }
 
 void World::makeMaster()
@@ -947,6 +962,13 @@ void World::raise()
     case 3:
         addColumn();
         break;
+    case 4:
+        if (table->transactionState() == 1) { // between the announcement and the change
+            SortedModel* view = sorted.at(pick(sorted.size()));
+            const_cast<IndexSort*>(view->sorted)->resort();
+            break;
+        }
+        Q_FALLTHROUGH();
     default:
         transact();
     }
