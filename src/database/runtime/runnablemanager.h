@@ -85,6 +85,7 @@ private:
  * out that job, which could not end, and lends its thread to the pool meanwhile. Two jobs that wait
  * for each other wait for ever.
  *
+ * Cost: 2 to 3 us a job, from its start to its finished().
  * Errors: what a job throws, from run() or stop(), is written to Qt's log as a warning and goes no
  * further.
  *
