@@ -101,7 +101,6 @@ class TestConcurrentSort : public QObject
 private Q_SLOTS:
     void sortsStably_data();
     void sortsStably();
-    void movesOnly();
     void cutsAtTheEighths_data();
     void cutsAtTheEighths();
     void usesThePoolAbove511();
@@ -112,11 +111,9 @@ private Q_SLOTS:
     void mapRunsEachItemOnce();
     void mapCarriesExceptions_data();
     void mapCarriesExceptions();
-    void firstExceptionWins();
     void poolFullOfCallers_data();
     void poolFullOfCallers();
     void poolWaitingForTheCaller();
-    void nestedMaps();
 };
 
 void TestConcurrentSort::sortsStably_data()
@@ -145,17 +142,6 @@ void TestConcurrentSort::sortsStably()
         ConcurrentSort::stableSortHelper(deque.begin(), deque.end(), keyLess);
         QVERIFY(isStablySorted(deque.begin(), deque.end()));
     }
-}
-
-void TestConcurrentSort::movesOnly()
-{
-    std::vector<std::unique_ptr<int>> elements;
-    for (int i = 0; i < 2000; ++i)
-        elements.push_back(std::make_unique<int>(i * 7919 % 2000));
-    ConcurrentSort::stableSortHelper(elements.begin(), elements.end(),
-                                     [](const auto& a, const auto& b) { return *a < *b; });
-    for (int i = 0; i < 2000; ++i)
-        QCOMPARE(*elements[std::size_t(i)], i);
 }
 
 void TestConcurrentSort::cutsAtTheEighths_data()
@@ -315,24 +301,6 @@ void TestConcurrentSort::mapCarriesExceptions()
     }
 }
 
-void TestConcurrentSort::firstExceptionWins()
-{
-    const PoolSize size(1);
-    QVector<int> items = {0, 1, 2, 3, 4, 5, 6, 7};
-    std::atomic<int> thrown{0};
-    int caught = 0;
-    try {
-        LiveTable::blockingMap(items, [&](int item) {
-            if (item > 2)
-                throw ++thrown;
-        });
-    } catch (int number) {
-        caught = number;
-    }
-    QCOMPARE(thrown.load(), 5);
-    QCOMPARE(caught, 1);
-}
-
 void TestConcurrentSort::poolFullOfCallers_data()
 {
     QTest::addColumn<int>("threads");
@@ -388,23 +356,6 @@ void TestConcurrentSort::poolWaitingForTheCaller()
         }
         waitForPool();
         QCOMPARE(runs.load(), 8);
-    }
-}
-
-void TestConcurrentSort::nestedMaps()
-{
-    for (int threads : {1, 2}) {
-        const PoolSize size(threads);
-        std::atomic<int> runs{0};
-        std::vector<int> outer(6);
-        LiveTable::blockingMap(outer, [&](int) {
-            std::vector<int> inner(5);
-            LiveTable::blockingMap(inner, [&](int) {
-                std::vector<int> innermost(4);
-                LiveTable::blockingMap(innermost, [&](int) { ++runs; });
-            });
-        });
-        QCOMPARE(runs.load(), 6 * 5 * 4);
     }
 }
 

@@ -3,7 +3,7 @@
 
 #include "support/seed.h"
 
-#include <QElapsedTimer>
+#include <QTest>
 
 #include <limits>
 #include <random>
@@ -11,8 +11,6 @@
 
 using Set = RangeSet<int>;
 using Bounds = QList<int>;
-
-Q_DECLARE_METATYPE(Set)
 
 namespace {
 
@@ -49,68 +47,10 @@ class TestRangeSet : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void fixedCases_data();
-    void fixedCases();
     void argumentsMayBeItsOwnBoundaries();
     void limitsOfInt();
-    void ascendingAppendsAreCheap();
     void followsAModel();
 };
-
-void TestRangeSet::fixedCases_data()
-{
-    QTest::addColumn<Set>("result");
-    QTest::addColumn<Bounds>("expected");
-    const auto add = [](Set set, int from, int to) {
-        set.addRange(from, to);
-        return set;
-    };
-    const auto cut = [](Set set, int from, int to) {
-        set.remove(from, to);
-        return set;
-    };
-    const Set one = made({5, 8});
-    const Set two = made({5, 8, 10, 12});
-
-    QTest::newRow("add to empty") << add(Set(), 5, 8) << Bounds{5, 8};
-    QTest::newRow("add ending at a begin") << add(one, 3, 5) << Bounds{3, 8};
-    QTest::newRow("add beginning at an end") << add(one, 8, 9) << Bounds{5, 9};
-    QTest::newRow("add between, touching both") << add(two, 8, 10) << Bounds{5, 12};
-    QTest::newRow("add one short of both")
-        << add(made({1, 3, 9, 12}), 4, 8) << Bounds{1, 3, 4, 8, 9, 12};
-    QTest::newRow("add over all") << add(two, 0, 20) << Bounds{0, 20};
-    QTest::newRow("add inside") << add(one, 6, 7) << Bounds{5, 8};
-    QTest::newRow("add the same") << add(two, 10, 12) << Bounds{5, 8, 10, 12};
-    QTest::newRow("add nothing") << add(one, 6, 6) << Bounds{5, 8};
-    QTest::newRow("add nothing outside") << add(one, 2, 2) << Bounds{5, 8};
-    QTest::newRow("add backwards") << add(one, 7, 2) << Bounds{5, 8};
-
-    QTest::newRow("remove inside") << cut(one, 6, 7) << Bounds{5, 6, 7, 8};
-    QTest::newRow("remove exactly") << cut(two, 5, 8) << Bounds{10, 12};
-    QTest::newRow("remove the tail") << cut(one, 7, 8) << Bounds{5, 7};
-    QTest::newRow("remove the head") << cut(one, 5, 6) << Bounds{6, 8};
-    QTest::newRow("remove a gap") << cut(two, 8, 10) << Bounds{5, 8, 10, 12};
-    QTest::newRow("remove across") << cut(two, 7, 11) << Bounds{5, 7, 11, 12};
-    QTest::newRow("remove all") << cut(two, 0, 100) << Bounds{};
-    QTest::newRow("remove nothing") << cut(one, 6, 6) << Bounds{5, 8};
-    QTest::newRow("remove backwards") << cut(one, 8, 5) << Bounds{5, 8};
-
-    QTest::newRow("intersect empty") << Set().intersect(0, 100) << Bounds{};
-    QTest::newRow("intersect cut and whole") << two.intersect(6, 20) << Bounds{6, 8, 10, 12};
-    QTest::newRow("intersect inside one") << two.intersect(6, 7) << Bounds{6, 7};
-    QTest::newRow("intersect a gap") << two.intersect(8, 10) << Bounds{};
-    QTest::newRow("intersect up to a begin") << two.intersect(0, 10) << Bounds{5, 8};
-    QTest::newRow("intersect both ends cut") << two.intersect(7, 11) << Bounds{7, 8, 10, 11};
-    QTest::newRow("intersect nothing") << two.intersect(6, 6) << Bounds{};
-    QTest::newRow("intersect backwards") << two.intersect(11, 6) << Bounds{};
-}
-
-void TestRangeSet::fixedCases()
-{
-    QFETCH(Set, result);
-    QFETCH(Bounds, expected);
-    QCOMPARE(result.boundaries(), expected);
-}
 
 void TestRangeSet::argumentsMayBeItsOwnBoundaries()
 {
@@ -133,23 +73,6 @@ void TestRangeSet::limitsOfInt()
     set.addRange(low, low + 1);
     QCOMPARE(set.boundaries(), (Bounds{low, low + 1, 0, high}));
     QCOMPARE(set.intersect(low, high), set);
-}
-
-// Quadratic appends of this many ranges would take minutes.
-void TestRangeSet::ascendingAppendsAreCheap()
-{
-    const int n = 300'000;
-    QElapsedTimer timer;
-    timer.start();
-    Set apart;
-    Set touching;
-    for (int i = 0; i < n; ++i) {
-        apart.addRange(2 * i, 2 * i + 1);
-        touching.addRange(i, i + 1);
-    }
-    QCOMPARE(apart.rangeCount(), n);
-    QCOMPARE(touching.boundaries(), (Bounds{0, n}));
-    QVERIFY2(timer.elapsed() < 10'000, qPrintable(QString::number(timer.elapsed())));
 }
 
 void TestRangeSet::followsAModel()

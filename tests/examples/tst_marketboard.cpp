@@ -88,11 +88,6 @@ Outcome runBoard(const QStringList& arguments)
             QString::fromUtf8(process.readAllStandardError())};
 }
 
-decimal price(const char* text)
-{
-    return decimal(QString::fromLatin1(text));
-}
-
 } // namespace
 
 class tst_marketboard : public QObject
@@ -102,13 +97,11 @@ class tst_marketboard : public QObject
 private Q_SLOTS:
     void pricesAreExact_data();
     void pricesAreExact();
-    void simulationIsAPlausibleDay();
     void replayMergesByTime();
     void faultyFilesAreNamed_data();
     void faultyFilesAreNamed();
     void checksFindWhatIsWrong_data();
     void checksFindWhatIsWrong();
-    void tapeHoldsTheLatest();
     void programPlays_data();
     void programPlays();
     void programRefuses_data();
@@ -158,62 +151,6 @@ void tst_marketboard::pricesAreExact()
     QCOMPARE(value.has_value(), !read.isEmpty());
     if (value)
         QCOMPARE(value->toString(), read);
-}
-
-void tst_marketboard::simulationIsAPlausibleDay()
-{
-    Simulation first;
-    Simulation second;
-    std::set<std::tuple<int, char, decimal>> contracts;
-    std::map<std::tuple<int, char, decimal>, bool> hadBid;
-    int quotes = 0, noBid = 0, noAsk = 0, neither = 0, bidReturned = 0, lastMs = 0, futures = 0;
-    const decimal tick = price("0.05");
-
-    for (;;) {
-        const Session::Event event = first.next();
-        QCOMPARE(int(second.next()), int(event));
-        if (event == Session::Event::End)
-            break;
-        if (event == Session::Event::Future) {
-            ++futures;
-            QVERIFY(*first.future().bid.price < *first.future().ask.price);
-            QCOMPARE(*second.future().bid.price, *first.future().bid.price);
-            continue;
-        }
-        const OptionQuote& quote = first.option();
-        ++quotes;
-        QVERIFY(quote.timeMs >= lastMs);
-        lastMs = quote.timeMs;
-        QVERIFY(second.option().bid == quote.bid && second.option().ask == quote.ask);
-        const auto key = std::make_tuple(quote.expiry, quote.right, quote.strike);
-        contracts.insert(key);
-
-        const bool bid = quote.bid.price.has_value();
-        const bool ask = quote.ask.price.has_value();
-        noBid += !bid;
-        noAsk += !ask;
-        neither += !bid && !ask;
-        if (bid && hadBid.count(key) && !hadBid[key])
-            ++bidReturned;
-        hadBid[key] = bid;
-        QCOMPARE(quote.bid.size > 0, bid);
-        QCOMPARE(quote.ask.size > 0, ask);
-        if (bid)
-            QVERIFY(*quote.bid.price > decimal::zero && quote.bid.price->mantissa() % 5 == 0);
-        if (bid && ask)
-            QVERIFY(*quote.ask.price - *quote.bid.price >= tick);
-        if (ask && *quote.ask.price > price("5.00"))
-            QCOMPARE(int(quote.ask.price->mantissa() % 25), 0);
-    }
-
-    QCOMPARE(int(contracts.size()), 200);
-    QCOMPARE(futures, int(Simulation::Minutes));
-    QVERIFY2(quotes > 240'000 && quotes < 260'000, qPrintable(QString::number(quotes)));
-    QVERIFY(noBid > quotes / 50 && noBid < quotes / 5);
-    QVERIFY(noAsk > quotes / 50 && noAsk < quotes / 5);
-    QVERIFY(neither > 0);
-    QVERIFY(bidReturned > 100);
-    QVERIFY(first.next() == Session::Event::End);
 }
 
 void tst_marketboard::replayMergesByTime()
@@ -365,22 +302,6 @@ void tst_marketboard::checksFindWhatIsWrong()
     const QString found = verifier.check().value_or(QString());
     QVERIFY2(found.contains(difference) && found.isEmpty() == difference.isEmpty(),
              qPrintable(found));
-}
-
-void tst_marketboard::tapeHoldsTheLatest()
-{
-    Simulation simulation;
-    Board board;
-    int quotes = 0;
-    while (quotes < Board::TapeLimit + 500) {
-        if (simulation.next() == Session::Event::Option) {
-            board.apply(simulation.option());
-            ++quotes;
-        }
-    }
-    QCOMPARE(board.tape().rowCount(), int(Board::TapeLimit));
-    QCOMPARE(board.tapeView().at(0).data(Board::Sequence).toInteger(), 501);
-    QCOMPARE(board.tape().at(0).data(Board::Sequence).toInteger(), 501);
 }
 
 void tst_marketboard::programPlays_data()

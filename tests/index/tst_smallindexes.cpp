@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "index/filterprogress.h"
 #include "index/indexdependbase.h"
 #include "index/indexvector.h"
 #include "index/masterindex.h"
@@ -176,22 +175,17 @@ class TestSmallIndexes : public QObject
 private Q_SLOTS:
     void watchFollowsAScript_data();
     void watchFollowsAScript();
-    void watchHearsTheTable();
 
     void vectorKeepsOrder();
     void vectorSearches();
-    void vectorMovesSeveralRowsAtOnce();
     void vectorFollowsAModel();
     void vectorResorts();
-    void vectorSurvivesAThrow();
     void vectorBuildReleasesTheLock();
 
     void dependentsAreToldAll();
     void dependentsMayComeAndGo();
-    void dependentsThatThrow();
 
     void indexesAndTablesDieInAnyOrder();
-    void filterProgressTrueTakesAll();
 };
 
 // a .. d stand for rows, + - * for adding, removing and updating, ! for clear, ? for build.
@@ -247,24 +241,6 @@ void TestSmallIndexes::watchFollowsAScript()
         QCOMPARE(watch.contains(row), watch.added().contains(row) || watch.updated().contains(row));
 }
 
-void TestSmallIndexes::watchHearsTheTable()
-{
-    const Fixture fixture;
-    const Record kept = fixture.append(1);
-    const Record gone = fixture.append(2);
-    WatchIndex watch(fixture.table.get());
-    QVERIFY(watch.filter(kept));
-    QCOMPARE(watch.indexOf(kept), -1);
-    QCOMPARE(watch.getClassName(), QStringLiteral("WatchIndex"));
-    const Record fresh = fixture.append(3);
-    fixture.update({{kept, 4}});
-    fixture.table->remove(gone);
-    QCOMPARE(watch.added(), QList<Record>{fresh});
-    QCOMPARE(watch.updated(), QList<Record>{kept});
-    QCOMPARE(watch.removed(), QList<Record>{gone});
-    QCOMPARE(keyOf(gone), 2); // the watch keeps the row alive
-}
-
 void TestSmallIndexes::vectorKeepsOrder()
 {
     const Fixture fixture;
@@ -309,18 +285,6 @@ void TestSmallIndexes::vectorSearches()
     QVERIFY(vector.contains(three) && !vector.contains(fixture.row(4)));
     QCOMPARE(vector.indexOf(vector.records().at(0)), -1);
     QCOMPARE(vector.getClassName(), QStringLiteral("IndexVector"));
-}
-
-// Moved one by one, 10 would be put before the 4 that has become 11 already.
-void TestSmallIndexes::vectorMovesSeveralRowsAtOnce()
-{
-    const Fixture fixture;
-    QVector<Record> rows;
-    for (int key : {1, 2, 3, 4})
-        rows.append(fixture.append(key));
-    KeyVector vector(fixture.table.get());
-    fixture.update({{rows[0], 10}, {rows[3], 0}, {rows[1], 11}});
-    QCOMPARE(keysOf(vector.records()), (QVector<int>{0, 3, 10, 11}));
 }
 
 void TestSmallIndexes::vectorFollowsAModel()
@@ -386,55 +350,6 @@ void TestSmallIndexes::vectorResorts()
     vector.callsLeft = 4;
     QVERIFY_EXCEPTION_THROWN(vector.resort(), QString);
     QCOMPARE(keysOf(vector.records()), (QVector<int>{2, 3, 3, 4, 4}));
-}
-
-// Whatever call of compare or filter throws, the rows are in the table and the next notification
-// finds the view as it should be.
-void TestSmallIndexes::vectorSurvivesAThrow()
-{
-    int throwing = 1;
-    for (bool thrown = true; thrown; ++throwing) {
-        const Fixture fixture;
-        QVector<Record> rows;
-        for (int key : {1, 2, 3, 4, 5})
-            rows.append(fixture.append(key));
-        KeyVector vector(fixture.table.get(), 100);
-        thrown = false;
-        vector.callsLeft = throwing;
-        try {
-            RecordsTrans changes(fixture.table.get());
-            changes.remove(rows[4]);
-            changes.update(rows[0], fixture.row(7), Key, Key);
-            changes.update(rows[1], fixture.row(200), Key, Key);
-            changes.update(rows[2], fixture.row(0), Key, Key);
-            changes.insert(fixture.row(3));
-            changes.execute();
-        } catch (const QString&) {
-            thrown = true;
-        }
-        QCOMPARE(fixture.table->rowCount(), 5);
-        // It may well throw once more while it repairs itself.
-        vector.callsLeft = thrown ? 3 : 0;
-        try {
-            fixture.update({{rows[3], 6}});
-        } catch (const QString&) {
-        }
-        vector.callsLeft = 0;
-        switch (throwing % 3) {
-        case 0:
-            fixture.update({{rows[3], 5}});
-            break;
-        case 1:
-            rows[3].data(Key) = 5;
-            fixture.table->updated(rows[3], Key, Key);
-            break;
-        default:
-            fixture.table->remove(rows[3]);
-            rows[3] = fixture.append(5);
-        }
-        QCOMPARE(keysOf(vector.records()), (QVector<int>{0, 3, 5, 7}));
-    }
-    QVERIFY(throwing > 8);
 }
 
 void TestSmallIndexes::vectorBuildReleasesTheLock()
@@ -512,35 +427,6 @@ void TestSmallIndexes::dependentsMayComeAndGo()
     QCOMPARE(log.size(), 4);
 }
 
-void TestSmallIndexes::dependentsThatThrow()
-{
-    QStringList log;
-    IndexDependBase base;
-    Probe a(log, QStringLiteral("a"));
-    Probe b(log, QStringLiteral("b"));
-    base.addDependentIndex(&a);
-    base.addDependentIndex(&b);
-    const auto arm = [&] {
-        a.onNotify = [] { throw 1; };
-        b.onNotify = [] { throw 2; };
-        log.clear();
-    };
-    const auto thrownBy = [](const auto& call) {
-        try {
-            call();
-        } catch (int number) {
-            return number;
-        }
-        return 0;
-    };
-    arm();
-    QCOMPARE(thrownBy([&] { base.process({}, {}, 0, 0, {}); }), 1);
-    QCOMPARE(log.size(), 2);
-    arm();
-    QCOMPARE(thrownBy([&] { base.preprocess({}, {}, 0, 0, {}, {}); }), 1);
-    QCOMPARE(log.size(), 1);
-}
-
 void TestSmallIndexes::indexesAndTablesDieInAnyOrder()
 {
     qRegisterMetaType<Index*>("Index*");
@@ -565,13 +451,6 @@ void TestSmallIndexes::indexesAndTablesDieInAnyOrder()
     vector.rebuild();
     QVERIFY(vector.records().isEmpty());
     QCOMPARE(removals.count(), 2);
-}
-
-void TestSmallIndexes::filterProgressTrueTakesAll()
-{
-    FilterProgressTrue all;
-    FilterProgress& progress = all;
-    QVERIFY(progress(0, 0) && progress(5, 3) && progress.filter(Record::null));
 }
 
 QTEST_GUILESS_MAIN(TestSmallIndexes)

@@ -147,19 +147,7 @@ public:
     bool filter(const Record& record) const override { return wanted(record); }
     bool contains(const Record&) const override { return false; }
     void update(const Record&, int, int, int) override { Bomb::tick(); }
-    void beginUpdate() override
-    {
-        ++depth;
-        Bomb::tick();
-    }
-    void endUpdate() override
-    {
-        --depth;
-        Bomb::tick();
-    }
     QString getClassName() const override { return QStringLiteral("BombListener"); }
-
-    int depth = 0;
 };
 
 using Rows = QList<Record>;
@@ -303,8 +291,6 @@ class TestThrows : public QObject
 private Q_SLOTS:
     void anyCallMayThrow_data();
     void anyCallMayThrow();
-    void whatFollowsAThrowIsTold();
-    void brackets();
 
 private:
     void run(const Step& step, bool keyedMaster, int count, bool limited);
@@ -331,18 +317,12 @@ void TestThrows::anyCallMayThrow_data()
             rows.append(f.row(i * 7 % 20, i % 3));
         f.table->appendList(rows);
     }) << 6;
-    QTest::newRow("append a row") << Step([](Fixture& f) { f.table->appendRow(); }) << 12;
     QTest::newRow("remove a row") << Step([](Fixture& f) { f.table->remove(f.table->at(4)); })
                                   << 12;
     QTest::newRow("update in place") << Step([](Fixture& f) {
         const Record record = f.table->at(4);
         record.data(Key) = 30;
         f.table->updated(record, Key, Key);
-    }) << 12;
-    QTest::newRow("change of the filter in place") << Step([](Fixture& f) {
-        const Record record = f.table->at(2);
-        record.data(Group) = 0;
-        f.table->updatedRow(2);
     }) << 12;
     QTest::newRow("clear") << Step([](Fixture& f) { f.table->clear(); }) << 12;
     QTest::newRow("add a column") << Step([](Fixture& f) {
@@ -361,16 +341,20 @@ void TestThrows::anyCallMayThrow_data()
         f.keyed->resort();
         f.vector->resort();
     }) << 8;
-    QTest::newRow("make a view") << Step([](Fixture& f) { BombSort(f.table.get()); }) << 8;
 }
 
 void TestThrows::run(const Step& step, bool keyedMaster, int count, bool limited)
 {
+    Fixture unhurt(keyedMaster, count, limited);
+    const int rowsBefore = unhurt.table->rowCount();
+    step(unhurt);
+    const int rowsAfter = unhurt.table->rowCount();
+    QCOMPARE(unhurt.fault(), QString());
+
     bool thrown = true;
     for (int n = 1; thrown; ++n) {
         Fixture fixture(keyedMaster, count, limited);
         const QList<Index*> indexes = fixture.table->indexes();
-        const int rowsBefore = fixture.table->rowCount();
         const QString where = QStringLiteral("call %1, keyed master %2, limited %3: ")
                                   .arg(n)
                                   .arg(keyedMaster)
@@ -385,11 +369,9 @@ void TestThrows::run(const Step& step, bool keyedMaster, int count, bool limited
         }
         Bomb::left = 0;
         QCOMPARE(fixture.table->indexes(), indexes);
-        QVERIFY(qAbs(fixture.table->rowCount() - rowsBefore) <= 20);
-        if (!thrown) {
-            const QString fault = fixture.fault();
-            QVERIFY2(fault.isEmpty(), qPrintable(where + QStringLiteral("unhurt ") + fault));
-        }
+        const int rows = fixture.table->rowCount();
+        QVERIFY2(rows == rowsAfter || (thrown && rows == rowsBefore),
+                 qPrintable(where + QString::number(rows)));
         for (int key : {5, -7}) {
             fixture.heal(key);
             const QString fault = fixture.fault();
@@ -409,72 +391,6 @@ void TestThrows::anyCallMayThrow()
             if (QTest::currentTestFailed())
                 return;
         }
-    }
-}
-
-// A transaction is stopped with nothing changed when it throws before the rows change; afterwards
-// all other indexes are told nonetheless.
-void TestThrows::whatFollowsAThrowIsTold()
-{
-    bool thrown = true;
-    int stopped = 0;
-    int finished = 0;
-    for (int n = 1; thrown; ++n) {
-        Fixture fixture(false, 12, false);
-        const Rows before = fixture.rows();
-        QVector<int> keys;
-        for (const Record& record : before)
-            keys.append(keyOf(record));
-        fixture.watch->clear();
-        thrown = false;
-        Bomb::left = n;
-        try {
-            mixedTransaction(fixture);
-        } catch (const QString&) {
-            thrown = true;
-        }
-        Bomb::left = 0;
-        if (fixture.watch->added().isEmpty()) {
-            ++stopped;
-            QCOMPARE(fixture.rows(), before);
-            for (int i = 0; i < before.size(); ++i)
-                QCOMPARE(keyOf(before.at(i)), keys.at(i));
-            QVERIFY(fixture.watch->removed().isEmpty() && fixture.watch->updated().isEmpty());
-            QCOMPARE(fixture.fault(), QString());
-        } else {
-            ++finished;
-            QCOMPARE(fixture.watch->added().size(), 2);
-            QCOMPARE(fixture.watch->removed(), Rows{before.at(2)});
-            QCOMPARE(fixture.watch->updated().size(), 3);
-            QCOMPARE(fixture.table->rowCount(), before.size() + 1);
-            QCOMPARE(keyOf(before.at(3)), 40);
-        }
-    }
-    QVERIFY(stopped > 5 && finished > 5);
-}
-
-// A bracket that throws while it opens is not open; one that throws while it closes is closed.
-void TestThrows::brackets()
-{
-    for (int n = 1; n <= 5; ++n) {
-        Fixture fixture(false, 4, false);
-        Bomb::left = n;
-        bool isOpen = false;
-        try {
-            fixture.table->beginUpdate();
-            isOpen = true;
-            fixture.table->endUpdate();
-            isOpen = false;
-        } catch (const QString&) {
-            isOpen = false;
-        }
-        Bomb::left = 0;
-        QVERIFY(!isOpen);
-        QCOMPARE(fixture.first.depth, 0);
-        QCOMPARE(fixture.last.depth, 0);
-        fixture.table->beginUpdate();
-        QCOMPARE(fixture.first.depth, 1);
-        fixture.table->endUpdate();
     }
 }
 

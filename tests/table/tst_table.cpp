@@ -226,19 +226,6 @@ private Q_SLOTS:
                  !added); // refused or accepted in silence: nothing has moved
     }
 
-    void columnsAreFound()
-    {
-        Table table("t");
-        for (int i = 0; i < 25; ++i) { // across the change from map to hash
-            table.addColumn(QStringLiteral("Col%1").arg(i), FieldType::Integer);
-            for (int j = 0; j <= i; ++j)
-                QCOMPARE(table.columnIndex(QStringLiteral("Col%1").arg(j)), j);
-            QCOMPARE(table.columnIndex("col0"), -1);
-        }
-        QVERIFY(!table.columnDef(25) && !table.columnDef(-1) && table.columnName(99).isNull());
-        QCOMPARE(table.columns().at(24).offset, 24LL * 8);
-    }
-
     // Columns come while rows are there: cells stay, new ones read NULL, old handles are harmless.
     void addColumnMovesRows()
     {

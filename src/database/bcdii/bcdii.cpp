@@ -76,7 +76,7 @@ unsigned int roundAway(BYTE* bcd, int ball, int digit, BCDIIroundstyle style)
     case BCDII_ROUND_DOWN:
         break;
     default:
-        BCDII_ASSERT(!"Wrong roundstyle parameter");
+        assertionFailed("!\"Wrong roundstyle parameter\"", __func__);
     }
     std::memset(bcd, 0, static_cast<std::size_t>(ball));
     return BCDII_RESULT_ROUNDED | BCDII_RESULT_ZERO;
@@ -126,7 +126,7 @@ unsigned int round_internal(BYTE* bcd, unsigned int type, int target, BCDIIround
     case BCDII_ROUND_DOWN:
         break;
     default:
-        BCDII_ASSERT(!"Wrong roundstyle parameter");
+        assertionFailed("!\"Wrong roundstyle parameter\"", __func__);
     }
 
     bcd[0] &= 127;

@@ -7,6 +7,7 @@
 #include "table/table_p.h"
 
 #include <algorithm>
+#include <exception>
 #include <mutex>
 
 IndexObserver::IndexObserver() = default;
@@ -84,6 +85,20 @@ void IndexListPrivate::renumber()
         tag(record, SortKey{lastArrival, 0});
         return lastArrival;
     });
+}
+
+bool IndexListPrivate::heal()
+{
+    if (!needsRebuild)
+        return false;
+    needsRebuild = false; // add() and remove() heal as well, and a host's build() may call them
+    try {
+        q->rebuild();
+    } catch (...) {
+        needsRebuild = true;
+        throw;
+    }
+    return true;
 }
 
 // --- observers ---
@@ -205,6 +220,7 @@ void IndexList::build()
     if (!master || static_cast<const IndexList*>(master) == this)
         return;
     table->lock();
+    listData->needsRebuild = false;
     try {
         std::vector<Record> accepted;
         accepted.reserve(static_cast<size_t>(master->count()));
@@ -214,6 +230,7 @@ void IndexList::build()
         for (const Record& record : accepted)
             listData->append(record, SortKey());
     } catch (...) {
+        listData->needsRebuild = true;
         table->unlock();
         throw;
     }
@@ -221,8 +238,37 @@ void IndexList::build()
     listData->tellReset();
 }
 
+void IndexList::process(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
+                        int lastColumn, const QList<Record>& inserted)
+{
+    const bool isNew = listData->heal();
+    try {
+        if (isNew)
+            Index::process({}, {}, firstColumn, lastColumn, {});
+        else
+            Index::process(removed, updated, firstColumn, lastColumn, inserted);
+    } catch (...) {
+        listData->markDamaged();
+        throw;
+    }
+}
+
+void IndexList::update(const Record& record, int firstColumn, int lastColumn, int position)
+{
+    if (listData->heal())
+        return;
+    try {
+        Index::update(record, firstColumn, lastColumn, position);
+    } catch (...) {
+        listData->markDamaged();
+        throw;
+    }
+}
+
 void IndexList::add(const Record& record)
 {
+    if (listData->heal() && IndexList::indexOf(record) >= 0)
+        return;
     listData->append(record, SortKey());
     if (listData->isObserved())
         listData->tellInserted(count() - 1);
@@ -230,13 +276,23 @@ void IndexList::add(const Record& record)
 
 void IndexList::remove(const Record& record, int position)
 {
-    if (position < 0 || position >= count() || listData->records.at(position) != record)
-        position = indexOf(record);
-    if (position < 0)
-        return;
-    const Record taken = listData->takeAt(listData->records.place(position));
-    if (listData->isObserved())
-        listData->tellRemoved(position);
+    listData->heal();
+    std::exception_ptr failure;
+    if (position < 0 || position >= count() || listData->records.at(position) != record) {
+        try {
+            position = indexOf(record);
+        } catch (...) { // of a host's compare: the record goes all the same
+            failure = std::current_exception();
+            position = IndexList::indexOf(record);
+        }
+    }
+    if (position >= 0) {
+        const Record taken = listData->takeAt(listData->records.place(position));
+        if (listData->isObserved())
+            listData->tellRemoved(position);
+    }
+    if (failure)
+        std::rethrow_exception(failure);
 }
 
 bool IndexList::filter(const Record&) const

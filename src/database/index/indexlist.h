@@ -80,6 +80,10 @@ public:
     /// Appends every record of the table's master index that filter() accepts, in its order, under
     /// Table::lock. What filter() throws is thrown on, with the index as it was.
     void build() override;
+    /// As in Index. When something throws, the index is built anew at its next notification.
+    void process(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
+                 int lastColumn, const QList<Record>& inserted) override;
+    void update(const Record& record, int firstColumn, int lastColumn, int position) override;
     /// Appends. Does not ask filter().
     void add(const Record& record) override;
     /// Removes the record; a `position` that does not hold it is ignored.

@@ -57,6 +57,13 @@ public:
     /// Gives the rows of an arrival-ordered master new numbers, in list order.
     void renumber();
 
+    /// A host's filter or compare threw: what the index holds is not to be trusted. A master keeps
+    /// its content, which is the table's, and only its order is in doubt.
+    void markDamaged() noexcept { (isMaster ? needsResort : needsRebuild) = true; }
+    /// Builds a damaged index anew; true if that was needed. The master index has been told of a
+    /// change before, so the new content has it already.
+    bool heal();
+
     void tellReset();
     void tell(const IndexChange& change);
     void tellInserted(int position);
@@ -75,11 +82,12 @@ public:
     quint64 lastArrival = 0;
     QVector<IndexObserver*> observers;
 
+    bool needsRebuild = false; // a host's function threw: the content may be wrong
+
     // Of a sorted index.
-    std::vector<Hint> hints;   // in the order removed, updated
-    quint32 hintsVersion = 0;  // of the list they were taken from
-    bool needsResort = false;  // content right, order not: a host's compare threw
-    bool needsRebuild = false; // content not right either
+    std::vector<Hint> hints;  // in the order removed, updated
+    quint32 hintsVersion = 0; // of the list they were taken from
+    bool needsResort = false; // content right, order not
 
 private:
     void tag(const Record& record, SortKey key) const

@@ -4,8 +4,6 @@
 #include "concurrent/concurrentsort.h"
 #include "index/indexsortwork_p.h"
 
-#include <QtDebug>
-
 #include <algorithm>
 #include <cstring>
 
@@ -51,13 +49,7 @@ void IndexSort::prepare() {}
 void IndexSort::build()
 {
     IndexSortWork(this).prepare();
-    listPrivate()->needsRebuild = false;
-    try {
-        IndexList::build();
-    } catch (...) {
-        listPrivate()->needsRebuild = true;
-        throw;
-    }
+    IndexList::build();
     resort();
 }
 
@@ -110,9 +102,19 @@ void IndexSort::resort()
 
 void IndexSort::add(const Record& record)
 {
-    const int position = IndexSortWork(this).insert(record);
-    if (listPrivate()->isObserved())
-        listPrivate()->tellInserted(position);
+    IndexListPrivate* d = listPrivate();
+    if (d->heal() && IndexList::indexOf(record) >= 0)
+        return;
+    int position = 0;
+    try {
+        position = IndexSortWork(this).insert(record);
+    } catch (...) {
+        if (!d->isMaster) // which has not taken the row, and is right without it
+            d->markDamaged();
+        throw;
+    }
+    if (d->isObserved())
+        d->tellInserted(position);
 }
 
 // --- transactions ---
@@ -172,42 +174,12 @@ void IndexSort::process(const QList<Record>& removed, const QList<Record>& updat
 
 void IndexSort::update(const Record& record, int firstColumn, int lastColumn, int position)
 {
-    if (!filter(record)) {
-        remove(record, -1);
-        return;
+    try {
+        IndexSortWork(this).update(record, firstColumn, lastColumn, position);
+    } catch (...) {
+        listPrivate()->markDamaged();
+        throw;
     }
-    IndexListPrivate* d = listPrivate();
-    IndexSortWork work(this);
-    if (d->needsRebuild || d->needsResort) {
-        const bool wasRebuilt = d->needsRebuild;
-        work.heal();
-        if (wasRebuilt)
-            return;
-    }
-    PartitionList<Record>::Place place{0, 0, 0};
-    const bool isGiven = position >= 0 && position < count();
-    if (isGiven) {
-        place = d->records.place(position);
-    } else if (!work.find(record, place)) {
-        const int found = IndexList::indexOf(record);
-        if (found < 0) {
-            add(record);
-            return;
-        }
-        qWarning() << "update"
-                   << "Full search can impact the performance";
-        place = d->records.place(found);
-    }
-    int from = 0;
-    int to = 0;
-    const SortKey key = work.keyOf(d->records.at(place));
-    const bool moved = work.move(place, key, from, to);
-    if (!d->isObserved())
-        return;
-    if (moved)
-        d->tellMoved(from, to, firstColumn, lastColumn);
-    else
-        d->tellStayed(from, firstColumn, lastColumn);
 }
 
 // --- searches ---

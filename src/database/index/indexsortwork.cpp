@@ -5,6 +5,7 @@
 
 #include <QHash>
 #include <QSet>
+#include <QtDebug>
 
 #include <algorithm>
 
@@ -106,12 +107,17 @@ bool IndexSortWork::find(const Record& record, Place& place) const
     return false;
 }
 
+bool IndexSortWork::isUntold(const Record& record) const
+{
+    return d->table && TablePrivate::get(d->table.data())->untoldNow.contains(record.row());
+}
+
 IndexSortWork::Hint IndexSortWork::locate(const Record& record) const
 {
     Hint hint{record.row(), Place{0, 0, 0}, Hint::Found};
     if (!find(record, hint.place)) {
         // One that the filter refuses is not here: no need to look everywhere.
-        const bool isRefused = !q->filter(record);
+        const bool isRefused = !isUntold(record) && !q->filter(record);
         hint.state = isRefused || list.isEmpty() ? Hint::Absent : Hint::Unknown;
     }
     return hint;
@@ -122,6 +128,7 @@ bool IndexSortWork::canSkip(const QList<Record>& removed, int firstColumn, int l
 {
     return removed.isEmpty() && inserted.isEmpty() && !d->isObserved() && d->table &&
            !TablePrivate::get(d->table.data())->hasAbsentUpdates &&
+           TablePrivate::get(d->table.data())->untoldNow.isEmpty() &&
            !q->isAffected(firstColumn, lastColumn);
 }
 
@@ -236,20 +243,52 @@ bool IndexSortWork::applyOne(const Record& record, bool isRemoval, int firstColu
     return true;
 }
 
+void IndexSortWork::update(const Record& record, int firstColumn, int lastColumn, int position)
+{
+    const bool isNew = d->needsRebuild;
+    heal();
+    if (isNew)
+        return;
+    if (!q->filter(record)) {
+        q->remove(record, -1);
+        return;
+    }
+    Place place{0, 0, 0};
+    if (position >= 0 && position < list.count()) {
+        place = list.place(position);
+    } else if (!find(record, place)) {
+        const int found = q->IndexList::indexOf(record);
+        if (found < 0) {
+            q->add(record);
+            return;
+        }
+        qWarning() << "update"
+                   << "Full search can impact the performance";
+        place = list.place(found);
+    }
+    int from = 0;
+    int to = 0;
+    const bool moved = move(place, keyOf(list.at(place)), from, to);
+    if (!d->isObserved())
+        return;
+    if (moved)
+        d->tellMoved(from, to, firstColumn, lastColumn);
+    else
+        d->tellStayed(from, firstColumn, lastColumn);
+}
+
 // --- exceptions of the host's functions ---
 
 void IndexSortWork::heal()
 {
-    if (d->needsRebuild) {
-        q->rebuild();
-    } else if (d->needsResort) {
-        d->needsResort = false;
-        try {
-            q->resort();
-        } catch (...) {
-            d->needsResort = true;
-            throw;
-        }
+    if (d->heal() || !d->needsResort)
+        return;
+    d->needsResort = false;
+    try {
+        q->resort();
+    } catch (...) {
+        d->needsResort = true;
+        throw;
     }
 }
 

@@ -40,6 +40,8 @@ public:
     /// Searches this very row; true and its place when it is where its values say.
     bool find(const Record& record, Place& place) const;
     Hint locate(const Record& record) const;
+    /// Whether its cells were changed in place and no index has heard of it yet.
+    bool isUntold(const Record& record) const;
     /// Whether an update of these columns alone cannot concern the index.
     bool canSkip(const QList<Record>& removed, int firstColumn, int lastColumn,
                  const QList<Record>& inserted) const;
@@ -47,6 +49,8 @@ public:
     int insert(const Record& record);
     /// Moves the record at a place to where it belongs; true when it had to move.
     bool move(Place place, SortKey key, int& from, int& to);
+    /// A record was changed in place.
+    void update(const Record& record, int firstColumn, int lastColumn, int position);
     void heal();
     void recover(const QList<Record>& removed, const QList<Record>& updated,
                  const QList<Record>& inserted);

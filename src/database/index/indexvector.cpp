@@ -34,6 +34,7 @@ Table* IndexVector::table() const
 void IndexVector::clear()
 {
     list.clear();
+    isDamaged = false;
 }
 
 void IndexVector::build()
@@ -52,6 +53,7 @@ void IndexVector::build()
         }
     } catch (...) {
         list = before;
+        isDamaged = true;
         throw;
     }
 }

@@ -66,6 +66,7 @@ public:
     static bool lessThan(const Record& a, const Record& b);
 
 private:
+    friend class TablePrivate;
     bool repair();
 
     static IndexVector* sortIndex;

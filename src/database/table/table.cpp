@@ -4,9 +4,12 @@
 #include "table/table.h"
 
 #include "index/indexlimit.h"
+#include "index/indexlist_p.h"
+#include "index/indexvector.h"
 #include "index/masterindex.h"
 #include "table/table_p.h"
 
+#include <QScopeGuard>
 #include <QtDebug>
 
 #include <algorithm>
@@ -46,6 +49,27 @@ private:
 bool isInTable(const Record& record)
 {
     return RowPool::tag(record.row()) != 0;
+}
+
+// Whether a row is named more than once among what comes in: every index would hold it twice. A row
+// that is in no table has no tag, so it can carry a mark for the moment.
+bool hasRepeats(const QList<Record>& inserted, const QList<Record>& updated)
+{
+    constexpr quint64 mark = ~quint64(0);
+    const auto isMarked = [](const Record& record) { return RowPool::tag(record.row()) == mark; };
+    bool found = false;
+    for (const Record& record : inserted) {
+        if (isMarked(record))
+            found = true;
+        else if (!isInTable(record))
+            RowPool::setTag(record.row(), mark);
+    }
+    if (!inserted.isEmpty())
+        found = found || std::any_of(updated.cbegin(), updated.cend(), isMarked);
+    for (const Record& record : inserted)
+        if (isMarked(record))
+            RowPool::setTag(record.row(), 0);
+    return found;
 }
 
 void moveToMasterOrder(const MasterIndex* master, QList<Record>& records)
@@ -92,8 +116,10 @@ Field Table::data(int row, int column) const
 void Table::setNull(int row, int column)
 {
     const Record& record = at(row);
-    if (!record.isNull() && d->def(column))
-        record.data(column).setNull();
+    if (record.isNull() || !d->def(column))
+        return;
+    record.data(column).setNull();
+    d->untold.insert(record.row());
 }
 
 // Calls notify(index) for each index, also for those behind one that throws; the first failure is
@@ -144,6 +170,16 @@ void TablePrivate::drainPending()
     }
 }
 
+// An index whose filter threw does not hear of the row. The library's own put themselves right at
+// their next notification.
+void TablePrivate::markDamaged(Index* index)
+{
+    if (auto* list = dynamic_cast<IndexList*>(index))
+        IndexListPrivate::get(list)->markDamaged();
+    else if (auto* vector = dynamic_cast<IndexVector*>(index))
+        vector->isDamaged = true;
+}
+
 void TablePrivate::addRow(const Record& record)
 {
     if (record.isNull())
@@ -160,7 +196,14 @@ void TablePrivate::addRow(const Record& record)
         if (master)
             master->add(record);
         tellIndexes(failure, [&](Index* index) {
-            if (index->filter(record))
+            bool isAccepted = false;
+            try {
+                isAccepted = index->filter(record);
+            } catch (...) {
+                markDamaged(index);
+                throw;
+            }
+            if (isAccepted)
                 index->add(record);
         });
     });
@@ -198,8 +241,13 @@ void Table::remove(const Record& record, int position)
     const Record held = record; // `record` may be the master's own element
     d->changeNow([&](std::exception_ptr& failure) {
         d->tellIndexes(failure, [&](Index* index) { index->remove(held, -1); });
-        if (d->master)
-            d->master->remove(held, position);
+        try {
+            if (d->master)
+                d->master->remove(held, position);
+        } catch (...) {
+            if (!failure)
+                failure = std::current_exception();
+        }
     });
 }
 
@@ -209,6 +257,7 @@ void Table::updated(const Record& record, int firstColumn, int lastColumn, int p
         return;
     if (d->transactionState != Idle) {
         d->pending.update(record, record, firstColumn, lastColumn);
+        d->untold.insert(record.row());
         return;
     }
     const Record held = record;
@@ -221,6 +270,7 @@ void Table::updated(const Record& record, int firstColumn, int lastColumn, int p
         }
         d->tellIndexes(failure,
                        [&](Index* index) { index->update(held, firstColumn, lastColumn, -1); });
+        d->untold.remove(held.row());
     });
 }
 
@@ -240,6 +290,7 @@ void Table::clear()
         d->tellIndexes(failure, [](Index* index) { index->clear(); });
         if (d->master)
             d->master->clear();
+        d->untold.clear();
     });
 }
 
@@ -266,6 +317,7 @@ void Table::addColumn(const TableColumnDef& def)
             rows.append(record);
     }
     d->changeNow([&](std::exception_ptr& failure) {
+        d->untold.clear(); // all indexes are built anew
         if (d->master)
             d->master->clear();
         d->tellIndexes(failure, [](Index* index) { index->clear(); });
@@ -274,8 +326,16 @@ void Table::addColumn(const TableColumnDef& def)
         } catch (...) {
             failure = std::current_exception();
         }
-        for (const Record& row : qAsConst(rows))
-            d->master->add(row);
+        for (const Record& row : qAsConst(rows)) {
+            try {
+                d->master->add(row);
+            } catch (...) { // of a host's compare: the row must not be lost
+                if (!failure)
+                    failure = std::current_exception();
+                IndexListPrivate::get(d->master)->append(row, SortKey());
+                TablePrivate::markDamaged(d->master);
+            }
+        }
         d->tellIndexes(failure, [](Index* index) { index->build(); });
     });
 }
@@ -342,7 +402,8 @@ void Table::processSingleTransaction(QList<Record>& removed, QList<Record>& upda
                         std::all_of(inserted.cbegin(), inserted.cend(), own) &&
                         std::all_of(changed.cbegin(), changed.cend(), own);
     const auto waiting = [](const Record& record) { return !isInTable(record); };
-    const bool allNew = allOwn && std::all_of(inserted.cbegin(), inserted.cend(), waiting);
+    const bool allNew = allOwn && std::all_of(inserted.cbegin(), inserted.cend(), waiting) &&
+                        !hasRepeats(inserted, updated);
     if (allNew && !d->limit) {
         d->apply(removed, updated, first, last, inserted, changed);
         return;
@@ -351,9 +412,8 @@ void Table::processSingleTransaction(QList<Record>& removed, QList<Record>& upda
     QList<Record> ownChanged = changed;
     if (!allOwn)
         d->refuseForeignRows(removed, updated, ownInserted, ownChanged);
-    for (const Record& record : qAsConst(ownInserted))
-        if (isInTable(record) && !removed.contains(record))
-            removed.append(record);
+    if (!allNew)
+        d->separate(removed, updated, ownInserted);
     if (d->limit)
         d->trimToLimit(removed, updated, ownInserted.size());
     d->apply(removed, updated, first, last, ownInserted, ownChanged);
@@ -378,6 +438,28 @@ void TablePrivate::refuseForeignRows(QList<Record>& removed, QList<Record>& upda
     }
 }
 
+// Sees to it that a row comes in once: one that is there already leaves first, and of several
+// mentions of a new one the first counts, that as an update before those as an insertion.
+void TablePrivate::separate(QList<Record>& removed, const QList<Record>& updated,
+                            QList<Record>& inserted) const
+{
+    QSet<Record> leaving(removed.cbegin(), removed.cend());
+    QSet<Record> coming;
+    for (const Record& record : updated)
+        if (!isInTable(record) && !leaving.contains(record))
+            coming.insert(record);
+    QList<Record> distinct;
+    for (const Record& record : qAsConst(inserted)) {
+        if (coming.contains(record))
+            continue;
+        coming.insert(record);
+        distinct.append(record);
+        if (isInTable(record) && !leaving.contains(record))
+            removed.append(record);
+    }
+    inserted.swap(distinct);
+}
+
 void TablePrivate::trimToLimit(QList<Record>& removed, const QList<Record>& updated,
                                int insertedCount)
 {
@@ -396,6 +478,15 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
     hasAbsentUpdates = !std::all_of(updated.cbegin(), updated.cend(), isInTable);
     const QList<Index*> announced = indexes;
     const quint32 version = indexesVersion;
+    if (!untold.isEmpty())
+        for (const QList<Record>* told : {&removed, &updated})
+            for (const Record& record : *told)
+                if (untold.remove(record.row()))
+                    untoldNow.insert(record.row());
+    const auto stillUntold = qScopeGuard([this] {
+        if (!untoldNow.isEmpty()) // an index has refused the transaction
+            untold.unite(std::exchange(untoldNow, {}));
+    });
     const StateGuard guard(transactionState, BeforeChange);
     // What is thrown here stops the transaction while nothing has changed yet.
     if (master)
@@ -427,6 +518,7 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
                 failure = std::current_exception();
         }
     }
+    untoldNow.clear();
     if (failure)
         std::rethrow_exception(failure);
 }

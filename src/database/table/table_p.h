@@ -10,6 +10,7 @@
 #include <QAtomicInt>
 #include <QHash>
 #include <QMap>
+#include <QSet>
 
 #include <exception>
 #include <vector>
@@ -63,7 +64,10 @@ public:
 
     // Changes (table.cpp).
     void addRow(const Record& record);
+    static void markDamaged(Index* index);
     void trimToLimit(QList<Record>& removed, const QList<Record>& updated, int insertedCount);
+    void separate(QList<Record>& removed, const QList<Record>& updated,
+                  QList<Record>& inserted) const;
     void refuseForeignRows(QList<Record>& removed, QList<Record>& updated, QList<Record>& inserted,
                            QList<Record>& changed) const;
     void apply(QList<Record>& removed, QList<Record>& updated, int first, int last,
@@ -101,4 +105,9 @@ public:
     /// Whether the transaction being applied updates a row that is not in the table: views may then
     /// not skip it by its columns.
     bool hasAbsentUpdates = false;
+    /// Rows of which cells were changed in place before any index was told: neither their values nor
+    /// a filter tell where they stand. They may be dead by now.
+    QSet<const unsigned char*> untold;
+    /// Those of them that the transaction being applied removes or updates.
+    QSet<const unsigned char*> untoldNow;
 };

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// Runs a fuzz target over the files in the given directories, for builds without libFuzzer.
+#include <QDirIterator>
+#include <QFile>
+
+#include <cstdio>
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size);
+
+int main(int argc, char** argv)
+{
+    int inputs = 0;
+    for (int i = 1; i < argc; ++i) {
+        QDirIterator it(QFile::decodeName(argv[i]), QDir::Files);
+        while (it.hasNext()) {
+            QFile file(it.next());
+            if (!file.open(QIODevice::ReadOnly))
+                return 1;
+            const QByteArray bytes = file.readAll();
+            std::printf("%s\n", qPrintable(it.fileName()));
+            LLVMFuzzerTestOneInput(reinterpret_cast<const unsigned char*>(bytes.constData()),
+                                   static_cast<size_t>(bytes.size()));
+            ++inputs;
+        }
+    }
+    std::printf("%d inputs\n", inputs);
+    return inputs > 0 ? 0 : 1;
+}

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#include "io/tableindexrebuilder.h"
+
+#include "index/index.h"
+#include "table/table.h"
+
+#include <QtDebug>
+
+namespace {
+
+// Whether the index belongs to a join: to its main or to a dependent side.
+bool isJoinIndex(const Index* index)
+{
+    const QString name = index->getClassName();
+    return name == QLatin1String("TableJoinMain") || name == QLatin1String("TableJoinDep");
+}
+
+void buildAll(const QList<Index*>& indexes)
+{
+    for (Index* index : indexes) {
+        try {
+            index->build();
+        } catch (...) {
+            qWarning() << "TableIndexRebuilder : an index could not be built:"
+                       << index->getClassName();
+        }
+    }
+}
+
+} // namespace
+
+TableIndexRebuilder::TableIndexRebuilder(Table* indexed)
+    : table(indexed)
+{
+    const QList<Index*> indexes = table->indexes();
+    for (Index* index : indexes) {
+        saved.append(qMakePair(index, table->indexName(index)));
+        table->removeIndex(index);
+    }
+    detectIndexGroup(indexes);
+    for (const QList<Index*>& group : {plainGroup, dependentGroup, joinGroup})
+        for (Index* index : group)
+            index->clear();
+}
+
+TableIndexRebuilder::~TableIndexRebuilder()
+{
+    buildAll(joinGroup);
+    buildAll(dependentGroup);
+    buildAll(plainGroup);
+    for (const auto& [index, name] : qAsConst(saved)) {
+        table->addIndex(index);
+        if (!name.isEmpty())
+            table->setIndexName(name, index);
+    }
+}
+
+void TableIndexRebuilder::detectIndexGroup(const QList<Index*>& indexes)
+{
+    for (Index* index : indexes) {
+        if (isJoinIndex(index))
+            joinGroup.append(index);
+        else if (index->getClassName().startsWith(QLatin1String("IndexDepend")))
+            dependentGroup.append(index);
+        else
+            plainGroup.append(index);
+    }
+}

@@ -1,0 +1,337 @@
+// SPDX-License-Identifier: MIT
+// Saving when things go wrong: every call to the file system fails in turn, and the old file must
+// still be there, or the new one, whole.
+#include "io/fileio_p.h"
+#include "tables.h"
+
+#include <cerrno>
+
+namespace {
+
+/// Fails the n-th call, as `code` says; n from 0, -1 for never.
+class Failing : public LiveTable::FileIo
+{
+public:
+    Failing(int n, int code)
+        : left(n)
+        , error(code)
+    {
+        setInstance(this);
+    }
+    ~Failing() override { setInstance(nullptr); }
+
+    QStringList calls;
+    int create(const QByteArray& path, const QByteArray& like) override
+    {
+        return fails("create") ? -error : FileIo::create(path, like);
+    }
+    qint64 write(int file, const char* data, qint64 size) override
+    {
+        if (fails("write"))
+            return -error;
+        return FileIo::write(file, data, qMin<qint64>(size, 3000)); // always in parts
+    }
+    int sync(int file) override { return fails("sync") ? -error : FileIo::sync(file); }
+    int close(int file) override
+    {
+        const bool isBad = fails("close");
+        return FileIo::close(file) < 0 || isBad ? -error : 0;
+    }
+    int rename(const QByteArray& from, const QByteArray& to) override
+    {
+        return fails("rename") ? -error : FileIo::rename(from, to);
+    }
+    int remove(const QByteArray& path) override
+    {
+        if (path.endsWith(".saving~"))
+            return FileIo::remove(path);
+        return fails("remove") ? -error : FileIo::remove(path);
+    }
+    int syncFolder(const QByteArray& path) override
+    {
+        return fails("syncFolder") ? -error : FileIo::syncFolder(path);
+    }
+
+private:
+    bool fails(const char* call)
+    {
+        calls.append(call);
+        return left-- == 0;
+    }
+    int left;
+    const int error;
+};
+
+QStringList filesIn(const QDir& dir)
+{
+    return QDir(dir.path()).entryList(QDir::Files | QDir::Hidden);
+}
+
+} // namespace
+
+class tst_Saving : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void everyCallFails_data();
+    void everyCallFails();
+    void keepsTheOrderOfSteps();
+    void replacesTheTwin();
+    void interruptedCallsGoOn();
+    void exceptionsKeepTheOldFile();
+    void streamsCommitByThemselves();
+    void oneSaverAtATime();
+    void keepsRightsAndLinks();
+    void refusesWhatIsNoFile();
+    void fullDisk();
+};
+
+void tst_Saving::everyCallFails_data()
+{
+    QTest::addColumn<bool>("wasCompressed");
+    QTest::addColumn<bool>("compress");
+    for (const bool was : {false, true})
+        for (const bool now : {false, true})
+            QTest::addRow("%s over %s", now ? "gzip" : "plain", was ? "gzip" : "plain")
+                << was << now;
+}
+
+void tst_Saving::everyCallFails()
+{
+    QFETCH(bool, wasCompressed);
+    QFETCH(bool, compress);
+    TestCore core(wasCompressed);
+    Table old("t"), table("t");
+    addColumns(old, 9);
+    fill(old, 10, 1);
+    addColumns(table, 9);
+    fill(table, 1000, 2);
+    for (int n = 0;; ++n) {
+        const QTemporaryDir folder;
+        const QDir dir(folder.path());
+        core.setCompressTables(wasCompressed);
+        TableIO(&old).write(dir);
+        core.setCompressTables(compress);
+
+        TableIO io(&table);
+        bool isReached = true;
+        bool isRenamed = false;
+        {
+            Failing failing(n, EIO);
+            io.write(dir);
+            isReached = failing.calls.size() > n;
+            isRenamed =
+                failing.calls.indexOf("rename") >= 0 && failing.calls.indexOf("rename") != n;
+        }
+        Table read("t");
+        TableIO in(&read);
+        in.setStrict(true);
+        in.read(dir, true);
+        QCOMPARE(in.status(), TableIO::Ok);
+        if (!isReached) {
+            QCOMPARE(io.status(), TableIO::Ok);
+            QCOMPARE(difference(table, read), QString());
+            QCOMPARE(filesIn(dir), QStringList(compress ? "t.gz" : "t"));
+            break;
+        }
+        QCOMPARE(io.status(), TableIO::WriteFailed);
+        QVERIFY2(io.errorString().contains("Input/output error"), qPrintable(io.errorString()));
+        QVERIFY(filesIn(dir).filter("saving").isEmpty());
+        // While both are there the plain file is the table's.
+        const bool isNew = isRenamed && !(compress && filesIn(dir).contains("t"));
+        QCOMPARE(difference(isNew ? table : old, read), QString());
+    }
+}
+
+void tst_Saving::keepsTheOrderOfSteps()
+{
+    const TestCore core;
+    const QTemporaryDir folder;
+    Table table("t");
+    addColumns(table, 3);
+    fill(table, 10);
+    putContent(folder.filePath("t.gz"), "old");
+    Failing failing(-1, 0);
+    TableIO(&table).write(QDir(folder.path()));
+    QCOMPARE(failing.calls, QStringList({"create", "write", "sync", "rename", "close", "syncFolder",
+                                         "remove", "syncFolder"}));
+}
+
+void tst_Saving::replacesTheTwin()
+{
+    TestCore core;
+    const QTemporaryDir folder;
+    const QDir dir(folder.path());
+    Table table("t");
+    addColumns(table, 3);
+    for (const bool compress : {true, false, true}) {
+        core.setCompressTables(compress);
+        fill(table, 10);
+        TableIO io(&table);
+        io.write(dir);
+        QCOMPARE(io.status(), TableIO::Ok);
+        QCOMPARE(filesIn(dir), QStringList(compress ? "t.gz" : "t"));
+    }
+    // A plain file hides its twin.
+    putContent(folder.filePath("t"), bytesOf(table, false).replace(6, 4, QByteArray(4, '\0')));
+    Table read("t");
+    TableIO(&read).read(dir, true);
+    QCOMPARE(read.rowCount(), 0);
+    QCOMPARE(read.columnCount(), 3);
+}
+
+void tst_Saving::interruptedCallsGoOn()
+{
+    const TestCore core;
+    const QTemporaryDir folder;
+    Table table("t");
+    addColumns(table, 9);
+    fill(table, 100);
+    Failing failing(1, EINTR); // the first write
+    TableIO io(&table);
+    io.write(QDir(folder.path()));
+    QCOMPARE(io.status(), TableIO::Ok);
+    QCOMPARE(contentOf(folder.filePath("t")), bytesOf(table));
+}
+
+void tst_Saving::exceptionsKeepTheOldFile()
+{
+    const TestCore core;
+    const QTemporaryDir folder;
+    putContent(folder.filePath("t"), "old");
+    Table table("t");
+    addColumns(table, 2);
+    fill(table, 10);
+    struct Thrower : FilterProgressTrue
+    {
+        bool operator()(int done, int) override { return done < 5 ? true : throw 42; }
+    } thrower;
+    QVERIFY_EXCEPTION_THROWN(TableIO(&table).write(thrower, QDir(folder.path()), true), int);
+    QCOMPARE(contentOf(folder.filePath("t")), QByteArray("old"));
+    QCOMPARE(filesIn(folder.path()), QStringList("t"));
+    table.lock(); // it was let go of: from another thread this would be seen
+    table.unlock();
+}
+
+void tst_Saving::streamsCommitByThemselves()
+{
+    for (const bool compress : {false, true}) {
+        const TestCore core(compress);
+        const QTemporaryDir folder;
+        const QString path = folder.filePath("t");
+        Table table("t");
+        addColumns(table, 9);
+        fill(table, 500);
+        {
+            TableDataStreamWrite stream(path);
+            TableIO(&table).write(stream, true);
+            QVERIFY(!QFile::exists(path) && !QFile::exists(path + ".gz"));
+        }
+        TableDataStreamRead in(path);
+        Table read("t");
+        TableIO(&read).read(in, true);
+        QCOMPARE(difference(table, read), QString());
+
+        TableDataStreamWrite discarded(path);
+        discarded << 42;
+        discarded.discard();
+        QVERIFY(!discarded.commit());
+        TableDataStreamWrite failed(path);
+        failed.setStatus(QDataStream::WriteFailed);
+        QVERIFY(!failed.commit());
+        QVERIFY(!failed.errorString().isNull());
+        QCOMPARE(filesIn(folder.path()), QStringList(compress ? "t.gz" : "t"));
+        // Nothing written is an empty file, in either kind.
+        TableDataStreamWrite empty(path);
+        QVERIFY(empty.commit() && empty.commit());
+        QCOMPARE(QFileInfo(compress ? path + ".gz" : path).size(), qint64(0));
+    }
+}
+
+void tst_Saving::oneSaverAtATime()
+{
+    const TestCore core;
+    const QTemporaryDir folder;
+    const QString path = folder.filePath("t");
+    TableDataStreamWrite first(path);
+    first << 1;
+    {
+        TableDataStreamWrite second(path);
+        QVERIFY(!second.device());
+        QVERIFY(second.errorString().contains("being saved"));
+    }
+    QVERIFY(first.commit());
+    TableDataStreamWrite third(path);
+    third << 3;
+    QVERIFY(third.commit());
+    QCOMPARE(contentOf(path), QByteArray("\0\0\0\3", 4));
+    putContent(path + ".saving~", "left over by a crash, and longer than what comes");
+    TableDataStreamWrite fourth(path);
+    fourth << 4;
+    QVERIFY(fourth.commit());
+    QCOMPARE(contentOf(path), QByteArray("\0\0\0\4", 4));
+}
+
+void tst_Saving::keepsRightsAndLinks()
+{
+    const TestCore core;
+    const QTemporaryDir folder;
+    const QString real = folder.filePath("real"), link = folder.filePath("t");
+    putContent(real, "old");
+    const auto rights = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup;
+    QFile::setPermissions(real, rights);
+    QFile::link(real, link);
+    TableDataStreamWrite stream(link);
+    stream << 1;
+    QVERIFY(stream.commit());
+    QVERIFY(QFileInfo(link).isSymLink());
+    QCOMPARE(contentOf(real).size(), 4);
+    QCOMPARE(QFile::permissions(real) & 0x7077, QFile::Permissions(rights));
+}
+
+void tst_Saving::refusesWhatIsNoFile()
+{
+    const TestCore core;
+    const QTemporaryDir folder;
+    QDir(folder.path()).mkdir("t");
+    Table table("t");
+    TableIO io(&table);
+    io.write(QDir(folder.path()));
+    QCOMPARE(io.status(), TableIO::WriteFailed);
+    io.write(QDir(folder.filePath("missing")));
+    QCOMPARE(io.status(), TableIO::WriteFailed);
+    QVERIFY(io.errorString().contains("No such file"));
+    QVERIFY(QFileInfo(folder.filePath("t")).isDir());
+}
+
+// LIVETABLE_FULL_DISK names a directory on a file system of a few hundred kilobytes: see
+// scripts/full-disk.sh.
+void tst_Saving::fullDisk()
+{
+    const QString place = qEnvironmentVariable("LIVETABLE_FULL_DISK");
+    if (place.isEmpty())
+        QSKIP("needs a small file system");
+    TestCore core;
+    const QDir dir(place);
+    Table old("t"), table("t");
+    addColumns(old, 9);
+    fill(old, 10, 1);
+    addColumns(table, 9);
+    fill(table, 20000, 2);
+    for (const bool compress : {false, true}) {
+        core.setCompressTables(compress);
+        TableIO(&old).write(dir);
+        TableIO io(&table);
+        io.write(dir);
+        QCOMPARE(io.status(), TableIO::WriteFailed);
+        QVERIFY2(io.errorString().contains("No space left"), qPrintable(io.errorString()));
+        Table read("t");
+        TableIO(&read).read(dir, true);
+        QCOMPARE(difference(old, read), QString());
+        QCOMPARE(filesIn(dir), QStringList(compress ? "t.gz" : "t"));
+    }
+}
+
+QTEST_MAIN(tst_Saving)
+#include "tst_saving.moc"
