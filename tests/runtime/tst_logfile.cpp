@@ -3,6 +3,7 @@
 #include "runtime/watchdog.h"
 
 #include <QTemporaryDir>
+#include <QTextCodec>
 #include <QtTest>
 
 #include <atomic>
@@ -130,10 +131,13 @@ void TestLogFile::rotation()
 void TestLogFile::textIsUtf8()
 {
     const QString text = QString::fromUtf8("цена ∑ 10 €");
+    QTextCodec* const locale = QTextCodec::codecForLocale();
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
     {
         LogFile log(path("app.log"), nullptr);
         log << text << ' ' << 5 << '\n'; // not flushed by hand
     }
+    QTextCodec::setCodecForLocale(locale);
     QCOMPARE(contents(path("app.log")), text.toUtf8() + " 5\n");
 }
 

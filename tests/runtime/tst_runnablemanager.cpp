@@ -112,6 +112,7 @@ private Q_SLOTS:
     void stopCallsBack();
     void stopsThatWaitForEachOther();
     void jobThatStopsItself();
+    void jobThatWaitsForAQueuedOne();
     void throwingJobs_data();
     void throwingJobs();
     void destroyedWhileJobsRun();
@@ -354,6 +355,22 @@ void TestRunnableManager::jobThatStopsItself()
     go = true;
     waitUntil([&] { return !manager.isRunning(); });
     QCOMPARE(left.load(), 1); // itself
+}
+
+void TestRunnableManager::jobThatWaitsForAQueuedOne()
+{
+    pool->setMaxThreadCount(1);
+    RunnableManager manager;
+    std::atomic<bool> hasWaited{false};
+    manager.startRunnable(new Job([&](Job&) {
+                              HRunnable queued = manager.startRunnable(new Job, pool.get(), 0);
+                              manager.stopRunnable(queued, true);
+                              hasWaited = !manager.isRunning(queued);
+                          }),
+                          pool.get(), 0);
+    waitUntil([&] { return !manager.isRunning(); });
+    QVERIFY(hasWaited);
+    QCOMPARE(pool->maxThreadCount(), 1);
 }
 
 void TestRunnableManager::throwingJobs_data()
