@@ -50,4 +50,9 @@ for compiler in "${compilers[@]}"; do
     done
 done | xargs -0 -n 2 -P "$(nproc)" bash -c 'check_one "${@: -2:1}" "${@: -1}" "${@:1:$#-2}"' \
     check "${flags[@]}" || exit 1
+# Most programs use Qt's own keywords (slots, signals, emit, foreach): all headers at once with them.
+printf '#include "%s"\n' "${headers[@]}" | g++ "${flags[@]/-DQT_NO_*/-DQT_DEPRECATED_WARNINGS}" - || {
+    echo "headers: they do not compile together where Qt's keywords are on" >&2
+    exit 1
+}
 echo "headers: ${#headers[@]} headers compile alone with ${compilers[*]}"
