@@ -104,6 +104,7 @@ private Q_SLOTS:
     void checksFindWhatIsWrong();
     void programPlays_data();
     void programPlays();
+    void programPrintsSmiles();
     void programRefuses_data();
     void programRefuses();
 };
@@ -355,6 +356,32 @@ void tst_marketboard::programPlays()
     }
 }
 
+/// The built-in smile falls with the strike up to the future and beyond; the other side of each
+/// strike, or the other expiry's time, would break that at the future or everywhere.
+void tst_marketboard::programPrintsSmiles()
+{
+    const Outcome outcome = runBoard({"--smile", "--quotes", "5000", "--verify", "--top", "0"});
+    QCOMPARE(outcome.error, QString());
+    QCOMPARE(outcome.exitCode, 0);
+    QVERIFY(outcome.out.contains(QStringLiteral("contracts, 5 views,")));
+    const QStringList parts = outcome.out.split(QStringLiteral("smile of "));
+    QCOMPARE(parts.size(), 3);
+    for (int i = 1; i < parts.size(); ++i) {
+        QVERIFY(parts[i].startsWith(i == 1 ? "20200320, future at " : "20200619, future at "));
+        std::map<int, double> smile;
+        const QRegularExpression line(QStringLiteral("^ *(\\d+) +([CP]) +(0\\.\\d{4})$"),
+                                      QRegularExpression::MultilineOption);
+        for (auto lines = line.globalMatch(parts[i]); lines.hasNext();) {
+            const QRegularExpressionMatch match = lines.next();
+            smile[match.captured(1).toInt()] = match.captured(3).toDouble();
+        }
+        QVERIFY2(smile.size() > 30, qPrintable(parts[i]));
+        for (auto at = std::next(smile.begin()); at->first < 3300; ++at)
+            QVERIFY2(at->second < std::prev(at)->second, qPrintable(parts[i]));
+        QVERIFY2(qAbs(smile.lower_bound(3230)->second - 0.142) < 0.01, qPrintable(parts[i]));
+    }
+}
+
 void tst_marketboard::programRefuses_data()
 {
     QTest::addColumn<QStringList>("arguments");
@@ -369,6 +396,7 @@ void tst_marketboard::programRefuses_data()
     QTest::newRow("no count") << QStringList{"--top", "ten"} << "--top needs a whole number";
     QTest::newRow("negative") << QStringList{"--top", "-1"} << "--top needs a whole number";
     QTest::newRow("no quotes") << QStringList{"--quotes", "0"} << "--quotes needs a whole number";
+    QTest::newRow("no time") << QStringList{"--until", "24:00"} << "--until needs a time";
     QTest::newRow("unknown option") << QStringList{"--fast"} << "fast";
     QTest::newRow("stray word") << QStringList{"fast"} << "unexpected argument 'fast'";
 }
