@@ -2,12 +2,13 @@
 // Record lists from outside, one behind the other: into a table of their own, into the host's, and
 // of tables that the host does not know.
 #include "base/hostcore.h"
+#include "believed.h"
 #include "io/tableio.h"
 #include "table/table.h"
 
 #include <QDataStream>
-#include <QtEndian>
 
+#include <cstdlib>
 #include <memory>
 
 namespace {
@@ -28,14 +29,12 @@ struct Host
     Table table{QStringLiteral("quotes")};
 };
 
-// Default reading believes the row count: is it small in the first list?
 bool isSmall(const QByteArray& bytes)
 {
-    if (bytes.size() < 4)
-        return true;
-    const auto name = qFromBigEndian<quint32>(bytes.constData());
-    const qint64 at = 4 + (name == 0xFFFFFFFF ? 0 : qint64(name)) + 6;
-    return at + 4 > bytes.size() || qFromBigEndian<qint32>(bytes.constData() + at) < 2000;
+    QDataStream start(bytes);
+    QString name;
+    start >> name;
+    return !isLarge(start);
 }
 
 void readAll(const QByteArray& bytes, Table* table, bool strict, bool createTable)

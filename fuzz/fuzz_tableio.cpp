@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Table files from outside. Strict reading: whatever it accepts as whole must be written again as
-// the same bytes. Default reading: must survive (small row counts only, since it believes them).
+// the same bytes. Default reading: must survive (small tables only, since it believes their size).
+#include "believed.h"
 #include "index/masterindex.h"
 #include "io/tableio.h"
 #include "table/table.h"
 
 #include <QDataStream>
-#include <QtEndian>
 
 #include <cstdlib>
 
@@ -51,8 +51,8 @@ void readStrictly(const QByteArray& bytes)
 
 void readByDefault(const QByteArray& bytes)
 {
-    constexpr qint32 mostRows = 2000;
-    if (bytes.size() < 10 || qFromBigEndian<qint32>(bytes.constData() + 6) > mostRows)
+    QDataStream start(bytes);
+    if (isLarge(start))
         return;
     Table table(QStringLiteral("t"));
     table.addColumn(QStringLiteral("c0"), FieldType::Decimal, 2); // another type than in the seeds

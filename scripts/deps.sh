@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Installs what is missing of the Debian 12 packages that the given sets need, and says so.
-# usage: scripts/deps.sh [build] [test] [check]        (no set named: build)
+# usage: scripts/deps.sh [build] [test] [check] [fuzz]        (no set named: build)
 set -euo pipefail
 
 say() { printf '%s\n' "deps: $*" >&2; }
@@ -11,9 +11,10 @@ packages_of() {
     case "$1" in
     build) echo "g++:g++ cmake:cmake ninja-build:ninja qtbase5-dev: zlib1g-dev:" ;;
     test) echo "libboost-dev:" ;; # Boost.Multiprecision is the tests' oracle for big numbers
-    check) echo "clang-format:clang-format git:git" ;;
+    check) echo "clang-format:clang-format git:git python3:python3" ;;
+    fuzz) echo "clang:clang++ libclang-rt-14-dev:" ;; # libFuzzer
     *)
-        say "no set of packages is called '$1' (there are: build, test, check)"
+        say "no set of packages is called '$1' (there are: build, test, check, fuzz)"
         return 1
         ;;
     esac

@@ -144,6 +144,11 @@ public:
     /// The option's row; a null record for one that was never quoted.
     Record option(int expiry, char right, decimal strike) const;
 
+    /// All tables, to save and load them.
+    QVector<Table*> tables() const
+    {
+        return {instrumentTable.get(), futureTable.get(), optionTable.get(), tapeTable.get()};
+    }
     const Table& options() const { return *optionTable; }
     const Table& futures() const { return *futureTable; }
     const Table& instruments() const { return *instrumentTable; }

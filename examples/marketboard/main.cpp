@@ -5,6 +5,7 @@
 #include "recalculation.h"
 #include "replay.h"
 #include "simulation.h"
+#include "storage.h"
 #include "verifier.h"
 
 #include "base/exception.h"
@@ -31,6 +32,8 @@ enum ExitCode
 struct Arguments
 {
     QString folder;
+    QString saveTo;
+    QString loadFrom;
     int top = 10;
     bool verify = false;
     bool volatility = false;
@@ -50,6 +53,13 @@ int complain(const QString& message, ExitCode code)
     return code;
 }
 
+void printBoard(const Board& board, const SessionInfo& session, int top)
+{
+    print(stdout, QStringLiteral("%1, at %2\n").arg(session.title, clockText(session.timeMs)));
+    print(stdout, underlyingLine(board, session.underlying));
+    print(stdout, spreadTable(board, top));
+}
+
 /// What a run of a session counts, and the time that it takes with the time of checks left out.
 class Play
 {
@@ -67,6 +77,7 @@ public:
 
     /// Plays the session to its end. The first difference that a check finds, or nothing.
     std::optional<QString> run();
+    void save(const QString& folder) { saveBoard(board, info(), folder); }
     void report() const;
 
 private:
@@ -75,6 +86,7 @@ private:
     std::optional<QString> endMinute();
     template <typename Check>
     std::optional<QString> check(Check run);
+    SessionInfo info() const { return {session.title(), session.underlying(), timeMs}; }
 
     Session& session;
     const Arguments& arguments;
@@ -175,9 +187,7 @@ std::optional<QString> Play::endMinute()
 void Play::report() const
 {
     const int contracts = board.options().rowCount();
-    print(stdout, QStringLiteral("%1, at %2\n").arg(session.title(), clockText(timeMs)));
-    print(stdout, underlyingLine(board, session.underlying()));
-    print(stdout, spreadTable(board, arguments.top));
+    printBoard(board, info(), arguments.top);
     if (arguments.smile)
         print(stdout, smileTables(board));
     if (arguments.verify)
@@ -237,6 +247,13 @@ Arguments parse(QCommandLineParser& parser, const QStringList& words)
         {QStringLiteral("smile"),
          QStringLiteral("As --volatility, and print the volatility by strike of each expiry.")});
 
+    parser.addOption({QStringLiteral("save"),
+                      QStringLiteral("Save all tables to the folder <dir> after the session."),
+                      QStringLiteral("dir")});
+    parser.addOption({QStringLiteral("load"),
+                      QStringLiteral("Play nothing: show the board that was saved to <dir>."),
+                      QStringLiteral("dir")});
+
     if (!parser.parse(words))
         throw InputError{parser.errorText()};
     if (!parser.positionalArguments().isEmpty())
@@ -247,6 +264,11 @@ Arguments parse(QCommandLineParser& parser, const QStringList& words)
     arguments.folder = parser.value(QStringLiteral("data"));
     if (parser.isSet(QStringLiteral("data")) && arguments.folder.isEmpty())
         throw InputError{QStringLiteral("--data needs the name of a folder")};
+    arguments.saveTo = parser.value(QStringLiteral("save"));
+    arguments.loadFrom = parser.value(QStringLiteral("load"));
+    for (const QString& option : {QStringLiteral("save"), QStringLiteral("load")})
+        if (parser.isSet(option) && parser.value(option).isEmpty())
+            throw InputError{QStringLiteral("--%1 needs the name of a folder").arg(option)};
     arguments.verify = parser.isSet(QStringLiteral("verify"));
     const auto top = wholeNumber(parser, QStringLiteral("top"), 0);
     if (!top)
@@ -270,6 +292,22 @@ Arguments parse(QCommandLineParser& parser, const QStringList& words)
     return arguments;
 }
 
+/// Shows a board that was saved. The last line tells what was there.
+void showSaved(const Arguments& arguments)
+{
+    Board board;
+    if (arguments.volatility)
+        board.keepVolatilities();
+    const SessionInfo session = loadBoard(board, arguments.loadFrom);
+    printBoard(board, session, arguments.top);
+    if (arguments.smile)
+        print(stdout, smileTables(board));
+    print(stdout, QStringLiteral("loaded %1 contracts, %2 views, tape %3 rows\n")
+                      .arg(board.options().rowCount())
+                      .arg(board.views().size())
+                      .arg(board.tape().rowCount()));
+}
+
 int run(const QStringList& words)
 {
     QCommandLineParser parser;
@@ -277,6 +315,13 @@ int run(const QStringList& words)
     if (parser.isSet(QStringLiteral("help"))) {
         print(stdout, parser.helpText());
         return Played;
+    }
+
+    if (!arguments.loadFrom.isEmpty()) {
+        showSaved(arguments);
+        return std::fflush(stdout) == 0
+                   ? Played
+                   : complain(QStringLiteral("the output could not be written"), Broken);
     }
 
     std::unique_ptr<Session> session;
@@ -288,6 +333,8 @@ int run(const QStringList& words)
     Play play(*session, arguments);
     if (const auto difference = play.run())
         return complain(*difference, Differs);
+    if (!arguments.saveTo.isEmpty())
+        play.save(arguments.saveTo);
     play.report();
     if (std::fflush(stdout) != 0)
         return complain(QStringLiteral("the output could not be written"), Broken);

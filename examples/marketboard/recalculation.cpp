@@ -74,7 +74,7 @@ void Recalculation::finish(int timeMs)
     stop();
     for (Expiry& expiry : takeInputs(timeMs))
         start(std::move(expiry));
-    while (!running.empty())
+    while (isRunning())
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
 }
 

@@ -36,6 +36,9 @@ public:
     /// Asks all jobs to stop and waits for them; nothing of theirs will be applied.
     void stop();
 
+    /// Whether there are jobs whose results are not applied yet.
+    bool isRunning() const { return !running.empty(); }
+
     /// How much of the running jobs is done, 0 to 1; 1 when none is running.
     double progress() const;
 

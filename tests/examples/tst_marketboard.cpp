@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "board.h"
 #include "price.h"
+#include "recalculation.h"
 #include "replay.h"
 #include "simulation.h"
 #include "verifier.h"
@@ -100,6 +101,7 @@ private Q_SLOTS:
     void replayMergesByTime();
     void faultyFilesAreNamed_data();
     void faultyFilesAreNamed();
+    void recalculationFollowsTheFuture();
     void checksFindWhatIsWrong_data();
     void checksFindWhatIsWrong();
     void programPlays_data();
@@ -242,6 +244,35 @@ void tst_marketboard::faultyFilesAreNamed()
     } catch (const InputError& error) {
         const QString wanted = day.path(file) + message;
         QCOMPARE(error.message.left(wanted.size()), wanted);
+    }
+}
+
+void tst_marketboard::recalculationFollowsTheFuture()
+{
+    Board board;
+    board.keepVolatilities();
+    const auto side = [](const char* price) { return Side{parsePrice(price), 1}; };
+    const auto volatilityAfter = [&](const char* bid, int timeMs) {
+        board.apply(OptionQuote{timeMs, 20200320, 'P', decimal(3000), side(bid), side("30.5")});
+        return board.options().at(0).data(Board::Volatility).toDouble();
+    };
+    board.apply(FutureQuote{0, 202003, side("3223"), side("3223.25")});
+    const double before = volatilityAfter("30.25", 0);
+    Recalculation recalculation(board);
+    const Field live = board.options().at(0).data(Board::Volatility);
+    for (const char* what : {"applied", "newer quote", "stopped"}) {
+        const double shown = live.toDouble();
+        board.apply(FutureQuote{1, 202003, side("3100"), side(*what == 'n' ? "3101" : "3100.25")});
+        recalculation.update(1); // what its job finds waits for the event loop
+        const double quoted = *what == 'n' ? volatilityAfter("29", 2) : shown;
+        if (*what == 's')
+            recalculation.stop();
+        QTRY_VERIFY(!recalculation.isRunning());
+        QCoreApplication::processEvents();
+        if (*what == 'a')
+            QVERIFY(live.toDouble() < before - 0.01);
+        else
+            QCOMPARE(live.toDouble(), quoted);
     }
 }
 
