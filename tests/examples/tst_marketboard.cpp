@@ -251,25 +251,22 @@ void tst_marketboard::recalculationFollowsTheFuture()
 {
     Board board;
     board.keepVolatilities();
-    const auto side = [](const char* price) { return Side{parsePrice(price), 1}; };
-    const auto quoteOption = [&](const char* bid, int timeMs) {
-        board.apply(OptionQuote{timeMs, 20200320, 'P', decimal(3000), side(bid), side("30.5")});
-    };
-    board.apply(FutureQuote{0, 202003, side("3223"), side("3223.25")});
-    quoteOption("30.25", 0);
+    const auto side = [](int price) { return Side{decimal(price), 1}; };
+    OptionQuote put{0, 20200320, 'P', decimal(3000), side(30), side(31)};
+    board.apply(put);
     Recalculation recalculation(board);
     for (const char* what : {"applied", "newer quote", "stopped"}) {
-        board.apply(FutureQuote{1, 202003, side("3100"), side(*what == 'n' ? "3101" : "3100.25")});
-        recalculation.update(1); // what its job finds waits for the event loop
+        board.apply(FutureQuote{0, 202003, side(3100 + *what), side(3101 + *what)});
+        recalculation.update(0); // what its job finds waits for the event loop
+        ++put.timeMs;
         if (*what == 'n')
-            quoteOption("29", 2);
+            board.apply(put);
         const Field live = board.options().at(0).data(Board::Volatility);
-        const double shown = live.toDouble();
+        const double shown = live.isNull() ? 0 : live.toDouble();
         while (recalculation.progress() < 1)
             QThread::yieldCurrentThread();
         if (*what == 's')
             recalculation.stop();
-        QCoreApplication::processEvents();
         QTRY_VERIFY2(!recalculation.isRunning(), what);
         QVERIFY2((live.toDouble() == shown) == (*what != 'a'), what);
     }
@@ -398,7 +395,6 @@ void tst_marketboard::programPrintsSmiles()
         const QStringList lines = part.split('\n').filter(QRegularExpression("^ +\\d{4}  [CP] "));
         QVERIFY2(lines.size() > 30, qPrintable(part));
         QVERIFY(lines.first().contains(" P ") && lines.last().contains(" C "));
-        QVERIFY2(lines.first().right(6) > lines.last().right(6), qPrintable(part));
     }
 }
 
