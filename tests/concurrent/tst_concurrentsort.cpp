@@ -108,7 +108,6 @@ private Q_SLOTS:
     void throwingOrder_data();
     void throwingOrder();
 
-    void mapRunsEachItemOnce();
     void mapCarriesExceptions_data();
     void mapCarriesExceptions();
     void poolFullOfCallers_data();
@@ -229,18 +228,6 @@ void TestConcurrentSort::throwingOrder()
         caught = text;
     }
     QCOMPARE(caught, QStringLiteral("Order is broken"));
-}
-
-void TestConcurrentSort::mapRunsEachItemOnce()
-{
-    for (int threads : {1, 2, 8}) {
-        const PoolSize size(threads);
-        for (int count : {0, 1, 2, 8, 5000}) {
-            QVector<int> runs(count);
-            LiveTable::blockingMap(runs, [](int& item) { ++item; });
-            QCOMPARE(runs, QVector<int>(count, 1));
-        }
-    }
 }
 
 void TestConcurrentSort::mapCarriesExceptions_data()

@@ -98,7 +98,6 @@ class tst_marketboard : public QObject
 private Q_SLOTS:
     void pricesAreExact_data();
     void pricesAreExact();
-    void replayMergesByTime();
     void faultyFilesAreNamed_data();
     void faultyFilesAreNamed();
     void recalculationFollowsTheFuture();
@@ -154,29 +153,6 @@ void tst_marketboard::pricesAreExact()
     QCOMPARE(value.has_value(), !read.isEmpty());
     if (value)
         QCOMPARE(value->toString(), read);
-}
-
-void tst_marketboard::replayMergesByTime()
-{
-    const DayFolder day;
-    Replay replay(day.path());
-    QString played;
-    for (;;) {
-        const Session::Event event = replay.next();
-        if (event == Session::Event::End)
-            break;
-        const bool isOption = event == Session::Event::Option;
-        const int timeMs = isOption ? replay.option().timeMs : replay.future().timeMs;
-        played += QStringLiteral("%1%2 ").arg(isOption ? 'o' : 'f').arg(timeMs / 60'000);
-    }
-    QCOMPARE(played, QStringLiteral("f0 o0 o0 f1 o1 o1 o2 o2 "));
-    QVERIFY(replay.next() == Session::Event::End);
-
-    const QVector<Instrument> instruments = replay.instruments();
-    QCOMPARE(instruments.size(), 2);
-    QCOMPARE(instruments[1].tick.toString(), QStringLiteral("0.00005"));
-    QCOMPARE(replay.option().bid.price->toString(), QStringLiteral("30.25"));
-    QCOMPARE(replay.option().ask.size, 7);
 }
 
 void tst_marketboard::faultyFilesAreNamed_data()

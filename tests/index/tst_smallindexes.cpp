@@ -176,11 +176,8 @@ private Q_SLOTS:
     void watchFollowsAScript_data();
     void watchFollowsAScript();
 
-    void vectorKeepsOrder();
     void vectorSearches();
     void vectorFollowsAModel();
-    void vectorResorts();
-    void vectorBuildReleasesTheLock();
 
     void dependentsAreToldAll();
     void dependentsMayComeAndGo();
@@ -239,34 +236,6 @@ void TestSmallIndexes::watchFollowsAScript()
              expected);
     for (const Record& row : qAsConst(rows))
         QCOMPARE(watch.contains(row), watch.added().contains(row) || watch.updated().contains(row));
-}
-
-void TestSmallIndexes::vectorKeepsOrder()
-{
-    const Fixture fixture;
-    fixture.append(5);
-    fixture.append(2);
-    KeyVector vector(fixture.table.get(), 10);
-    QCOMPARE(keysOf(vector.records()), (QVector<int>{2, 5}));
-    const Record two = vector.records().at(0);
-    const Record laterTwo = fixture.append(2);
-    fixture.append(10); // filtered out
-    QCOMPARE(keysOf(vector.records()), (QVector<int>{2, 2, 5}));
-    QVERIFY(vector.records().at(0) == two && vector.records().at(1) == laterTwo);
-
-    vector.build(); // does not clear
-    QCOMPARE(keysOf(vector.records()), (QVector<int>{2, 2, 2, 2, 5, 5}));
-    vector.remove(two, 5); // of two copies the last one goes
-    QVERIFY(vector.records().at(0) == two && vector.records().indexOf(two, 1) == -1);
-    vector.rebuild();
-    QCOMPARE(keysOf(vector.records()), (QVector<int>{2, 2, 5}));
-
-    const int capacity = vector.records().capacity();
-    vector.clear();
-    QVERIFY(vector.records().isEmpty());
-    QCOMPARE(vector.records().capacity(), capacity);
-    vector.add(fixture.row(99)); // asks no filter
-    QCOMPARE(keysOf(vector.records()), QVector<int>{99});
 }
 
 void TestSmallIndexes::vectorSearches()
@@ -330,42 +299,6 @@ void TestSmallIndexes::vectorFollowsAModel()
             QCOMPARE(vector.records(), model);
         }
     }
-}
-
-void TestSmallIndexes::vectorResorts()
-{
-    const Fixture fixture;
-    QVector<Record> rows;
-    for (int key : {1, 2, 3, 4, 5})
-        rows.append(fixture.append(key));
-    KeyVector vector(fixture.table.get());
-    // Written behind the table's back.
-    rows[0].data(Key) = 4;
-    rows[4].data(Key) = 3;
-    vector.resort();
-    QCOMPARE(keysOf(vector.records()), (QVector<int>{2, 3, 3, 4, 4}));
-    QVERIFY(vector.records().at(1) == rows[2] && vector.records().at(3) == rows[0]);
-    QVERIFY(IndexVector::lessThan(rows[1], rows[2]) && !IndexVector::lessThan(rows[2], rows[4]));
-
-    vector.callsLeft = 4;
-    QVERIFY_EXCEPTION_THROWN(vector.resort(), QString);
-    QCOMPARE(keysOf(vector.records()), (QVector<int>{2, 3, 3, 4, 4}));
-}
-
-void TestSmallIndexes::vectorBuildReleasesTheLock()
-{
-    const Fixture fixture;
-    fixture.append(1);
-    fixture.append(2);
-    KeyVector vector(fixture.table.get());
-    vector.callsLeft = 3;
-    QVERIFY_EXCEPTION_THROWN(vector.build(), QString);
-    QCOMPARE(keysOf(vector.records()), (QVector<int>{1, 2}));
-    QFuture<void> other = QtConcurrent::run([&] {
-        fixture.table->lock();
-        fixture.table->unlock();
-    });
-    QTRY_VERIFY(other.isFinished());
 }
 
 void TestSmallIndexes::dependentsAreToldAll()

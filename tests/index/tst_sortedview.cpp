@@ -301,47 +301,6 @@ private Q_SLOTS:
             }
         }
     }
-
-    void stayingRecordsAreTold()
-    {
-        Table table("t");
-        addAllColumns(table);
-        SortedView view(&table, QStringList("int"));
-        for (int i = 0; i < 3; ++i) {
-            Record r(&table);
-            r.data(0) = 10 * i;
-            table.appendList({r});
-        }
-        Shadow shadow(&view);
-        RecordsTrans changes(&table);
-        RecordUpdater(changes, view.at(1)).data(0) = 12;
-        RecordUpdater(changes, view.at(2)).data(1) = 5;
-        changes.execute();
-        QCOMPARE(shadow.stayed, QList<Record>({view.at(1), view.at(2)}));
-        QCOMPARE(shadow.changes, 1);
-    }
-
-    void badColumnsAreRefused()
-    {
-        Table table("t");
-        addAllColumns(table);
-        const QString message("Column '%1' not found to create index.");
-        for (const QString& name : {QString("nope"), QString("-int2")}) {
-            try {
-                SortedView view(&table, QStringList{"int", name});
-                QFAIL("nothing was thrown");
-            } catch (const QString& error) {
-                QCOMPARE(error, message.arg(QString(name).remove('-')));
-            }
-        }
-        try {
-            SortedLimit limit(3, &table, QVector<SortColumn>{{99}});
-            QFAIL("nothing was thrown");
-        } catch (const QString& error) {
-            QCOMPARE(error, message.arg(99));
-        }
-        QVERIFY(table.indexes().isEmpty() && !table.namedIndex("IndexLimit"));
-    }
 };
 
 QTEST_APPLESS_MAIN(TestSortedView)

@@ -66,10 +66,8 @@ private Q_SLOTS:
     void liesInTheHeader_data();
     void liesInTheHeader();
     void streamsOfUnknownLength();
-    void bytesBehindTheLastRow();
     void damagedRecordLists();
     void defaultReadingSurvives();
-    void defaultReadingTells();
 };
 
 void tst_DamagedFiles::memoryStaysBounded()
@@ -291,23 +289,6 @@ void tst_DamagedFiles::streamsOfUnknownLength()
     }
 }
 
-void tst_DamagedFiles::bytesBehindTheLastRow()
-{
-    const QTemporaryDir folder;
-    const QDir dir(folder.path());
-    Table table("t");
-    makeSmall(table);
-    for (const bool compress : {false, true}) {
-        const QByteArray bytes = bytesOf(table) + "more";
-        bool isPrefix = false;
-        const Outcome got = readStrictly(dir, compress ? "t.gz" : "t",
-                                         compress ? gzip(bytes) : bytes, table, &isPrefix);
-        QVERIFY(isPrefix);
-        QCOMPARE(got.status, TableIO::ExtraBytes);
-        QCOMPARE(got.rows, 5);
-    }
-}
-
 void tst_DamagedFiles::damagedRecordLists()
 {
     TestCore core;
@@ -367,26 +348,6 @@ void tst_DamagedFiles::defaultReadingSurvives()
                     read.data(i, c).toString();
         }
     }
-}
-
-void tst_DamagedFiles::defaultReadingTells()
-{
-    const QTemporaryDir folder;
-    const QDir dir(folder.path());
-    Table table("t");
-    makeSmall(table, 40);
-    QByteArray bytes = gzip(bytesOf(table));
-    bytes[bytes.size() - 6] = char(bytes.at(bytes.size() - 6) ^ 1); // the checksum
-    putContent(dir.filePath("t.gz"), bytes);
-    Table read("t");
-    TableIO io(&read);
-    io.read(dir, true);
-    QCOMPARE(io.status(), TableIO::DamagedData);
-    QVERIFY2(io.errorString().startsWith("Internal zlib error when decompressing: "),
-             qPrintable(io.errorString()));
-    QCOMPARE(read.rowCount(), io.statusRow() < 0 ? 0 : 40);
-    io.read(QDir(folder.filePath("missing")), true);
-    QCOMPARE(io.status(), TableIO::NothingThere);
 }
 
 QTEST_MAIN(tst_DamagedFiles)

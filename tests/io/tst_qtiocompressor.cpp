@@ -106,7 +106,6 @@ private Q_SLOTS:
     void writesWhatZlibReads();
     void readsWhatZlibWrote_data() { writesWhatZlibReads_data(); }
     void readsWhatZlibWrote();
-    void refusesWrongModes();
     void managesTheDeviceBelow();
     void givesBackWhatFollows();
     void tellsWhetherThereIsMore();
@@ -114,9 +113,6 @@ private Q_SLOTS:
     void failsOnASecondFlush();
     void survivesDamage();
     void dropsTheUnfinishedRead();
-    void tellsFailuresBelow();
-    void repeatsPartialWrites();
-    void knowsGzipVersions();
 };
 
 void tst_QtIOCompressor::writesWhatZlibReads_data()
@@ -179,36 +175,6 @@ void tst_QtIOCompressor::readsWhatZlibWrote()
         QCOMPARE(read, bytes);
         QCOMPARE(device.read(1), QByteArray());
     }
-}
-
-void tst_QtIOCompressor::refusesWrongModes()
-{
-    QBuffer below;
-    QtIOCompressor device(&below);
-    QVERIFY(device.isSequential());
-    const char* const modes = "QtIOCompressor::open: QtIOCompressor can only be opened in the"
-                              " ReadOnly or WriteOnly modes";
-    QTest::ignoreMessage(QtWarningMsg, modes);
-    QVERIFY(!device.open(QIODevice::ReadWrite));
-    QTest::ignoreMessage(QtWarningMsg, modes);
-    QVERIFY(!device.open(QIODevice::Text));
-    QVERIFY(device.open(QIODevice::WriteOnly));
-    QTest::ignoreMessage(QtWarningMsg, "QtIOCompressor::open: device already open");
-    QVERIFY(!device.open(QIODevice::WriteOnly));
-    device.close();
-
-    below.open(QIODevice::ReadOnly);
-    QTest::ignoreMessage(QtWarningMsg, "QtIOCompressor::open: underlying device must be open in one"
-                                       " of the ReadOnly or WriteOnly modes");
-    QVERIFY(!device.open(QIODevice::WriteOnly));
-    QVERIFY(below.isOpen());
-    QVERIFY(device.open(QIODevice::ReadOnly));
-
-    QtIOCompressor wrongLevel(&below, 77);
-    below.close();
-    QVERIFY(!wrongLevel.open(QIODevice::WriteOnly));
-    QCOMPARE(wrongLevel.errorString(), QString("Internal zlib error: stream error"));
-    QVERIFY2(!below.isOpen(), "what a failing open() has opened is closed");
 }
 
 void tst_QtIOCompressor::managesTheDeviceBelow()
@@ -353,54 +319,6 @@ void tst_QtIOCompressor::dropsTheUnfinishedRead()
     // The stream's last byte is missing, and with it goes all that came before.
     QCOMPARE(device.read(read, sizeof read), qint64(0));
     QCOMPARE(device.bytesAvailable(), qint64(1));
-}
-
-void tst_QtIOCompressor::tellsFailuresBelow()
-{
-    Awkward socket;
-    socket.failAfter = 0;
-    socket.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-    QtIOCompressor reader(&socket);
-    reader.open(QIODevice::ReadOnly);
-    char c;
-    QCOMPARE(reader.read(&c, 1), qint64(-1));
-    QCOMPARE(reader.errorString(), QString("Error reading data from underlying device: no more"));
-
-    Awkward full;
-    full.failAfter = 0;
-    full.step = 100000;
-    full.open(QIODevice::WriteOnly);
-    QtIOCompressor writer(&full);
-    writer.open(QIODevice::WriteOnly);
-    QCOMPARE(writer.write("abc"), qint64(-1));
-    QCOMPARE(writer.errorString(), QString("Error writing to underlying device: no more"));
-    // The failure was below: the device itself goes on, and tells when it cannot finish.
-    full.failAfter = 1;
-    QCOMPARE(writer.write("abc"), qint64(3));
-    writer.close();
-    QCOMPARE(writer.errorString(), QString("Error writing to underlying device: no more"));
-}
-
-void tst_QtIOCompressor::repeatsPartialWrites()
-{
-    Awkward partial;
-    partial.step = 5;
-    partial.open(QIODevice::WriteOnly);
-    QtIOCompressor device(&partial);
-    device.setStreamFormat(QtIOCompressor::Gzip);
-    device.open(QIODevice::WriteOnly);
-    device.write("abc"); // the header's ten bytes, given as twice the first five
-    QCOMPARE(partial.data.size(), 10);
-    QCOMPARE(partial.data.left(5), partial.data.mid(5));
-}
-
-void tst_QtIOCompressor::knowsGzipVersions()
-{
-    QVERIFY(QtIOCompressor::isGzipSupported());
-    for (const char* good : {"1.2.8", "1.2.13", "2.0", "1.9", "9.0.1"})
-        QVERIFY2(QtIOCompressor::checkGzipSupport(good), good);
-    for (const char* bad : {"1.1.4", "1.0.9", "0.9.6", "10", "2.", "", "0.2.2"})
-        QVERIFY2(!QtIOCompressor::checkGzipSupport(bad), bad);
 }
 
 QTEST_MAIN(tst_QtIOCompressor)

@@ -78,12 +78,8 @@ private Q_SLOTS:
     void everyCallFails();
     void keepsTheOrderOfSteps();
     void replacesTheTwin();
-    void interruptedCallsGoOn();
     void exceptionsKeepTheOldFile();
     void streamsCommitByThemselves();
-    void oneSaverAtATime();
-    void keepsRightsAndLinks();
-    void refusesWhatIsNoFile();
     void fullDisk();
 };
 
@@ -181,20 +177,6 @@ void tst_Saving::replacesTheTwin()
     QCOMPARE(read.columnCount(), 3);
 }
 
-void tst_Saving::interruptedCallsGoOn()
-{
-    const TestCore core;
-    const QTemporaryDir folder;
-    Table table("t");
-    addColumns(table, 9);
-    fill(table, 100);
-    Failing failing(1, EINTR); // the first write
-    TableIO io(&table);
-    io.write(QDir(folder.path()));
-    QCOMPARE(io.status(), TableIO::Ok);
-    QCOMPARE(contentOf(folder.filePath("t")), bytesOf(table));
-}
-
 void tst_Saving::exceptionsKeepTheOldFile()
 {
     const TestCore core;
@@ -247,62 +229,6 @@ void tst_Saving::streamsCommitByThemselves()
         QVERIFY(empty.commit() && empty.commit());
         QCOMPARE(QFileInfo(compress ? path + ".gz" : path).size(), qint64(0));
     }
-}
-
-void tst_Saving::oneSaverAtATime()
-{
-    const TestCore core;
-    const QTemporaryDir folder;
-    const QString path = folder.filePath("t");
-    TableDataStreamWrite first(path);
-    first << 1;
-    {
-        TableDataStreamWrite second(path);
-        QVERIFY(!second.device());
-        QVERIFY(second.errorString().contains("being saved"));
-    }
-    QVERIFY(first.commit());
-    TableDataStreamWrite third(path);
-    third << 3;
-    QVERIFY(third.commit());
-    QCOMPARE(contentOf(path), QByteArray("\0\0\0\3", 4));
-    putContent(path + ".saving~", "left over by a crash, and longer than what comes");
-    TableDataStreamWrite fourth(path);
-    fourth << 4;
-    QVERIFY(fourth.commit());
-    QCOMPARE(contentOf(path), QByteArray("\0\0\0\4", 4));
-}
-
-void tst_Saving::keepsRightsAndLinks()
-{
-    const TestCore core;
-    const QTemporaryDir folder;
-    const QString real = folder.filePath("real"), link = folder.filePath("t");
-    putContent(real, "old");
-    const auto rights = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup;
-    QFile::setPermissions(real, rights);
-    QFile::link(real, link);
-    TableDataStreamWrite stream(link);
-    stream << 1;
-    QVERIFY(stream.commit());
-    QVERIFY(QFileInfo(link).isSymLink());
-    QCOMPARE(contentOf(real).size(), 4);
-    QCOMPARE(QFile::permissions(real) & 0x7077, QFile::Permissions(rights));
-}
-
-void tst_Saving::refusesWhatIsNoFile()
-{
-    const TestCore core;
-    const QTemporaryDir folder;
-    QDir(folder.path()).mkdir("t");
-    Table table("t");
-    TableIO io(&table);
-    io.write(QDir(folder.path()));
-    QCOMPARE(io.status(), TableIO::WriteFailed);
-    io.write(QDir(folder.filePath("missing")));
-    QCOMPARE(io.status(), TableIO::WriteFailed);
-    QVERIFY(io.errorString().contains("No such file"));
-    QVERIFY(QFileInfo(folder.filePath("t")).isDir());
 }
 
 // LIVETABLE_FULL_DISK names a directory on a file system of a few hundred kilobytes: see

@@ -71,7 +71,6 @@ class tst_TableIndexRebuilder : public QObject
 private Q_SLOTS:
     void emptiesAndBuildsInOrder();
     void leavesViewsAsIfTheyHadFollowed();
-    void doesNothingWithoutIndexes();
     void attachesWhatCouldNotBeBuilt();
 };
 
@@ -135,16 +134,6 @@ void tst_TableIndexRebuilder::leavesViewsAsIfTheyHadFollowed()
     addNumbers(table, 3000, 3001); // and is back
     QVERIFY(table.rowCount() < 3000);
     QCOMPARE(ascending.count(), table.rowCount());
-}
-
-void tst_TableIndexRebuilder::doesNothingWithoutIndexes()
-{
-    Table table("t");
-    QSignalSpy added(&table, &Table::indexAdded);
-    {
-        TableIndexRebuilder guard(&table);
-    }
-    QCOMPARE(added.count(), 0);
 }
 
 void tst_TableIndexRebuilder::attachesWhatCouldNotBeBuilt()

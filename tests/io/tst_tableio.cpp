@@ -16,22 +16,15 @@ class tst_TableIO : public QObject
 private Q_SLOTS:
     void roundTrip_data();
     void roundTrip();
-    void keepsMasterOrderAndViews();
     void columnsOfOneSideOnly();
     void convertsChangedColumns();
     void convertorsOverrule();
-    void convertorsAsTheyAreMade();
-    void missingColumnIsWarnedOf();
     void filtersAndTellsProgress();
-    void batches_data();
-    void batches();
     void exceptionsCleanUp();
     void wrongMagicEmpties();
     void truncatedRowsAreZero();
     void recordLists();
     void recordListMakesItsTable();
-    void filtersInPlace();
-    void countsMemory();
 };
 
 void tst_TableIO::roundTrip_data()
@@ -80,27 +73,6 @@ void tst_TableIO::roundTrip()
     TableIO(&copy).read(stream, false);
     QCOMPARE(difference(table, copy), QString());
     QVERIFY(stream.atEnd());
-}
-
-void tst_TableIO::keepsMasterOrderAndViews()
-{
-    Table table("t");
-    addColumns(table, 9);
-    table.setMasterIndex(new MasterIndex_Column_Pure(&table, QString("c0")));
-    fill(table, 5000);
-    Table copy("t");
-    addColumns(copy, 9);
-    copy.setMasterIndex(new MasterIndex_Column_Pure(&copy, QString("c0")));
-    SortedView view(&copy, QStringList("-c2"));
-    copy.setIndexName("view", &view);
-    const QByteArray bytes = bytesOf(table);
-    QDataStream stream(bytes);
-    TableIO(&copy).read(stream, true);
-    QCOMPARE(difference(table, copy), QString());
-    QCOMPARE(copy.namedIndex("view"), &view);
-    QCOMPARE(view.count(), 5000);
-    for (int i = 1; i < view.count(); ++i)
-        QVERIFY(view.compare(view.at(i - 1), view.at(i)) <= 0);
 }
 
 void tst_TableIO::columnsOfOneSideOnly()
@@ -241,54 +213,6 @@ void tst_TableIO::convertorsOverrule()
     QCOMPARE(Doubled::destroyed, 1);
 }
 
-void tst_TableIO::convertorsAsTheyAreMade()
-{
-    Table file("f"), table("t");
-    addColumns(file, 9);
-    addColumns(table, 9);
-    QList<FieldDefConvertor*> made;
-    TableIO(&table).make_fromDefs(made, &file, {});
-    QCOMPARE(made.size(), 9);
-    for (int i = 0; i < 9; ++i) {
-        const qint64 size = table.columnDef(i)->size;
-        QCOMPARE(made.at(i)->to, table.columnDef(i));
-        QCOMPARE(made.at(i)->from, file.columnDef(i));
-        QCOMPARE(dynamic_cast<TableIO::FieldDefConvertor_Copy4*>(made.at(i)) != nullptr, size == 4);
-        QCOMPARE(dynamic_cast<TableIO::FieldDefConvertor_Copy8*>(made.at(i)) != nullptr, size == 8);
-        const auto* copy = dynamic_cast<TableIO::FieldDefConvertor_Copy*>(made.at(i));
-        QVERIFY(copy && copy->size == size);
-    }
-    std::mt19937 random(3);
-    for (int i = 0; i < 50; ++i) {
-        const Record from(&file), to(&table);
-        fillRow(from, random);
-        fillRow(to, random);
-        TableIO::convertDefs(made, to.row(), from.row());
-        QCOMPARE(difference(from, to), QString());
-    }
-    qDeleteAll(made);
-}
-
-void tst_TableIO::missingColumnIsWarnedOf()
-{
-    const QByteArray bytes = bytesOf(numbers());
-    FieldDefConvertor plain;
-    for (const auto& entry : {std::pair<const char*, FieldDefConvertor*>("nowhere", &plain),
-                              std::pair<const char*, FieldDefConvertor*>("y", nullptr)}) {
-        Table table("t");
-        table.addColumn("x", FieldType::Integer);
-        TableIO::Convertors convertors;
-        convertors.insert({"x", entry.first}, entry.second);
-        QDataStream stream(bytes);
-        TableIO io(&table);
-        QTest::ignoreMessage(QtWarningMsg, "Column not found in translation.");
-        io.read(stream, false, convertors);
-        QCOMPARE(io.status(), TableIO::ColumnsDidNotFit);
-        QCOMPARE(table.rowCount(), 10);
-        QVERIFY(table.data(3, 0).isNull());
-    }
-}
-
 void tst_TableIO::filtersAndTellsProgress()
 {
     const QByteArray bytes = bytesOf(numbers());
@@ -341,32 +265,6 @@ struct CountedMaster : MasterIndexOrdered
 };
 
 } // namespace
-
-void tst_TableIO::batches_data()
-{
-    QTest::addColumn<int>("rows");
-    QTest::addColumn<QVector<int>>("wanted");
-    QTest::newRow("none") << 0 << QVector<int>();
-    QTest::newRow("one") << 1 << QVector<int>{1};
-    QTest::newRow("full") << 10240 << QVector<int>{10240};
-    QTest::newRow("one more") << 10241 << QVector<int>{10240, 1};
-}
-
-void tst_TableIO::batches()
-{
-    QFETCH(int, rows);
-    QFETCH(QVector<int>, wanted);
-    Table table("t");
-    addColumns(table, 1);
-    fill(table, rows);
-    const QByteArray bytes = bytesOf(table);
-    QDataStream stream(bytes);
-    Table copy("t");
-    auto* master = new CountedMaster(&copy);
-    copy.setMasterIndex(master);
-    TableIO(&copy).read(stream, true);
-    QCOMPARE(master->sizes, wanted);
-}
 
 void tst_TableIO::exceptionsCleanUp()
 {
@@ -532,47 +430,6 @@ void tst_TableIO::recordListMakesItsTable()
     QDataStream stream(bytes);
     io.readRowList(none, stream, read, true);
     QVERIFY(read.isEmpty());
-}
-
-void tst_TableIO::filtersInPlace()
-{
-    Table table("t");
-    addColumns(table, 3);
-    fill(table, 1000);
-    SortedView view(&table, QStringList("c2"));
-    QList<Record> wanted;
-    for (int i = 0; i < 1000; ++i)
-        if (!table.data(i, 2).isNull())
-            wanted.append(table.at(i));
-    QVERIFY(wanted.size() < 1000);
-    Recorder filled;
-    filled.accepts = [](const Record& r) { return !r.data(2).isNull(); };
-    TableIO(&table).filterRecords(filled);
-    QVERIFY(filled.hasSeen(1000));
-    QCOMPARE(table.rowCount(), wanted.size());
-    QCOMPARE(view.count(), wanted.size());
-    for (int i = 0; i < wanted.size(); ++i)
-        QCOMPARE(table.at(i), wanted.at(i));
-}
-
-void tst_TableIO::countsMemory()
-{
-    Table table("t");
-    table.addColumn("n", FieldType::Integer);
-    table.addColumn("s", FieldType::VarChar, 5);
-    fill(table, 10);
-    unsigned long total = 0;
-    unsigned long extra = 0;
-    TableIO::memoryUsage(&table, total, extra);
-    QCOMPARE(total, 10ul * (16 + 8 + 16 + 1));
-    QCOMPARE(extra, 10ul * (4 + 6));
-    TableIO::memoryUsage(table.masterIndex(), total, extra);
-    QVERIFY(total >= 80);
-    QCOMPARE(total - extra, 80ul);
-    table.setMasterIndex(nullptr);
-    total = extra = 5;
-    TableIO::memoryUsage(&table, total, extra);
-    QCOMPARE(total + extra, 10ul);
 }
 
 QTEST_MAIN(tst_TableIO)

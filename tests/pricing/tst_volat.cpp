@@ -50,35 +50,6 @@ double exactCall(double strike, double underlying, double time, double sigma)
     return underlying * exactCdf(d1) - strike * exactCdf(d1 - spread);
 }
 
-/// The search as the manual words it, over the public function objects.
-double naiveImplied(const VolatInputParams& in, bool put, double price, VolatSearch search)
-{
-    const double start = std::fabs(search.start / 100) <= 1e-12 ? 0.5 : search.start / 100;
-    double lo = search.lo / 100;
-    double hi = search.hi / 100;
-    bool ok = false;
-    const double sigma = numericNewtonRaffson<OptVolatPrice, OptVolatVega>(
-        OptVolatPrice(in, put), OptVolatVega(in, put), price, start, lo, hi, &ok, search.priceTol,
-        100);
-    if (ok)
-        return sigma * 100;
-    if (!(search.priceTol > 0 && lo <= hi && search.volTol / 100 > 0))
-        return -1;
-    double mid = (lo + hi) / 2;
-    for (int round = 0; round < 100; ++round) {
-        if (std::fabs(hi - lo) / 2 < search.volTol / 100)
-            return mid * 100;
-        VolatOutputParams out;
-        calcVolatParamsNorm(out, in, mid);
-        const double diff = price - (put ? out.pricePut : out.priceCall);
-        if (std::fabs(diff) < search.priceTol)
-            return mid * 100;
-        (diff > 0 ? lo : hi) += (diff > 0 ? 1 : -1) * (hi - lo) / 2;
-        mid = (lo + hi) / 2;
-    }
-    return -1;
-}
-
 } // namespace
 
 class TestVolat : public QObject
@@ -86,42 +57,20 @@ class TestVolat : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void constants();
     void distribution();
     void pricesNearExact_data();
     void pricesNearExact();
     void greeksNearDifferences_data();
     void greeksNearDifferences();
-    void partsGiveTheWhole();
-    void specialPrices();
     void whatIsWritten_data();
     void whatIsWritten();
-    void curve_data();
-    void curve();
-    void curveStaysInBounds();
-    void extendedOutputs();
-    void extendedInvalid_data();
-    void extendedInvalid();
-    void newton();
-    void functionObjects();
     void roundTrip();
-    void searchIsTheSpelledOutOne();
     void failuresOfTheSearch_data();
     void failuresOfTheSearch();
     void reasons_data();
     void reasons();
     void batchesGiveTheSameBits();
 };
-
-void TestVolat::constants()
-{
-    QCOMPARE(gc_dVolatMinDefault, 0.01);
-    QCOMPARE(gc_dVolatMaxDefault, 1000.0);
-    QCOMPARE(gc_iSecondsTo1900, 68400);
-    QCOMPARE(sqrtTimeToExpiry(365 * 86400), 1.0);
-    QCOMPARE(sqrtTimeToExpiry(0), 0.0);
-    QVERIFY(std::isnan(sqrtTimeToExpiry(-1)));
-}
 
 void TestVolat::distribution()
 {
@@ -220,44 +169,6 @@ void TestVolat::greeksNearDifferences()
     QVERIFY(out.theta < 0);
 }
 
-void TestVolat::partsGiveTheWhole()
-{
-    for (double sigma : {0.05, 0.2, 1.5}) {
-        const VolatInputParams in = option(95, 101, 0.3);
-        VolatOutputParams whole = marked();
-        calcVolatParamsNorm(whole, in, sigma);
-        const double d1 = d_1(in, sigma);
-        const double d2 = d_2(in, sigma, d1);
-        const double pdf = norm_pdf(d1);
-        const auto prices = theorPriceCallPut(in, norm_cdf(d1), norm_cdf(d2));
-        const VolatOutputParams parts = {
-            norm_cdf(d1),          norm_cdf(d1) - 1, gamma(in, sigma, pdf), vega(in, pdf),
-            theta(in, sigma, pdf), prices.first,     prices.second};
-        QVERIFY(sameBits(parts, whole));
-        QCOMPARE(theorPriceCallPut(in, sigma), prices);
-
-        VolatOutputParams percent = marked();
-        calcVolatParams(percent, in, sigma * 100);
-        QCOMPARE(percent.vega, whole.vega / 100);
-        QCOMPARE(percent.theta, whole.theta);
-        QCOMPARE(percent.priceCall, whole.priceCall);
-    }
-}
-
-void TestVolat::specialPrices()
-{
-    using Pair = std::pair<double, double>;
-    QCOMPARE(theorPriceCallPut(option(100, 110, 1), 0.0), Pair(10, 0));
-    QCOMPARE(theorPriceCallPut(option(110, 100, 1), 0.0), Pair(0, 10));
-    QCOMPARE(theorPriceCallPut(option(100, 100, 1), 0.0), Pair(0, 0));
-    QCOMPARE(theorPriceCallPut(option(100, 110, 0), 0.2), Pair(10, 0));
-    QVERIFY(std::isnan(theorPriceCallPut(option(100, -1, 1), 0.2).first));
-    // At the money the short form is the long one.
-    const double atTheMoney = theorPriceForInTheMoney(0.2, 0.5, 100);
-    QVERIFY(std::fabs(atTheMoney - theorPriceCallPut(option(100, 100, 0.25), 0.2).first) < 1e-12);
-    QCOMPARE(theorPriceForInTheMoney(0.5, 0.2, 100), atTheMoney);
-}
-
 void TestVolat::whatIsWritten_data()
 {
     QTest::addColumn<double>("strike");
@@ -307,174 +218,6 @@ void TestVolat::whatIsWritten()
     QVERIFY(sameBits(norm, marked()));
 }
 
-void TestVolat::curve_data()
-{
-    QTest::addColumn<double>("logMoneyness"); // ln(K / S)
-    QTest::addColumn<double>("skewScale");
-    QTest::addColumn<double>("shift");
-    QTest::addColumn<double>("wanted");
-    const auto row = [](const char* name, double log, double scale, double shift, double wanted) {
-        QTest::newRow(name) << log << scale << shift << wanted;
-    };
-    // sqrt T = 0.5, level 20, bell 8, steepness 3, skew -6, bounds 5 and 30
-    row("centre", 0, 2, 0, 20);
-    row("moved centre", 0.1, 2, 0.1, 20);
-    row("right", 0.25, 2, 0,
-        20 + 8 * (1 - std::exp(-0.75)) - 3 * 0.785398163397448309616); // x = 0.5, atan(1) = pi / 4
-    row("left", -0.25, 2, 0, 20 + 8 * (1 - std::exp(-0.75)) + 3 * 0.785398163397448309616);
-    row("straight skew", 0.25, 0, 0, 20 + 8 * (1 - std::exp(-0.75)) - 3);
-    row("upper bound", -4, 0, 0, 30);
-    row("lower bound", 4, 0, 0, 5);
-}
-
-void TestVolat::curve()
-{
-    QFETCH(double, logMoneyness);
-    QFETCH(double, skewScale);
-    QFETCH(double, shift);
-    QFETCH(double, wanted);
-    const VolatInputParams in = {
-        100 * std::exp(logMoneyness), 100, 0.5, 20, 8, 3, -6, skewScale, shift, 5, 30};
-    QVERIFY(std::fabs(volatByCurve(in) - wanted) < 1e-12);
-    VolatOutputParams byCurve = marked();
-    VolatOutputParams byVolat = marked();
-    calcVolatParams(byCurve, in, -1);
-    calcVolatParams(byVolat, in, volatByCurve(in));
-    QVERIFY(sameBits(byCurve, byVolat) && byCurve.vega >= 0);
-}
-
-void TestVolat::curveStaysInBounds()
-{
-    const double odd[] = {0, -1, 1, 1e-300, 1e300, infinite, -infinite, notANumber};
-    for (double strike : odd)
-        for (double scale : odd)
-            for (double steepness : odd) {
-                const VolatInputParams in = {strike, 100,   0.5, 20, 8, steepness,
-                                             -6,     scale, 0,   5,  30};
-                const double volat = volatByCurve(in);
-                QVERIFY(volat >= 5 && volat <= 30);
-            }
-    const VolatInputParams crossed = {100, 100, 0.5, 20, 8, 3, -6, 2, 0, 25, 15};
-    QCOMPARE(volatByCurve(crossed), 25.0);
-}
-
-void TestVolat::extendedOutputs()
-{
-    VolatInputParamsEx in;
-    static_cast<VolatInputParams&>(in) = {90, 100, 99, 20, 8, 3, -6, 2, 0, 5, 30};
-    in.volat = 25;
-    in.secondsToExpiry = 91.25 * 86400; // a quarter; wins over the square root of 99
-    VolatOutputParamsEx out;
-    calcVolatParamsEx(out, in);
-
-    VolatInputParams plainIn = in;
-    plainIn.sqrtTime = 0.5;
-    VolatOutputParams plain;
-    calcVolatParams(plain, plainIn, 25);
-    QVERIFY(sameBits(static_cast<VolatOutputParams&>(out), plain));
-    QCOMPARE(out.volat, 25.0);
-    QCOMPARE(out.d1, d_1(plainIn, 0.25));
-    QCOMPARE(out.d2, out.d1 - 0.125);
-    QCOMPARE(out.intrinsicCall, 10.0);
-    QCOMPARE(out.intrinsicPut, 0.0);
-    QCOMPARE(out.timeCall, plain.priceCall - 10);
-    QCOMPARE(out.timePut, plain.pricePut);
-
-    in.volat = -1;
-    in.secondsToExpiry = -1;
-    in.sqrtTime = 0.5;
-    calcVolatParamsEx(out, in);
-    QCOMPARE(out.volat, volatByCurve(plainIn));
-
-    in.volat = 0;
-    calcVolatParamsEx(out, in);
-    QVERIFY(out.timeCall == 0 && out.d1 == infinite && out.d2 == infinite);
-    in.strike = 100;
-    calcVolatParamsEx(out, in);
-    QVERIFY(out.priceCall == 0 && out.d1 == 0 && out.d2 == 0);
-}
-
-void TestVolat::extendedInvalid_data()
-{
-    QTest::addColumn<double>("strike");
-    QTest::addColumn<double>("volat");
-    QTest::addColumn<double>("seconds");
-    QTest::newRow("no strike") << 0.0 << 20.0 << 86400.0;
-    QTest::newRow("expired") << 100.0 << 20.0 << 0.0;
-    QTest::newRow("NaN volatility") << 100.0 << notANumber << 86400.0;
-    QTest::newRow("negative curve") << 100.0 << -1.0 << 86400.0;
-}
-
-void TestVolat::extendedInvalid()
-{
-    QFETCH(double, strike);
-    QFETCH(double, volat);
-    QFETCH(double, seconds);
-    VolatInputParamsEx in;
-    static_cast<VolatInputParams&>(in) = option(strike, 100, 1);
-    in.curveVolatMax = in.curveVolatMin = -3;
-    in.volat = volat;
-    in.secondsToExpiry = seconds;
-    VolatOutputParamsEx out;
-    static_cast<VolatOutputParams&>(out) = marked();
-    out.volat = out.d1 = out.d2 = out.intrinsicCall = out.timePut = -18;
-    const VolatOutputParamsEx before = out;
-    calcVolatParamsEx(out, in);
-    QVERIFY(sameBits(out, before));
-}
-
-void TestVolat::newton()
-{
-    int slopes = 0;
-    const auto square = [](double x) { return x * x; };
-    const auto slope = [&slopes](double x) {
-        ++slopes;
-        return 2 * x;
-    };
-    bool ok = false;
-    const double root = numericNewtonRaffson(square, slope, 2.0, 1.0, 0.0, 10.0, &ok, 1e-12, 100);
-    QVERIFY(ok && std::fabs(root - std::sqrt(2.0)) < 1e-12);
-    QCOMPARE(numericNewtonRaffson(square, slope, 2.0, 1.0, 0.0, 10.0, nullptr, 1e-12, 100), root);
-
-    slopes = 0; // a start that meets the target needs no derivative, and no step is allowed
-    QCOMPARE(numericNewtonRaffson(square, slope, 9.0, 3.0, 3.0, 3.0, &ok, 0.0, 0), 3.0);
-    QVERIFY(ok && slopes == 0);
-
-    const auto fails = [&](double target, double start, double lo, double hi, int steps) {
-        ok = true;
-        const double last =
-            numericNewtonRaffson(square, slope, target, start, lo, hi, &ok, 1e-12, steps);
-        return ok ? notANumber : last;
-    };
-    QCOMPARE(fails(2, 11, 0, 10, 100), 0.0);               // the start is outside
-    QCOMPARE(fails(2, notANumber, 0, 10, 100), 0.0);       // or nowhere
-    QCOMPARE(fails(2, 0, 0, 10, 100), 0.0);                // no slope there
-    QCOMPARE(fails(2, 1e-13, 0, 10, 100), 1e-13);          // nor here
-    QCOMPARE(fails(2, 0.1, 0, 10, 100), 0.1 + 1.99 / 0.2); // a step beyond the range
-    QCOMPARE(fails(2, 1, 0, 10, 1), 1.5);                  // out of steps
-    QCOMPARE(fails(2, 1, 0, 10, 0), 1.0);
-    QCOMPARE(slopes, 4); // none at 11 and NaN, one each but in the last, which may do no step
-}
-
-void TestVolat::functionObjects()
-{
-    const VolatInputParams in = option(95, 100, 0.25);
-    VolatOutputParams out;
-    calcVolatParamsNorm(out, in, 0.2);
-    OptVolatPrice call(in, false);
-    OptVolatPrice put(in, true);
-    OptVolatVega slope(in, true);
-    QCOMPARE(call(-1), 0.0); // what the cache starts at
-    for (int i = 0; i < 2; ++i) {
-        QCOMPARE(call(0.2), out.priceCall);
-        QCOMPARE(put(0.2), out.pricePut);
-        QCOMPARE(slope(0.2), out.vega);
-        // No answer depends on the one before.
-        QCOMPARE(call(0), 0.0);
-        QCOMPARE(slope(-0.2), 0.0);
-    }
-}
-
 // Prices of the exact model over the whole space: either the model meets the price at the
 // volatility found, or the price lies so near its intrinsic value that volatility has no say in it.
 void TestVolat::roundTrip()
@@ -519,36 +262,6 @@ void TestVolat::roundTrip()
                 }
     qInfo("%d volatilities found, %d prices without one", found, none);
     QVERIFY(found > 3000 && none > 3000);
-}
-
-void TestVolat::searchIsTheSpelledOutOne()
-{
-    for (quint32 seed : testSeeds(3)) {
-        SeedScope scope(seed);
-        std::mt19937 random(seed);
-        std::uniform_real_distribution<double> unit(0, 1);
-        for (int i = 0; i < 5000; ++i) {
-            const VolatInputParams in =
-                option(100 * unit(random) * 2, 100, 3 * std::pow(unit(random), 4));
-            const bool put = random() % 2;
-            VolatSearch search;
-            const double starts[] = {0, 20, 300, -5, 2000};
-            search.start = starts[random() % 5];
-            search.lo = random() % 8 ? 0.01 : -50;
-            search.hi = random() % 8 ? 1000 : 5;
-            search.priceTol = random() % 8 ? 1e-8 : 0;
-            search.volTol = random() % 8 ? 1e-6 : 0;
-            const double price = 120 * std::pow(unit(random), 2) - (random() % 10 ? 0 : 10);
-            const double got = volatByTheorPrice(in, put, price, search.start, search.lo, search.hi,
-                                                 search.priceTol, search.volTol);
-            QVERIFY(sameBits(got, naiveImplied(in, put, price, search)));
-            const ImpliedVolat reasoned = impliedVolat(in, put, price, search);
-            if (reasoned.reason == ImpliedVolat::Found)
-                QVERIFY(sameBits(reasoned.volat, got));
-            else
-                QCOMPARE(reasoned.volat, -1.0);
-        }
-    }
 }
 
 void TestVolat::failuresOfTheSearch_data()

@@ -102,26 +102,20 @@ class TestRunnableManager : public QObject
 private Q_SLOTS:
     void init();
     void cleanup();
-    void stopFlag();
     void oneJob();
-    void unknownHandles();
     void orderOfTheEnd();
     void finishedCrossesThreads();
-    void priorities();
     void stopAll();
-    void jobThatNeverLooks();
-    void ownedJobs();
     void clearedPool();
     void handlesAreNotReusedEarly();
     void stopCallsBack_data();
     void stopCallsBack();
     void stopsThatWaitForEachOther();
-    void listedWhileInsideStop();
     void jobThatStopsItself();
+    void jobThatWaitsForAQueuedOne();
     void throwingJobs_data();
     void throwingJobs();
     void destroyedWhileJobsRun();
-    void startedDuringDestruction();
     void manyCycles();
 
 private:
@@ -143,15 +137,6 @@ void TestRunnableManager::cleanup()
     watchdog.reset();
 }
 
-void TestRunnableManager::stopFlag()
-{
-    Job job;
-    QVERIFY(job.canRun());
-    QVERIFY(job.autoDelete());
-    job.stop();
-    QVERIFY(!job.canRun());
-}
-
 void TestRunnableManager::oneJob()
 {
     Listened all;
@@ -167,21 +152,6 @@ void TestRunnableManager::oneJob()
     QCOMPARE(all.ended, QVector<void*>({handle}));
     all.deliver();
     QCOMPARE(all.ended.size(), 1);
-}
-
-void TestRunnableManager::unknownHandles()
-{
-    RunnableManager manager;
-    int other = 0;
-    HRunnable handle = manager.startRunnable(new Job([](Job&) {}), pool.get(), 0);
-    waitUntil([&] { return !manager.isRunning(); });
-    for (void* unknown : {static_cast<void*>(nullptr), static_cast<void*>(&other), handle}) {
-        manager.stopRunnable(unknown, true);
-        manager.stopRunnable(unknown, false);
-        QVERIFY(!manager.isRunning(unknown));
-    }
-    manager.stopRunnables(true);
-    QCOMPARE(manager.startRunnable(nullptr, pool.get(), 0), static_cast<void*>(nullptr));
 }
 
 // The signal is posted while the handle is still listed.
@@ -224,22 +194,6 @@ void TestRunnableManager::finishedCrossesThreads()
     QThreadPool::globalInstance()->waitForDone();
 }
 
-void TestRunnableManager::priorities()
-{
-    pool->setMaxThreadCount(1);
-    RunnableManager manager;
-    QVector<int> ran;
-    std::atomic<bool> go{false};
-    manager.startRunnable(new Job([&](Job&) { waitUntil([&] { return go.load(); }); }), pool.get(),
-                          9);
-    for (int priority : {0, 2, 1, 2})
-        manager.startRunnable(new Job([&ran, priority](Job&) { ran.append(priority); }), pool.get(),
-                              priority);
-    go = true;
-    waitUntil([&] { return !manager.isRunning(); });
-    QCOMPARE(ran, QVector<int>({2, 2, 1, 0}));
-}
-
 void TestRunnableManager::stopAll()
 {
     Listened all;
@@ -256,38 +210,6 @@ void TestRunnableManager::stopAll()
     QCOMPARE(all.ended.size(), 6);
     for (HRunnable handle : handles)
         QCOMPARE(all.ended.count(handle), 1);
-}
-
-void TestRunnableManager::jobThatNeverLooks()
-{
-    RunnableManager manager;
-    std::atomic<bool> go{false};
-    std::atomic<bool> isEnded{false};
-    HRunnable handle = manager.startRunnable(new Job([&](Job&) {
-                                                 waitUntil([&] { return go.load(); });
-                                                 isEnded = true;
-                                             }),
-                                             pool.get(), 0);
-    manager.stopRunnables(false);
-    manager.stopRunnable(handle, false); // neither waits
-    QVERIFY(manager.isRunning(handle) && !isEnded);
-    go = true;
-    manager.stopRunnable(handle, true);
-    QVERIFY(isEnded && !manager.isRunning(handle));
-}
-
-void TestRunnableManager::ownedJobs()
-{
-    RunnableManager manager;
-    for (int i = 0; i < 200; ++i) {
-        std::unique_ptr<Job> owned(new Job);
-        owned->setAutoDelete(false);
-        HRunnable handle = manager.startRunnable(owned.get(), pool.get(), 0);
-        manager.stopRunnable(handle, true);
-        QVERIFY(owned->stops >= 1);
-        // Deleted at once: the wrapper, which may still be there, must not look at it.
-    }
-    QCOMPARE(alive.load(), 0);
 }
 
 void TestRunnableManager::clearedPool()
@@ -416,25 +338,6 @@ void TestRunnableManager::stopsThatWaitForEachOther()
     QVERIFY(!manager.isRunning());
 }
 
-// An owner who sees that its job is not running may delete it: nobody is inside stop() any more.
-void TestRunnableManager::listedWhileInsideStop()
-{
-    RunnableManager manager;
-    std::atomic<bool> isInside{false};
-    std::unique_ptr<Job> owned(new Job(Job::untilStopped, [&](Job& me) {
-        isInside = true;
-        sleepMs(50);
-        QVERIFY(me.stops == 1);
-    }));
-    owned->setAutoDelete(false);
-    HRunnable handle = manager.startRunnable(owned.get(), pool.get(), 0);
-    std::thread stopper([&] { manager.stopRunnable(handle, false); });
-    waitUntil([&] { return isInside.load(); });
-    waitUntil([&] { return !manager.isRunning(handle); });
-    owned.reset();
-    stopper.join();
-}
-
 void TestRunnableManager::jobThatStopsItself()
 {
     RunnableManager manager;
@@ -452,6 +355,22 @@ void TestRunnableManager::jobThatStopsItself()
     go = true;
     waitUntil([&] { return !manager.isRunning(); });
     QCOMPARE(left.load(), 1); // itself
+}
+
+void TestRunnableManager::jobThatWaitsForAQueuedOne()
+{
+    pool->setMaxThreadCount(1);
+    RunnableManager manager;
+    std::atomic<bool> hasWaited{false};
+    manager.startRunnable(new Job([&](Job&) {
+                              HRunnable queued = manager.startRunnable(new Job, pool.get(), 0);
+                              manager.stopRunnable(queued, true);
+                              hasWaited = !manager.isRunning(queued);
+                          }),
+                          pool.get(), 0);
+    waitUntil([&] { return !manager.isRunning(); });
+    QVERIFY(hasWaited);
+    QCOMPARE(pool->maxThreadCount(), 1);
 }
 
 void TestRunnableManager::throwingJobs_data()
@@ -513,26 +432,6 @@ void TestRunnableManager::destroyedWhileJobsRun()
                                   pool.get(), 0);
     }
     QCOMPARE(ended.load(), 8);
-}
-
-void TestRunnableManager::startedDuringDestruction()
-{
-    std::atomic<bool> wasStopped{false};
-    {
-        RunnableManager manager;
-        RunnableManager* m = &manager;
-        manager.startRunnable(new Job([&, m](Job& me) {
-                                  Job::untilStopped(me);
-                                  sleepMs(20); // the destructor has asked everyone by now
-                                  m->startRunnable(new Job([&wasStopped](Job& follower) {
-                                                       Job::untilStopped(follower);
-                                                       wasStopped = true;
-                                                   }),
-                                                   pool.get(), 0);
-                              }),
-                              pool.get(), 0);
-    }
-    QVERIFY(wasStopped);
 }
 
 namespace {

@@ -21,15 +21,11 @@ namespace Oracle {
 using Big = boost::multiprecision::number<boost::multiprecision::cpp_int_backend<
     1024, 1024, boost::multiprecision::signed_magnitude, boost::multiprecision::unchecked, void>>;
 
-/// 10 to a power that the integer has room for.
-template <typename Int>
-constexpr int powers = sizeof(Int) > 16 ? 300 : 18;
-
-template <typename Int>
-const Int& power(int exponent)
+/// 10 to a power up to 300.
+inline const Big& power(int exponent)
 {
-    static const std::vector<Int> table = [] {
-        std::vector<Int> all(powers<Int>, Int(1));
+    static const std::vector<Big> table = [] {
+        std::vector<Big> all(301, Big(1));
         for (std::size_t i = 1; i < all.size(); ++i)
             all[i] = all[i - 1] * 10;
         return all;
@@ -37,70 +33,61 @@ const Int& power(int exponent)
     return table.at(static_cast<std::size_t>(exponent));
 }
 
-template <typename Int>
 struct Number
 {
-    Int n = 0;
+    Big n = 0;
     int scale = 0;
 
-    Int at(int largerScale) const { return n * power<Int>(largerScale - scale); }
-    Number operator-() const { return {Int(-n), scale}; }
-    friend Number operator+(const Number& a, const Number& b)
+    Big at(int largerScale) const { return n * power(largerScale - scale); }
+    Number operator-() const { return {Big(-n), scale}; }
+    Number operator*(const Number& b) const { return {n * b.n, scale + b.scale}; }
+    Number operator+(const Number& b) const
     {
-        const int scale = std::max(a.scale, b.scale);
-        return {a.at(scale) + b.at(scale), scale};
+        const int both = std::max(scale, b.scale);
+        return {at(both) + b.at(both), both};
     }
-    friend Number operator*(const Number& a, const Number& b)
-    {
-        return {a.n * b.n, a.scale + b.scale};
-    }
-    int compare(const Number& other) const
-    {
-        const Int difference = (*this + -other).n;
-        return (difference > 0) - (difference < 0);
-    }
+    int compare(const Number& other) const { return (*this + -other).n.sign(); }
 };
 
-template <typename Int>
 struct Stored
 {
     unsigned int flags;
-    Int n; ///< at the scale it was stored at
+    Big n; ///< at the scale it was stored at
     bool isMarked() const { return flags & BCDII_RESULT_ERROR; }
 };
 
 /// A number in `precision` digits, `scale` of them behind the point.
-template <typename Int>
-Stored<Int> store(const Number<Int>& number, int precision, int scale,
-                  BCDIIroundstyle style = BCDII_ROUND_HALF_UP)
+inline Stored store(const Number& number, int precision, int scale,
+                    BCDIIroundstyle style = BCDII_ROUND_HALF_UP)
 {
     const bool negative = number.n < 0;
     const unsigned int sign = negative ? BCDII_RESULT_NEGATIVE : 0U;
-    const Int size = negative ? Int(-number.n) : number.n;
+    const Big size = abs(number.n);
     if (size == 0)
         return {BCDII_RESULT_ZERO, 0};
     const int room = precision - scale + number.scale;
-    if (room < 0 || (room < powers<Int> && size >= power<Int>(room)))
+    if (room < 0 || (room <= 300 && size >= power(room)))
         return {0x11, 0};
     if (scale >= number.scale)
         return {sign, number.at(scale)};
-    const Int& unit = power<Int>(number.scale - scale);
-    const Int rest = size % unit;
+    const Big& unit = power(number.scale - scale);
+    const Big rest = size % unit;
     if (rest == 0)
         return {sign, number.n / unit};
     const bool up[] = {rest * 2 >= unit, !negative, negative, true, false};
-    const Int kept = size / unit + (up[style] ? 1 : 0);
-    if (kept >= power<Int>(precision))
+    const Big kept = size / unit + (up[style] ? 1 : 0);
+    if (kept >= power(precision))
         return {0x51, 0};
     if (kept == 0)
         return {0x42, 0};
-    return {0x40 | sign, negative ? Int(-kept) : kept};
+    return {0x40 | sign, negative ? Big(-kept) : kept};
 }
 
 /// A self-describing buffer with a guard byte behind its digits.
 struct Buffer
 {
     unsigned char bytes[2 + 32 + 1];
+    Number number; ///< what it was made of
 
     explicit Buffer(unsigned int type)
     {
@@ -108,15 +95,14 @@ struct Buffer
         std::memset(bytes, 0xEE, sizeof bytes);
         std::memcpy(bytes, &word, sizeof word);
     }
-    template <typename Int>
-    Buffer(Int n, unsigned int type)
+    Buffer(const Big& n, unsigned int type)
         : Buffer(type)
     {
-        const bool negative = n < 0;
-        n *= (negative ? -1 : 1) * (type & 1 ? 10 : 1);
-        for (unsigned int i = BCDIISIZE(type); i-- > 0; n /= 100)
-            digits()[i] = static_cast<unsigned char>(Int(n % 100));
-        if (negative)
+        number = {n, scale()};
+        Big rest = abs(n) * (type & 1 ? 10 : 1);
+        for (unsigned int i = BCDIISIZE(type); i-- > 0; rest /= 100)
+            digits()[i] = static_cast<unsigned char>(Big(rest % 100));
+        if (n < 0)
             digits()[0] |= 128;
     }
     unsigned char* digits() { return bytes + 2; }
@@ -146,13 +132,13 @@ public:
         const int turn = below(precision + 1);
         Big n = 0;
         for (int i = 0; i < size; ++i) {
-            const int digit = kind < 2    ? below(10)
-                              : kind == 2 ? 9
+            const int tail = kind == 4 ? (i == turn ? 5 : below(2) * 9) : below(10);
+            const int digit = kind == 2   ? 9
                               : kind == 3 ? i == 0
-                              : kind == 4 ? (i < turn    ? 9
-                                             : i == turn ? 5
-                                                         : below(2) * 9)
-                                          : (i < turn ? 0 : below(10));
+                              : i < turn  ? (kind == 4   ? 9
+                                             : kind == 5 ? 0
+                                                         : below(10))
+                                          : tail;
             n = n * 10 + digit;
         }
         return below(2) ? Big(-n) : n;

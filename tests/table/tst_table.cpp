@@ -129,39 +129,6 @@ class TestTable : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void layout_data()
-    {
-        QTest::addColumn<QVector<int>>("types"); // type * 100 + length
-        QTest::addColumn<qint64>("length");
-        QTest::addColumn<qint64>("unaligned");
-        QTest::addColumn<qint64>("size");
-        using T = FieldType;
-        QTest::newRow("none") << QVector<int>() << 0LL << 0LL << 16LL;
-        QTest::newRow("padding") << QVector<int>{T::Integer * 100, T::VarChar * 100 + 3} << 16LL
-                                 << 10LL << 33LL;
-        QTest::newRow("eight") << QVector<int>(8, T::Integer * 100) << 64LL << 32LL << 81LL;
-        QTest::newRow("ninth bit") << QVector<int>(9, T::Integer * 100) << 72LL << 36LL << 90LL;
-        QTest::newRow("wide") << QVector<int>{T::BoardList * 100, T::XDecimal * 100 + 2} << 424LL
-                              << 420LL << 441LL;
-    }
-    void layout()
-    {
-        QFETCH(QVector<int>, types);
-        Table table("t");
-        for (int i = 0; i < types.size(); ++i)
-            table.addColumn(QString::number(i), FieldType::Type(types[i] / 100), types[i] % 100);
-        QTEST(table.rowLength(), "length");
-        QTEST(table.rowLengthUnaligned(), "unaligned");
-        QTEST(table.rowSize(), "size");
-        for (int i = 0; i < types.size(); ++i) {
-            const TableColumnDef* def = table.columnDef(i);
-            QCOMPARE(def->offset % 8, 0LL);
-            QCOMPARE(def->nullByte, table.rowLength() + i / 8);
-            QCOMPARE(int(def->nullMask), 1 << (i % 8));
-            QCOMPARE(def->index, i);
-        }
-    }
-
     // Every range of columns against a copy cell by cell.
     void copyOfColumnRange()
     {
@@ -367,34 +334,6 @@ private Q_SLOTS:
         QCOMPARE(late.take().size(), 4);
     }
 
-    void failuresLeaveNothingHalfDone()
-    {
-        Table table("t");
-        table.addColumn("a", FieldType::Integer);
-        table.appendList({row(table, 1)});
-        Journal failing(&table);
-        SortedView view(&table, QStringList("a"));
-        for (const bool early : {true, false}) {
-            (early ? failing.onPreprocess : failing.onProcess) = [] { throw 42; };
-            RecordsTrans changes(&table);
-            RecordUpdater(changes, table.at(0)).data(0) = 5;
-            changes.insert(row(table, 3));
-            bool caught = false;
-            try {
-                changes.execute();
-            } catch (int) {
-                caught = true;
-            }
-            QVERIFY(caught);
-            QCOMPARE(table.transactionState(), 0);
-            QCOMPARE(value(table.at(0)), early ? 1 : 5); // refused whole, or done whole
-            QCOMPARE(table.rowCount(), early ? 1 : 2);
-            QCOMPARE(view.count(), table.rowCount());
-            QVERIFY(changes.isEmpty());
-            failing.onPreprocess = failing.onProcess = nullptr;
-        }
-    }
-
     void misuseIsHarmless()
     {
         Table table("t");
@@ -442,30 +381,6 @@ private Q_SLOTS:
         copy.copy(kept, 0, 0);
         copy = Record();
         waiting.clear();
-    }
-
-    void namesAndSignals()
-    {
-        Table table("t");
-        qRegisterMetaType<Index*>("Index*");
-        QSignalSpy removed(&table, &Table::indexRemoved);
-        QSignalSpy named(&table, &Table::indexNameUpdated);
-        Journal a(&table);
-        Journal b(&table);
-        table.setIndexName("x", &a);
-        table.setIndexName("x", &b);
-        QCOMPARE(table.namedIndex("x"), static_cast<Index*>(&b));
-        QVERIFY(table.indexName(&a).isNull() && !table.namedIndex("y"));
-        Journal stranger;
-        table.removeIndex(&stranger);
-        QCOMPARE(removed.count(), 1);
-        QCOMPARE(named.count(), 2);
-        table.setIndexName("y", &b);
-        table.removeIndex(&b); // drops its first name only
-        QVERIFY(!table.namedIndex("x") && table.namedIndex("y"));
-        table.setIndexName("IndexLimit", &a); // not a limit index: ignored
-        table.appendList({});
-        QCOMPARE(table.indexes(), QList<Index*>({&a}));
     }
 
     // Transactions merged into one do what they do one after the other.
@@ -590,34 +505,6 @@ private Q_SLOTS:
         r.data(1) = QString("x %1 %4");
         QCOMPARE(r.dump(true), head + "{ a=5 b=x %1 %4 }");
         QCOMPARE(Record::null.dump(), QString("{ NULL }"));
-    }
-
-    void limitTrims()
-    {
-        for (const bool keyed : {true, false}) {
-            Table table("t");
-            table.addColumn("a", FieldType::Integer, 0, false);
-            if (keyed)
-                table.setMasterIndex(new MasterIndex_Column_Pure(&table, QString("a")));
-            SortedLimit limit(100, &table, QStringList("a"));
-            QList<Record> rows;
-            for (int i = 0; i < 150; ++i)
-                rows.append(row(table, (i * 37) % 150));
-            table.appendList(rows); // one big insert into an empty table is not trimmed
-            QCOMPARE(table.rowCount(), 150);
-            RecordsTrans changes(&table);
-            for (int i = 0; i < 3; ++i)
-                changes.insert(row(table, 1000 + i));
-            changes.remove(limit.at(60));
-            RecordUpdater(changes, limit.at(1)).data(0) = 2000; // spared, but counted
-            changes.execute();
-            QCOMPARE(table.rowCount(), 101);
-            QCOMPARE(limit.count(), 101);
-            QCOMPARE(value(limit.at(100)), 2000);
-            QCOMPARE(value(limit.at(0)), 52);
-            table.appendList({row(table, 5000)});
-            QCOMPARE(table.rowCount(), 100);
-        }
     }
 };
 

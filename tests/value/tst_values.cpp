@@ -2,15 +2,68 @@
 #include "support/seed.h"
 #include "value/boardlist.h"
 #include "value/checksum.h"
+#include "value/datetime.h"
+#include "value/decimal.h"
 #include "value/fuzzycompare.h"
+#include "value/variantutils.h"
+#include "value/xdecimal.h"
 
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QtTest>
 
 #include <cstring>
+#include <ctime>
 #include <limits>
 
+/// A host's type whose converters throw.
+struct Thrower
+{};
+Q_DECLARE_METATYPE(Thrower)
+
 namespace {
+
+constexpr qint64 least = std::numeric_limits<qint64>::min();
+constexpr qint64 most = std::numeric_limits<qint64>::max();
+const char* const forms[] = {"yyyy.MM.dd HH:mm:ss.zzz", "yyyy-MM-dd HH:mm:ss", "yyyy.MM.dd",
+                             "yyyy-MM-dd"};
+
+/// Local time rules under which everything runs: the second skips 02:00 to 03:00 and the third
+/// midnight on one day of 2017.
+void setZone(int zone)
+{
+    const char* const zones[] = {"UTC", "Europe/Berlin", "America/Sao_Paulo"};
+    qputenv("TZ", zones[zone]);
+    tzset();
+}
+
+/// What Qt reads, in UTC and so without gaps; invalid when it reads nothing.
+QVariant readByQt(const QString& text)
+{
+    setZone(0);
+    for (const char* form : forms) {
+        QDateTime value = QDateTime::fromString(text, QLatin1String(form));
+        value.setTimeSpec(Qt::UTC);
+        if (value.isValid())
+            return value.toMSecsSinceEpoch();
+    }
+    return QVariant();
+}
+
+/// A valid text of one of the forms, then up to two random changes to it.
+QString randomText(QRandomGenerator& random)
+{
+    const QString alphabet = QStringLiteral("0123456789+- .:Tx");
+    const qint64 msecs = qint64(random.generate64() % Q_UINT64_C(250000000000000)) - 60000000000000;
+    QString text = QLocale::c().toString(QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC),
+                                         QLatin1String(forms[random.bounded(4)]));
+    for (int changes = random.bounded(3); changes > 0; --changes) {
+        const int at = random.bounded(text.size());
+        const QChar c = alphabet.at(random.bounded(alphabet.size()));
+        text.replace(at, random.bounded(2), random.bounded(4) ? QString(c) : QString());
+    }
+    return text;
+}
 
 /// A boardlist with these very numbers in its bytes, as a cell read from a file may hold them.
 boardlist fromNumbers(const QVector<qint32>& numbers)
@@ -20,15 +73,24 @@ boardlist fromNumbers(const QVector<qint32>& numbers)
     return list;
 }
 
-quint64 naiveCrc(const QByteArray& bytes)
+QVariant dec(const char* text)
 {
-    quint64 crc = ~quint64(0);
-    for (const char byte : bytes) {
-        crc ^= quint64(uchar(byte)) << 56;
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc << 1) ^ ((crc >> 63) ? Q_UINT64_C(0x42F0E1EBA9EA3693) : 0);
-    }
-    return ~crc;
+    return decimal(QString(text)).toVariant();
+}
+
+QVariant xdec(const char* text)
+{
+    return xdecimal(text).toVariant();
+}
+
+QVariant msecs(qint64 count)
+{
+    return QVariant::fromValue(datetime(count));
+}
+
+QVariant date(const char* text)
+{
+    return QVariant::fromValue(datetime(QString(text)));
 }
 
 } // namespace
@@ -38,109 +100,241 @@ class TestValues : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void boardlistPrintsByGroup_data();
-    void boardlistPrintsByGroup();
-    void boardlistSurvivesAnyCount();
-    void boardlistOrderIsTotal();
-    void fuzzyCompare_data();
-    void fuzzyCompare();
-    void checksum();
-};
-
-void TestValues::boardlistPrintsByGroup_data()
-{
-    QTest::addColumn<QVector<qint32>>("numbers");
-    using Numbers = QVector<qint32>;
-    QTest::newRow("") << Numbers{0, 5, 5};
-    QTest::newRow("7:-3") << Numbers{1, 7, -3};
-    QTest::newRow("10:2 9:1,3") << Numbers{3, 9, 1, 10, 2, 9, 3};
-    QTest::newRow("-1:5,1,5 0:2") << Numbers{4, -1, 5, 0, 2, -1, 1, -1, 5};
-}
-
-void TestValues::boardlistPrintsByGroup()
-{
-    QFETCH(QVector<qint32>, numbers);
-    boardlist built;
-    for (int i = 0; i < numbers.first(); ++i)
-        QVERIFY(built.append(numbers.at(1 + 2 * i), numbers.at(2 + 2 * i)));
-    QCOMPARE(built.toString(), QString(QTest::currentDataTag()));
-    QVERIFY(built == fromNumbers(numbers));
-}
-
-void TestValues::boardlistSurvivesAnyCount()
-{
-    QVector<qint32> numbers(101, 2);
-    for (const qint32 count : {50, 51, std::numeric_limits<qint32>::max()}) {
-        numbers[0] = count;
-        boardlist list = fromNumbers(numbers);
-        QCOMPARE(list.count(), 50);
-        QCOMPARE(list.toString().count(','), 49);
-        QVERIFY(!list.append(1, 1));
+    void initTestCase()
+    {
+        qRegisterMetaType<Thrower>();
+        QMetaType::registerConverter<Thrower, decimal>([](Thrower) -> decimal { throw 1; });
+        QMetaType::registerConverter<Thrower, int>([](Thrower) -> int { throw 1; });
     }
-    for (const qint32 count : {0, -1, std::numeric_limits<qint32>::min()}) {
-        numbers[0] = count;
-        boardlist list = fromNumbers(numbers);
-        QVERIFY(list.isEmpty() && list == boardlist());
-        QVERIFY(list.append(3, 4));
-        QCOMPARE(list.toString(), QString("3:4"));
+
+    void cleanup() { setZone(0); }
+
+    void datesAreReadAsQtDoes()
+    {
+        const auto check = [](const QString& text, int zone) {
+            const QVariant expected = readByQt(text);
+            setZone(zone);
+            bool ok = !expected.isValid();
+            const datetime value = datetime::fromString(("<" + text).midRef(1), &ok);
+            QVERIFY2(ok == expected.isValid(), qPrintable(text));
+            QVERIFY2(value.toMSecsSinceEpoch() == expected.toLongLong(), qPrintable(text));
+            QCOMPARE(datetime(text), value);
+            QCOMPARE(datetime::fromQDateTime(value.toQDateTime()), value);
+        };
+        for (const char* text : {"2017.03.01 10:00:00.250", "2017-03-26 02:30:00", "2017-10-15",
+                                 "0001.01.01", "", "2017.03.01 10:00:00.25",
+                                 "2017-03-01 10:00:00.250", "2017.02.29", "２０１７-03-01"}) {
+            for (const int zone : {0, 1, 2})
+                check(text, zone);
+        }
+        for (const quint32 seed : testSeeds(3)) {
+            const SeedScope scope(seed);
+            QRandomGenerator random(seed);
+            for (int i = 0; i < 1500; ++i)
+                check(randomText(random), i % 3);
+        }
+        QCOMPARE(datetime(QString("2017-10-15")).toString(), "2017.10.15 00:00:00.000");
     }
-}
 
-void TestValues::boardlistOrderIsTotal()
-{
-    // Numbers below 128, whose bytes compare as they do; a shorter list before the longer one.
-    const QVector<qint32> ordered[] = {{-5, 1},         {1, 0, 9}, {1, 1, 1}, {2, 1, 1, 0, 0},
-                                       {2, 1, 1, 0, 1}, {1, 1, 2}, {1, -1, 0}};
-    for (const QVector<qint32>& a : ordered) {
-        for (const QVector<qint32>& b : ordered)
-            QCOMPARE(fromNumbers(a).compare(fromNumbers(b)), &a < &b ? -1 : &a > &b);
-    }
-}
-
-void TestValues::fuzzyCompare_data()
-{
-    constexpr double infinity = std::numeric_limits<double>::infinity();
-    constexpr double none = std::numeric_limits<double>::quiet_NaN();
-    QTest::addColumn<double>("a");
-    QTest::addColumn<double>("b");
-    QTest::addColumn<bool>("equal");
-    QTest::newRow("zeros") << 0.0 << 1e-13 << true;
-    QTest::newRow("zeros of both signs") << -1e-12 << 1e-12 << true;
-    QTest::newRow("one zero") << 0.0 << 1e-11 << false;
-    QTest::newRow("near the zero limit") << 1e-12 << 1.0000000001e-12 << false;
-    QTest::newRow("ones") << 1.0 << 1 + 1e-13 << true;
-    QTest::newRow("ones apart") << 1.0 << 1 + 1e-11 << false;
-    QTest::newRow("overflowing") << 1e308 << -1e308 << false;
-    QTest::newRow("infinities") << infinity << infinity << false;
-    QTest::newRow("nan") << none << none << false;
-    QTest::newRow("nan and zero") << none << 0.0 << false;
-}
-
-void TestValues::fuzzyCompare()
-{
-    QFETCH(double, a);
-    QFETCH(double, b);
-    QTEST(commonFuzzyCompare(a, b), "equal");
-    QTEST(commonFuzzyCompare(-b, -a), "equal");
-}
-
-void TestValues::checksum()
-{
-    QCOMPARE(qChecksum64(nullptr, 0), quint64(0));
-    QCOMPARE(qChecksum64("123456789", 9), Q_UINT64_C(0x62EC59E3F1A4F00A));
-    for (const quint32 seed : testSeeds(2)) {
-        const SeedScope scope(seed);
-        QRandomGenerator random(seed);
-        QByteArray bytes(600, Qt::Uninitialized);
-        for (char& byte : bytes)
-            byte = char(random.generate());
-        for (int length = 1; length < 100; ++length) {
-            const QByteArray part = bytes.mid(random.bounded(500), length);
-            QCOMPARE(qChecksum64(part.constData(), unsigned(length)), naiveCrc(part));
+    void datesArePrintedAsQtDoes()
+    {
+        // Beside random ones the ends of years 0001 and 9999, whose digits are written apart.
+        QVector<qint64> counts = {
+            -62135596800000, -62135596800001, 253402300799999, 253402300800000, most, least};
+        QRandomGenerator random(1);
+        for (int i = 0; i < 5000; ++i)
+            counts.append((qint64(random.generate64()) >> random.bounded(63)) | 1);
+        for (int i = 0; i < counts.size(); ++i) {
+            setZone(i % 3);
+            const QDateTime same = QDateTime::fromMSecsSinceEpoch(counts.at(i), Qt::UTC);
+            QCOMPARE(datetime(counts.at(i)).toString(),
+                     QLocale::c().toString(same, datetime::defaultFormat));
+        }
+        QVERIFY(datetime().toString().isNull() && datetime().toSystemString().isNull());
+        for (const auto& [kind, expected] :
+             {std::pair("short time", "26.03.2017 02:30"), std::pair("short date", "26.03.2017"),
+              std::pair("long time", "воскресенье, 26 марта 2017 г. 02:30:05"),
+              std::pair("long date", "воскресенье, 26 марта 2017 г.")}) {
+            QProcess process; // the system locale is read once a process
+            process.start("env", {"LC_ALL=ru_RU.UTF-8", "TZ=Europe/Berlin",
+                                  QCoreApplication::applicationFilePath(), "--system", kind});
+            QVERIFY(process.waitForFinished());
+            QCOMPARE(QString::fromUtf8(process.readAllStandardOutput()), QString(expected));
         }
     }
-}
 
-QTEST_APPLESS_MAIN(TestValues)
+    void datesTakeFieldsOfQDateTime()
+    {
+        setZone(1);
+        const QTime time(2, 30);
+        for (const QDate& day : {QDate(2017, 7, 1), QDate(2017, 3, 26)}) { // the second is skipped
+            const datetime value(QLocale::c().toString(day, "yyyy-MM-dd") + " 02:30:00");
+            QCOMPARE(datetime::fromQDateTime(QDateTime(day, time, Qt::LocalTime)), value);
+            QCOMPARE(datetime::fromQDateTime(QDateTime(day, time, Qt::OffsetFromUTC, -60)), value);
+            QCOMPARE(value.toQDateTime(), QDateTime(day, time, Qt::UTC));
+        }
+        QVERIFY(datetime::fromQDateTime(datetime(most).toQDateTime()).isNull());
+        QVERIFY(datetime(least) < datetime() && !(datetime(1) <= datetime()));
+    }
+
+    void boardlists()
+    {
+        const std::pair<const char*, QVector<qint32>> rows[] = {
+            {"", {0, 5, 5}},
+            {"7:-3", {1, 7, -3}},
+            {"10:2 9:1,3", {3, 9, 1, 10, 2, 9, 3}},
+            {"-1:5,1,5 0:2", {4, -1, 5, 0, 2, -1, 1, -1, 5}},
+        };
+        for (const auto& [text, numbers] : rows) {
+            boardlist built;
+            for (int i = 0; i < numbers.first(); ++i)
+                QVERIFY(built.append(numbers.at(1 + 2 * i), numbers.at(2 + 2 * i)));
+            QCOMPARE(built.toString(), QString(text));
+            QVERIFY(built == fromNumbers(numbers));
+        }
+        QVector<qint32> numbers(101, 2);
+        for (const qint32 count : {50, 51, 0x7fffffff, 0, -1, -0x7fffffff - 1}) {
+            numbers[0] = count;
+            boardlist list = fromNumbers(numbers);
+            QCOMPARE(list.count(), count > 0 ? 50 : 0);
+            QCOMPARE(list.toString().count(','), count > 0 ? 49 : 0);
+            QVERIFY(count > 0 || list == boardlist());
+            QCOMPARE(list.append(3, 4), count <= 0);
+        }
+        // Numbers below 128, whose bytes compare as they do; a shorter list before the longer one.
+        const QVector<qint32> ordered[] = {{-5, 1},         {1, 0, 9}, {1, 1, 1}, {2, 1, 1, 0, 0},
+                                           {2, 1, 1, 0, 1}, {1, 1, 2}, {1, -1, 0}};
+        for (const QVector<qint32>& a : ordered) {
+            for (const QVector<qint32>& b : ordered)
+                QCOMPARE(fromNumbers(a).compare(fromNumbers(b)), &a < &b ? -1 : &a > &b);
+        }
+    }
+
+    void fuzzyCompare()
+    {
+        constexpr double none = std::numeric_limits<double>::quiet_NaN();
+        const std::tuple<double, double, bool> rows[] = {
+            {0.0, 1e-13, true},     {-1e-12, 1e-12, true},
+            {0.0, 1e-11, false},    {1e-12, 1.0000000001e-12, false},
+            {1.0, 1 + 1e-13, true}, {1.0, 1 + 1e-11, false},
+            {none, none, false},    {none, 0.0, false},
+        };
+        for (const auto& [a, b, equal] : rows)
+            QVERIFY(commonFuzzyCompare(a, b) == equal && commonFuzzyCompare(-b, -a) == equal);
+    }
+
+    void checksum()
+    {
+        QCOMPARE(qChecksum64(nullptr, 0), quint64(0));
+        QCOMPARE(qChecksum64("123456789", 9), Q_UINT64_C(0x62EC59E3F1A4F00A));
+        QRandomGenerator random(1);
+        for (int length = 1; length < 200; ++length) {
+            QByteArray bytes(length, Qt::Uninitialized);
+            quint64 crc = ~quint64(0);
+            for (char& byte : bytes) {
+                byte = char(random.generate());
+                crc ^= quint64(uchar(byte)) << 56;
+                for (int bit = 0; bit < 8; ++bit)
+                    crc = (crc << 1) ^ ((crc >> 63) ? Q_UINT64_C(0x42F0E1EBA9EA3693) : 0);
+            }
+            QCOMPARE(qChecksum64(bytes.constData(), unsigned(length)), ~crc);
+        }
+    }
+
+    void variantsCompare()
+    {
+        const QVariant none;
+        const QVariant thrower = QVariant::fromValue(Thrower());
+        const QDateTime day(QDate(2017, 3, 1), QTime(1, 0), Qt::UTC);
+        // The last number is of the reversed order: the other side's type decides then.
+        const std::tuple<QVariant, QVariant, int, int> rows[] = {
+            {none, 0, -1, 1},
+            {2, 10, -1, 1},
+            {9, "10", -1, -1}, // "10" is the lesser text
+            {3, 2.5, 0, -1},   // read as an int, 2.5 is 3
+            {1.0, 1.0 + 1e-15, 0, 0},
+            {1.0, std::numeric_limits<double>::quiet_NaN(), 0, 0},
+            {QChar('a'), QChar('B'), 1, -1},
+            {"abc", "ABD", 1, -1},
+            {day.date(), day.date().addDays(1), -1, 1},
+            {day, day.addMSecs(1), -1, 1},
+            {1LL, 2LL, 0, 0}, // not ordered
+            {dec("-1.5"), dec("1"), -1, 1},
+            {dec("-1.5"), "-1.5", -1, 0}, // the text is zero
+            {dec("-1"), thrower, -1, 0},
+            {xdec("12345678901234567890.5"), xdec("12345678901234567890.6"), -1, 1},
+            {msecs(least), msecs(most), -1, 1},
+            {msecs(-5), -5LL, -1, 0}, // the count is unset
+        };
+        for (const auto& [a, b, expected, reversed] : rows) {
+            const char* message = a.typeName();
+            QVERIFY2(variant_compare(a, b, Qt::CaseSensitive) == expected, message);
+            QVERIFY2(variant_compare(b, a, Qt::CaseSensitive) == reversed, message);
+        }
+        QCOMPARE(variant_compare("abc", "ABD", Qt::CaseInsensitive), -1);
+        QCOMPARE(variant_compare(QChar('a'), QChar('B'), Qt::CaseInsensitive), -1);
+    }
+
+    void variantsConvert()
+    {
+        const int toDec = qMetaTypeId<decimal>();
+        const int toXdec = qMetaTypeId<xdecimal>();
+        const int toDate = qMetaTypeId<datetime>();
+        const QDateTime fields(QDate(2017, 3, 1), QTime(1, 2, 3), Qt::LocalTime);
+        const QVariant none; // no conversion
+        const std::tuple<QVariant, int, QVariant> rows[] = {
+            {dec("1.50"), toDec, dec("1.50")},
+            {"1.5x", toDec, none},
+            {72057594037927935LL, toDec, dec("72057594037927935")},
+            {2.75, toDec, dec("2.750000")},
+            {xdec("-1.50"), toDec, dec("-1.50")},
+            {xdecimal::minimum().toVariant(), toDec, none},
+            {1e12, toDec, dec("1000000000000.0000")},
+            {std::numeric_limits<double>::infinity(), toXdec, none},
+            {"-12345678901234567890.5", toXdec, xdec("-12345678901234567890.5")},
+            {dec("1.50"), toXdec, xdec("1.50")},
+            {dec("-0.50"), QMetaType::QString, "-0.50"},
+            {dec("-2.99"), QMetaType::Int, -2},
+            {dec("2147483648"), QMetaType::Int, none},
+            {dec("4294967295.9"), QMetaType::UInt, 4294967295U},
+            {dec("-1"), QMetaType::ULongLong, none},
+            {xdec("-9223372036854775808.9"), QMetaType::LongLong, least},
+            {"2017-03-01", toDate, date("2017.03.01")},
+            {"", toDate, msecs(0)},
+            {fields, toDate, date("2017-03-01 01:02:03")},
+            {fields.date(), toDate, date("2017-03-01")},
+            {QDate(), toDate, none},
+            {-5LL, toDate, msecs(-5)},
+            {msecs(-1), QMetaType::QString, "1969.12.31 23:59:59.999"},
+            {msecs(-1), QMetaType::QDateTime, datetime(-1).toQDateTime()},
+            {msecs(-1), QMetaType::QDate, QDate(1969, 12, 31)},
+            {msecs(-1), QMetaType::LongLong, -1LL},
+            {"x", QMetaType::Int, none},
+            {QVariant::fromValue(Thrower()), QMetaType::Int, none},
+            {none, QMetaType::Int, none},
+            {5, -1, none},
+        };
+        for (const auto& [value, type, expected] : rows) {
+            const QVariant found = variant_convert(value, static_cast<unsigned>(type));
+            // With the type, so that a value of the wrong one is no match.
+            QCOMPARE(QString(found.typeName()) + found.toString(),
+                     QString(expected.typeName()) + expected.toString());
+        }
+    }
+};
+
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    const QString kind = application.arguments().last();
+    if (argc == 3 && application.arguments().at(1) == "--system") {
+        const datetime value(QStringLiteral("2017.03.26 02:30:05.000"));
+        const auto format = kind.startsWith("long") ? QLocale::LongFormat : QLocale::ShortFormat;
+        fputs(value.toSystemString(kind.endsWith("time"), format).toUtf8(), stdout);
+        return 0;
+    }
+    TestValues test;
+    return QTest::qExec(&test, argc, argv);
+}
 
 #include "tst_values.moc"

@@ -24,10 +24,10 @@ APartList<T>::~APartList()
 template <typename T>
 int APartList<T>::capacity() const noexcept
 {
-    int slots = 0;
+    int places = 0;
     for (const Leaf& leaf : leaves)
-        slots += leaf.capacity;
-    return slots;
+        places += leaf.capacity;
+    return places;
 }
 
 template <typename T>
@@ -42,10 +42,10 @@ template <typename T>
 typename APartList<T>::Leaf APartList<T>::allocateLeaf(int capacity) const
 {
     static_assert(sizeof(T) % alignof(quint64) == 0, "keys lie behind the items");
-    const size_t slots = static_cast<size_t>(capacity);
-    const size_t itemBytes = slots * sizeof(T);
+    const size_t places = static_cast<size_t>(capacity);
+    const size_t itemBytes = places * sizeof(T);
     const size_t words = static_cast<size_t>(owner->words);
-    void* block = std::malloc(itemBytes + slots * words * sizeof(quint64));
+    void* block = std::malloc(itemBytes + places * words * sizeof(quint64));
     if (!block)
         qBadAlloc();
     auto* bytes = static_cast<unsigned char*>(block);

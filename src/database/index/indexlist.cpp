@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <exception>
 #include <mutex>
+#include <utility>
 
 IndexObserver::IndexObserver() = default;
 IndexObserver::~IndexObserver() = default;
@@ -89,16 +90,22 @@ void IndexListPrivate::renumber()
 
 bool IndexListPrivate::heal()
 {
-    if (!needsRebuild)
+    if (!needsRebuild && !needsResort)
         return false;
-    needsRebuild = false; // add() and remove() heal as well, and a host's build() may call them
+    // add() and remove() heal as well, and a host's build() may call them.
+    const bool rebuilds = std::exchange(needsRebuild, false);
+    const bool resorts = std::exchange(needsResort, false);
     try {
-        q->rebuild();
+        if (rebuilds)
+            q->rebuild();
+        else
+            static_cast<IndexSort*>(q)->resort(); // no other kind is ever out of order
     } catch (...) {
-        needsRebuild = true;
+        needsRebuild = needsRebuild || rebuilds;
+        needsResort = needsResort || resorts;
         throw;
     }
-    return true;
+    return rebuilds;
 }
 
 // --- observers ---
@@ -276,15 +283,14 @@ void IndexList::add(const Record& record)
 
 void IndexList::remove(const Record& record, int position)
 {
-    listData->heal();
     std::exception_ptr failure;
-    if (position < 0 || position >= count() || listData->records.at(position) != record) {
-        try {
+    try {
+        listData->heal();
+        if (position < 0 || position >= count() || listData->records.at(position) != record)
             position = indexOf(record);
-        } catch (...) { // of a host's compare: the record goes all the same
-            failure = std::current_exception();
-            position = IndexList::indexOf(record);
-        }
+    } catch (...) { // of a host's compare or filter: the record goes all the same
+        failure = std::current_exception();
+        position = IndexList::indexOf(record);
     }
     if (position >= 0) {
         const Record taken = listData->takeAt(listData->records.place(position));

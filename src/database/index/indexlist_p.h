@@ -60,8 +60,8 @@ public:
     /// A host's filter or compare threw: what the index holds is not to be trusted. A master keeps
     /// its content, which is the table's, and only its order is in doubt.
     void markDamaged() noexcept { (isMaster ? needsResort : needsRebuild) = true; }
-    /// Builds a damaged index anew; true if that was needed. The master index has been told of a
-    /// change before, so the new content has it already.
+    /// Puts a damaged index right. True if it was built anew: the master index has been told of a
+    /// change before the others, so the new content has it already.
     bool heal();
 
     void tellReset();

@@ -133,12 +133,10 @@ void IndexSort::locate(const QList<Record>& removed, const QList<Record>& update
 {
     IndexListPrivate* d = listPrivate();
     d->hints.clear();
-    if (d->needsRebuild || d->needsResort) {
-        try {
-            IndexSortWork(this).heal();
-        } catch (...) {
-            return; // process() tries again, and tells
-        }
+    try {
+        d->heal();
+    } catch (...) {
+        return; // process() tries again, and tells
     }
     const IndexSortWork work(this);
     if (work.canSkip(removed, firstColumn, lastColumn, inserted))
@@ -158,10 +156,7 @@ void IndexSort::process(const QList<Record>& removed, const QList<Record>& updat
     IndexListPrivate* d = listPrivate();
     IndexSortWork work(this);
     try {
-        const bool wasRebuilt = d->needsRebuild;
-        if (d->needsRebuild || d->needsResort)
-            work.heal(); // the table holds the transaction already, so a new build has it as well
-        if (!wasRebuilt && !work.canSkip(removed, firstColumn, lastColumn, inserted))
+        if (!d->heal() && !work.canSkip(removed, firstColumn, lastColumn, inserted))
             work.apply(removed, updated, firstColumn, lastColumn, inserted);
     } catch (...) {
         work.recover(removed, updated, inserted);

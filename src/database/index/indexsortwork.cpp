@@ -245,9 +245,9 @@ bool IndexSortWork::applyOne(const Record& record, bool isRemoval, int firstColu
 
 void IndexSortWork::update(const Record& record, int firstColumn, int lastColumn, int position)
 {
-    const bool isNew = d->needsRebuild;
-    heal();
-    if (isNew)
+    if (d->needsResort)
+        position = -1; // it will not hold
+    if (d->heal())
         return;
     if (!q->filter(record)) {
         q->remove(record, -1);
@@ -278,19 +278,6 @@ void IndexSortWork::update(const Record& record, int firstColumn, int lastColumn
 }
 
 // --- exceptions of the host's functions ---
-
-void IndexSortWork::heal()
-{
-    if (d->heal() || !d->needsResort)
-        return;
-    d->needsResort = false;
-    try {
-        q->resort();
-    } catch (...) {
-        d->needsResort = true;
-        throw;
-    }
-}
 
 // A host's function threw while the transaction was applied. A view is built anew from the table at
 // the next notification; the master, which holds the table's rows, gets its content right at once,

@@ -51,7 +51,6 @@ public:
     bool move(Place place, SortKey key, int& from, int& to);
     /// A record was changed in place.
     void update(const Record& record, int firstColumn, int lastColumn, int position);
-    void heal();
     void recover(const QList<Record>& removed, const QList<Record>& updated,
                  const QList<Record>& inserted);
 

@@ -68,9 +68,10 @@ LogFile::LogFile(const QString& fileName, QObject* parent)
 {
     if (file.exists())
         rotate(fileName);
-    setCodec("UTF-8"); // and not the locale's, which need not know every letter
     if (file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
         setDevice(&file);
+    // Not the locale's, which need not know every letter. After setDevice(), which resets it.
+    setCodec("UTF-8");
 }
 
 LogFile::~LogFile()

