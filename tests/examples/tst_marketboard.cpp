@@ -362,11 +362,10 @@ void tst_marketboard::programPlays()
 void tst_marketboard::programPrintsSmiles()
 {
     const Outcome outcome = runBoard({"--smile", "--quotes", "5000", "--verify", "--top", "0"});
-    QCOMPARE(outcome.error, QString());
-    QCOMPARE(outcome.exitCode, 0);
+    QVERIFY2(outcome.exitCode == 0, qPrintable(outcome.error));
     const QStringList parts = outcome.out.split(QStringLiteral("smile of "));
-    QCOMPARE(parts.size(), 3);
-    QVERIFY(parts[1].startsWith("20200320, future at ") && parts[2].startsWith("20200619, "));
+    QVERIFY(parts.value(1).startsWith("20200320, future at ") &&
+            parts.value(2).startsWith("20200619, "));
     for (const QString& part : parts.mid(1)) {
         const QStringList lines = part.split('\n').filter(QRegularExpression("^ +\\d{4}  [CP] "));
         QVERIFY2(lines.size() > 30, qPrintable(part));
