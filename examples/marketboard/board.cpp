@@ -79,6 +79,27 @@ void writeQuote(Row& row, const FutureQuote& quote)
     writeSide(row, Board::FutureAsk, Board::FutureAskSize, quote.ask);
 }
 
+template <typename Row>
+void writeGreeks(Row& row, const std::optional<Greeks>& greeks)
+{
+    const auto write = [&](int column, double Greeks::*value) {
+        if (greeks)
+            row.data(column) = (*greeks).*value;
+        else
+            row.data(column).setNull();
+    };
+    write(Board::Volatility, &Greeks::volatility);
+    write(Board::Delta, &Greeks::delta);
+    write(Board::Gamma, &Greeks::gamma);
+    write(Board::Vega, &Greeks::vega);
+    write(Board::Theta, &Greeks::theta);
+}
+
+double middle(double bid, double ask)
+{
+    return (bid + ask) / 2;
+}
+
 std::unique_ptr<Table> makeOptionTable()
 {
     auto table = std::make_unique<Table>(QStringLiteral("options"));
@@ -91,6 +112,8 @@ std::unique_ptr<Table> makeOptionTable()
     addCell(*table, "bid", FieldType::Decimal, PriceDecimals);
     addCell(*table, "spread", FieldType::Decimal, PriceDecimals);
     addCell(*table, "ask", FieldType::Decimal, PriceDecimals);
+    for (const char* name : {"volatility", "delta", "gamma", "vega", "theta"})
+        addCell(*table, name, FieldType::Double);
     table->setMasterIndex(
         new MasterIndex_Column_Pure(table.get(), names({"expiry", "right", "strike"})));
     return table;
@@ -142,6 +165,12 @@ std::unique_ptr<Table> makeInstrumentTable()
 }
 
 } // namespace
+
+void QuoteWatch::update(const Record& record, int firstColumn, int lastColumn, int position)
+{
+    if (firstColumn <= Board::Ask)
+        WatchIndex::update(record, firstColumn, lastColumn, position);
+}
 
 Board::Board()
     : instrumentTable(makeInstrumentTable())
@@ -195,10 +224,14 @@ void Board::apply(const OptionQuote& quote)
         Record added(optionTable.get());
         writeKey(added, quote);
         writeQuote(added, quote);
+        if (byVolatility)
+            writeGreeks(added, price(quote));
         optionChanges.insert(added);
     } else {
         RecordUpdater updater(optionChanges, live);
         writeQuote(updater, quote); // the columns that really change are handed over at its end
+        if (byVolatility)
+            writeGreeks(updater, price(quote));
     }
     optionChanges.execute();
     optionTable->endUpdate();
@@ -221,6 +254,54 @@ void Board::apply(const FutureQuote& quote)
     }
     futureChanges.execute();
     futureTable->endUpdate();
+}
+
+void Board::apply(const QVector<Repriced>& rows)
+{
+    optionTable->beginUpdate();
+    for (const Repriced& repriced : rows) {
+        RecordUpdater updater(optionChanges, repriced.row);
+        writeGreeks(updater, repriced.greeks);
+    }
+    optionChanges.execute();
+    optionTable->endUpdate();
+}
+
+void Board::keepVolatilities()
+{
+    byVolatility = std::make_unique<SortedView>(
+        optionTable.get(),
+        QVector<SortColumn>{{Volatility, SortColumn::Ascending, SortColumn::NullsLast},
+                            {Expiry},
+                            {Strike},
+                            {Right}});
+}
+
+double Board::futureMid(int expiry) const
+{
+    futureKey.data(Contract) = expiry / 100;
+    Record future = futureTable->masterIndex()->find(futureKey);
+    if (future.isNull())
+        future = futureTable->at(0);
+    if (future.isNull() || future.data(FutureBid).isNull() || future.data(FutureAsk).isNull())
+        return 0;
+    return middle(future.data(FutureBid).toDouble(), future.data(FutureAsk).toDouble());
+}
+
+OptionInput Board::pricingInput(const Record& row, double future, int timeMs) const
+{
+    return {row.data(Strike).toDouble(), row.data(Right).toString() == rightText('P'),
+            middle(row.data(Bid).toDouble(), row.data(Ask).toDouble()), future,
+            secondsToExpiry(row.data(Expiry).toInteger(), timeMs)};
+}
+
+std::optional<Greeks> Board::price(const OptionQuote& quote) const
+{
+    if (!quote.bid.price || !quote.ask.price)
+        return std::nullopt;
+    return greeksOf({quote.strike.toDouble(), quote.right == 'P',
+                     middle(quote.bid.price->toDouble(), quote.ask.price->toDouble()),
+                     futureMid(quote.expiry), secondsToExpiry(quote.expiry, quote.timeMs)});
 }
 
 void Board::writeOnTape(const OptionQuote& quote)
@@ -258,10 +339,13 @@ Board::Changes Board::takeChanges()
 
 QVector<Board::View> Board::views() const
 {
-    return {{ByBid, QStringLiteral("by bid"), &byBid},
-            {BySpread, QStringLiteral("by spread"), &bySpread},
-            {ByContract, QStringLiteral("by contract"), &byContract},
-            {TwoSided, QStringLiteral("two-sided"), &twoSided}};
+    QVector<View> views{{ByBid, QStringLiteral("by bid"), &byBid},
+                        {BySpread, QStringLiteral("by spread"), &bySpread},
+                        {ByContract, QStringLiteral("by contract"), &byContract},
+                        {TwoSided, QStringLiteral("two-sided"), &twoSided}};
+    if (byVolatility)
+        views.append({ByVolatility, QStringLiteral("by volatility"), byVolatility.get()});
+    return views;
 }
 
 Record Board::option(int expiry, char right, decimal strike) const

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "session.h"
+#include "volatility.h"
 
 #include "index/sortedview.h"
 #include "index/watchindex.h"
@@ -11,6 +12,15 @@
 #include <QVector>
 
 #include <memory>
+#include <optional>
+
+/// Collects changes of quotes only: a volatility that follows the future is no news of its option.
+class QuoteWatch : public WatchIndex
+{
+public:
+    using WatchIndex::WatchIndex;
+    void update(const Record& record, int firstColumn, int lastColumn, int position) override;
+};
 
 /// The tables of the board and the views that are live on them.
 ///
@@ -31,7 +41,12 @@ public:
         AskSize,
         Bid,
         Spread,
-        Ask
+        Ask,
+        Volatility, ///< this and the next are NULL without keepVolatilities(), see Greeks
+        Delta,
+        Gamma,
+        Vega,
+        Theta
     };
     enum FutureColumn
     {
@@ -77,6 +92,28 @@ public:
     void apply(const OptionQuote& quote);
     void apply(const FutureQuote& quote);
 
+    /// From now on every two-sided option is priced from its future when its quote is applied, in
+    /// the same transaction, and a view by volatility is kept. An option that has no volatility
+    /// (see greeksOf) has NULL cells. To be called before the first quote.
+    void keepVolatilities();
+
+    /// The middle between bid and ask of the future that the options of an expiry are on: the one
+    /// of the expiry's month, or the nearest future of all where nobody quotes that month. 0 when
+    /// a side is missing.
+    double futureMid(int expiry) const;
+
+    /// What the price of an option depends on, for its row with both sides quoted.
+    OptionInput pricingInput(const Record& row, double future, int timeMs) const;
+
+    /// Greeks that were computed elsewhere for a row of the options table.
+    struct Repriced
+    {
+        Record row;
+        std::optional<Greeks> greeks;
+    };
+    /// Writes them all in one transaction.
+    void apply(const QVector<Repriced>& rows);
+
     /// What the watch list has seen on the options table since the last call.
     struct Changes
     {
@@ -93,7 +130,8 @@ public:
         ByBid,
         BySpread,
         ByContract,
-        TwoSided
+        TwoSided,
+        ByVolatility ///< only after keepVolatilities()
     };
     struct View
     {
@@ -118,6 +156,7 @@ public:
     const SortedLimit& tapeView() const { return newest; }
 
 private:
+    std::optional<Greeks> price(const OptionQuote& quote) const;
     void writeOnTape(const OptionQuote& quote);
 
     const std::unique_ptr<Table> instrumentTable;
@@ -129,7 +168,8 @@ private:
     SortedView bySpread;
     SortedView byContract;
     SortedView twoSided;
-    WatchIndex watch;
+    std::unique_ptr<SortedView> byVolatility; ///< null unless volatilities are kept
+    QuoteWatch watch;
     SortedLimit newest;
 
     // Used again for every quote.
@@ -137,6 +177,6 @@ private:
     RecordsTrans futureChanges;
     RecordsTrans tapeChanges;
     mutable Record optionKey; ///< a row outside the table, to search with
-    Record futureKey;
+    mutable Record futureKey;
     qint64 sequence = 0;
 };

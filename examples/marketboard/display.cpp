@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <unistd.h>
 #include <vector>
 
@@ -90,6 +91,31 @@ QString spreadTable(const Board& board, int count)
                          clockText(row.data(Board::Time).toInteger())});
     }
     return alignedText(lines);
+}
+
+QString smileTables(const Board& board)
+{
+    std::map<int, std::vector<QStringList>> smiles;
+    for (const Record& row : *board.views()[Board::TwoSided].index) {
+        const int expiry = row.data(Board::Expiry).toInteger();
+        const bool isPut = row.data(Board::Right).toString() == QLatin1String("P");
+        const bool isBelow = row.data(Board::Strike).toDouble() < board.futureMid(expiry);
+        std::vector<QStringList>& lines = smiles[expiry];
+        if (lines.empty())
+            lines.push_back({QStringLiteral("strike"), QString(), QStringLiteral("volatility")});
+        const Field volatility = row.data(Board::Volatility);
+        if (isPut == isBelow && !volatility.isNull())
+            lines.push_back({shortText(row.data(Board::Strike).toDecimal()),
+                             cellText(row.data(Board::Right)),
+                             QString::number(volatility.toDouble(), 'f', 4)});
+    }
+    QString text;
+    for (const auto& [expiry, lines] : smiles)
+        text += QStringLiteral("smile of %1, future at %2\n")
+                    .arg(expiry)
+                    .arg(board.futureMid(expiry), 0, 'f', 3) +
+                alignedText(lines);
+    return text;
 }
 
 ProgressLine::ProgressLine()

@@ -19,6 +19,10 @@ QString underlyingLine(const Board& board, const QString& key);
 /// when the view has fewer, nothing when `count` is 0.
 QString spreadTable(const Board& board, int count);
 
+/// The volatility by strike of each expiry, taken from the side that is out of the money: the put
+/// below the future and the call from there on. Strikes whose side has none are left out.
+QString smileTables(const Board& board);
+
 /// A line on a terminal that is written over and over; nothing at all when standard error or
 /// standard output is no terminal.
 class ProgressLine

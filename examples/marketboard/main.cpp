@@ -2,6 +2,7 @@
 // The market board: plays a day of option quotes, each a transaction, through live views.
 #include "board.h"
 #include "display.h"
+#include "recalculation.h"
 #include "replay.h"
 #include "simulation.h"
 #include "storage.h"
@@ -12,6 +13,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QTime>
 
 #include <cstdio>
 #include <limits>
@@ -34,6 +36,9 @@ struct Arguments
     QString loadFrom;
     int top = 10;
     bool verify = false;
+    bool volatility = false;
+    bool smile = false;
+    int untilMs = std::numeric_limits<int>::max();
     qint64 mostQuotes = std::numeric_limits<qint64>::max();
 };
 
@@ -63,7 +68,12 @@ public:
         : session(played)
         , arguments(given)
         , verifier(board)
-    {}
+    {
+        if (arguments.volatility) {
+            board.keepVolatilities();
+            recalculation = std::make_unique<Recalculation>(board);
+        }
+    }
 
     /// Plays the session to its end. The first difference that a check finds, or nothing.
     std::optional<QString> run();
@@ -71,6 +81,7 @@ public:
     void report() const;
 
 private:
+    int timeOf(Session::Event event) const;
     std::optional<QString> applyNext(Session::Event event);
     std::optional<QString> endMinute();
     template <typename Check>
@@ -80,6 +91,7 @@ private:
     Session& session;
     const Arguments& arguments;
     Board board;
+    std::unique_ptr<Recalculation> recalculation; ///< null when volatilities are not kept
     Verifier verifier;
     ProgressLine progress;
     QElapsedTimer clock;
@@ -107,23 +119,32 @@ std::optional<QString> Play::run()
     std::optional<QString> difference;
     while (!difference && quotes < arguments.mostQuotes) {
         const Session::Event event = session.next();
-        if (event == Session::Event::End)
+        if (event == Session::Event::End || timeOf(event) > arguments.untilMs)
             break;
         difference = applyNext(event);
     }
     if (!difference)
         difference = endMinute();
+    if (!difference && recalculation)
+        recalculation->finish(timeMs);
     if (!difference && arguments.verify)
         difference = check([this] { return verifier.check(true); });
+    if (!difference && arguments.verify && recalculation)
+        difference = check([this] { return verifier.checkVolatilities(timeMs); });
     playNsecs = clock.nsecsElapsed() - checkNsecs;
     progress.clear();
     return difference;
 }
 
+int Play::timeOf(Session::Event event) const
+{
+    return event == Session::Event::Option ? session.option().timeMs : session.future().timeMs;
+}
+
 std::optional<QString> Play::applyNext(Session::Event event)
 {
     const bool isOption = event == Session::Event::Option;
-    timeMs = isOption ? session.option().timeMs : session.future().timeMs;
+    timeMs = timeOf(event);
     if (timeMs / 60'000 != minute) {
         if (auto difference = endMinute())
             return difference;
@@ -146,12 +167,18 @@ std::optional<QString> Play::applyNext(Session::Event event)
 std::optional<QString> Play::endMinute()
 {
     const Board::Changes changes = board.takeChanges();
+    if (recalculation)
+        recalculation->update(timeMs);
     if (progress.isDue())
-        progress.show(QStringLiteral("%1  %2 %  %3 quotes, %4 contracts changed in the minute")
-                          .arg(clockText(minute * 60'000))
-                          .arg(int(session.progress() * 100), 3)
-                          .arg(quotes)
-                          .arg(changes.contracts));
+        progress.show(
+            QStringLiteral("%1  %2 %  %3 quotes, %4 contracts changed in the minute")
+                .arg(clockText(minute * 60'000))
+                .arg(int(session.progress() * 100), 3)
+                .arg(quotes)
+                .arg(changes.contracts) +
+            (recalculation
+                 ? QStringLiteral(", volatilities %1 %").arg(int(recalculation->progress() * 100))
+                 : QString()));
     if (!arguments.verify)
         return std::nullopt;
     return check([&] { return verifier.checkChanges(changes); });
@@ -161,6 +188,8 @@ void Play::report() const
 {
     const int contracts = board.options().rowCount();
     printBoard(board, info(), arguments.top);
+    if (arguments.smile)
+        print(stdout, smileTables(board));
     if (arguments.verify)
         print(stdout, QStringLiteral("verified %1 times: every view is as a fresh sort and filter "
                                      "has it\n")
@@ -208,6 +237,15 @@ Arguments parse(QCommandLineParser& parser, const QStringList& words)
                         "many times on the way and at the end.")});
     parser.addOption({QStringLiteral("quotes"), QStringLiteral("Stop after <n> option quotes."),
                       QStringLiteral("n")});
+    parser.addOption({QStringLiteral("until"),
+                      QStringLiteral("Stop after the quotes of this time of the day, <hh:mm>."),
+                      QStringLiteral("hh:mm")});
+    parser.addOption({QStringLiteral("volatility"),
+                      QStringLiteral("Keep the implied volatility and the greeks of every "
+                                     "two-sided option, and a view by volatility.")});
+    parser.addOption(
+        {QStringLiteral("smile"),
+         QStringLiteral("As --volatility, and print the volatility by strike of each expiry.")});
 
     parser.addOption({QStringLiteral("save"),
                       QStringLiteral("Save all tables to the folder <dir> after the session."),
@@ -242,6 +280,15 @@ Arguments parse(QCommandLineParser& parser, const QStringList& words)
             throw InputError{QStringLiteral("--quotes needs a whole number of quotes, 1 or more")};
         arguments.mostQuotes = *quotes;
     }
+    if (parser.isSet(QStringLiteral("until"))) {
+        const QTime until =
+            QTime::fromString(parser.value(QStringLiteral("until")), QStringLiteral("hh:mm"));
+        if (!until.isValid())
+            throw InputError{QStringLiteral("--until needs a time from 00:00 to 23:59")};
+        arguments.untilMs = until.msecsSinceStartOfDay();
+    }
+    arguments.smile = parser.isSet(QStringLiteral("smile"));
+    arguments.volatility = arguments.smile || parser.isSet(QStringLiteral("volatility"));
     return arguments;
 }
 
@@ -249,8 +296,12 @@ Arguments parse(QCommandLineParser& parser, const QStringList& words)
 void showSaved(const Arguments& arguments)
 {
     Board board;
+    if (arguments.volatility)
+        board.keepVolatilities();
     const SessionInfo session = loadBoard(board, arguments.loadFrom);
     printBoard(board, session, arguments.top);
+    if (arguments.smile)
+        print(stdout, smileTables(board));
     print(stdout, QStringLiteral("loaded %1 contracts, %2 views, tape %3 rows\n")
                       .arg(board.options().rowCount())
                       .arg(board.views().size())

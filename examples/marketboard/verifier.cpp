@@ -3,10 +3,13 @@
 
 #include "display.h"
 
+#include "pricing/volat.h"
+
 #include <QHash>
 #include <QSet>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -21,12 +24,19 @@ struct Row
     std::optional<decimal> bid;
     std::optional<decimal> ask;
     std::optional<decimal> spread;
+    std::optional<double> volatility;
 };
 
 std::optional<decimal> priceOf(const Record& record, int column)
 {
     const Field cell = record.data(column);
     return cell.isNull() ? std::nullopt : std::make_optional(cell.toDecimal());
+}
+
+std::optional<double> volatilityOf(const Record& record)
+{
+    const Field cell = record.data(Board::Volatility);
+    return cell.isNull() ? std::nullopt : std::make_optional(cell.toDouble());
 }
 
 Row rowOf(const Record& record)
@@ -36,7 +46,8 @@ Row rowOf(const Record& record)
             record.data(Board::Strike).toDecimal(),
             priceOf(record, Board::Bid),
             priceOf(record, Board::Ask),
-            priceOf(record, Board::Spread)};
+            priceOf(record, Board::Spread),
+            volatilityOf(record)};
 }
 
 QString text(const std::optional<decimal>& price)
@@ -59,8 +70,9 @@ int order(const Value& a, const Value& b)
     return a < b ? -1 : b < a ? 1 : 0;
 }
 
-/// Ascending, with those that have no price behind all others.
-int orderNoneLast(const std::optional<decimal>& a, const std::optional<decimal>& b)
+/// Ascending, with those that have no value behind all others.
+template <typename Value>
+int orderNoneLast(const std::optional<Value>& a, const std::optional<Value>& b)
 {
     if (!a || !b)
         return order(!a, !b);
@@ -96,6 +108,12 @@ int orderByStrike(const Row& a, const Row& b)
     return order(a.right, b.right);
 }
 
+int orderByVolatility(const Row& a, const Row& b)
+{
+    const int byVolatility = orderNoneLast(a.volatility, b.volatility);
+    return byVolatility ? byVolatility : orderByStrike(a, b);
+}
+
 struct Expectation
 {
     int (*order)(const Row&, const Row&);
@@ -115,6 +133,8 @@ Expectation expectationOf(Board::ViewId id)
         return {orderByContract, false};
     case Board::TwoSided:
         return {orderByStrike, true};
+    case Board::ByVolatility:
+        return {orderByVolatility, false};
     }
     Q_UNREACHABLE();
 }
@@ -184,6 +204,28 @@ bool holdsOnTape(const Record& record, qint64 sequence, const OptionQuote& quote
            record.data(Board::TapeStrike).toDecimal() == quote.strike &&
            holdsSide(record, Board::TapeBid, Board::TapeBidSize, quote.bid) &&
            holdsSide(record, Board::TapeAsk, Board::TapeAskSize, quote.ask);
+}
+
+/// Black's price without discounting, from the error function: not the code that is checked.
+double blackPrice(const OptionInput& option, double volatility)
+{
+    const double deviation = volatility * std::sqrt(option.seconds / (365 * 86'400.0));
+    const double d1 = std::log(option.future / option.strike) / deviation + deviation / 2;
+    const auto cdf = [](double x) { return 0.5 * std::erfc(-x / std::sqrt(2.0)); };
+    const double sign = option.put ? -1 : 1;
+    return sign * (option.future * cdf(sign * d1) - option.strike * cdf(sign * (d1 - deviation)));
+}
+
+/// Whether the volatility, or that there is none, is right for the option.
+bool fits(const OptionInput& option, const std::optional<double>& volatility)
+{
+    constexpr double cent = 0.01;
+    if (volatility)
+        return std::abs(blackPrice(option, *volatility) - option.mid) <= cent;
+    const double lowest = gc_dVolatMinDefault / 100;
+    const double highest = gc_dVolatMaxDefault / 100;
+    return !(option.future > 0 && option.mid > blackPrice(option, lowest) + cent &&
+             option.mid < blackPrice(option, highest) - cent);
 }
 
 } // namespace
@@ -264,6 +306,24 @@ Difference Verifier::checkViews() const
     for (const Board::View& view : board.views())
         if (const Difference difference = checkView(view, rows))
             return difference;
+    return std::nullopt;
+}
+
+Difference Verifier::checkVolatilities(int timeMs) const
+{
+    for (int i = 0; i < board.options().rowCount(); ++i) {
+        const Record& record = board.options().at(i);
+        const Row row = rowOf(record);
+        const double future = board.futureMid(row.expiry);
+        const bool isRight = row.bid && row.ask
+                                 ? fits(board.pricingInput(record, future, timeMs), row.volatility)
+                                 : !row.volatility;
+        if (!isRight)
+            return QStringLiteral("volatility %1 of %2 is wrong for a future at %3")
+                .arg(row.volatility.value_or(-1))
+                .arg(text(row))
+                .arg(future);
+    }
     return std::nullopt;
 }
 

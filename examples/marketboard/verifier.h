@@ -35,6 +35,10 @@ public:
     /// nothing new is no change.
     std::optional<QString> checkChanges(const Board::Changes& changes);
 
+    /// Whether every volatility gives the middle of its option's bid and ask within a cent, and
+    /// every option without one has none. To be asked when all are up to date for `timeMs`.
+    std::optional<QString> checkVolatilities(int timeMs) const;
+
     /// How often check() was called.
     int checks() const { return checkCount; }
 

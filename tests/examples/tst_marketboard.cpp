@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "board.h"
 #include "price.h"
+#include "recalculation.h"
 #include "replay.h"
 #include "simulation.h"
 #include "verifier.h"
@@ -99,10 +100,12 @@ private Q_SLOTS:
     void pricesAreExact();
     void faultyFilesAreNamed_data();
     void faultyFilesAreNamed();
+    void recalculationFollowsTheFuture();
     void checksFindWhatIsWrong_data();
     void checksFindWhatIsWrong();
     void programPlays_data();
     void programPlays();
+    void programPrintsSmiles();
     void programRefuses_data();
     void programRefuses();
 };
@@ -220,6 +223,31 @@ void tst_marketboard::faultyFilesAreNamed()
     }
 }
 
+void tst_marketboard::recalculationFollowsTheFuture()
+{
+    Board board;
+    board.keepVolatilities();
+    const auto side = [](int price) { return Side{decimal(price), 1}; };
+    OptionQuote put{0, 20200320, 'P', decimal(3000), side(30), side(31)};
+    board.apply(put);
+    Recalculation recalculation(board);
+    for (const char* what : {"applied", "newer quote", "stopped"}) {
+        board.apply(FutureQuote{0, 202003, side(3100 + *what), side(3101 + *what)});
+        recalculation.update(0); // what its job finds waits for the event loop
+        ++put.timeMs;
+        if (*what == 'n')
+            board.apply(put);
+        const Field live = board.options().at(0).data(Board::Volatility);
+        const double shown = live.isNull() ? 0 : live.toDouble();
+        while (recalculation.progress() < 1)
+            QThread::yieldCurrentThread();
+        if (*what == 's')
+            recalculation.stop();
+        QTRY_VERIFY2(!recalculation.isRunning(), what);
+        QVERIFY2((live.toDouble() == shown) == (*what != 'a'), what);
+    }
+}
+
 void tst_marketboard::checksFindWhatIsWrong_data()
 {
     QTest::addColumn<QString>("bid"); // written into the put's row behind the views' backs
@@ -331,6 +359,20 @@ void tst_marketboard::programPlays()
     }
 }
 
+void tst_marketboard::programPrintsSmiles()
+{
+    const Outcome outcome = runBoard({"--smile", "--quotes", "5000", "--verify", "--top", "0"});
+    QVERIFY2(outcome.exitCode == 0, qPrintable(outcome.error));
+    const QStringList parts = outcome.out.split(QStringLiteral("smile of "));
+    QVERIFY(parts.value(1).startsWith("20200320, future at ") &&
+            parts.value(2).startsWith("20200619, "));
+    for (const QString& part : parts.mid(1)) {
+        const QStringList lines = part.split('\n').filter(QRegularExpression("^ +\\d{4}  [CP] "));
+        QVERIFY2(lines.size() > 30, qPrintable(part));
+        QVERIFY(lines.first().contains(" P ") && lines.last().contains(" C "));
+    }
+}
+
 void tst_marketboard::programRefuses_data()
 {
     QTest::addColumn<QStringList>("arguments");
@@ -345,6 +387,7 @@ void tst_marketboard::programRefuses_data()
     QTest::newRow("no count") << QStringList{"--top", "ten"} << "--top needs a whole number";
     QTest::newRow("negative") << QStringList{"--top", "-1"} << "--top needs a whole number";
     QTest::newRow("no quotes") << QStringList{"--quotes", "0"} << "--quotes needs a whole number";
+    QTest::newRow("no time") << QStringList{"--until", "24:00"} << "--until needs a time";
     QTest::newRow("unknown option") << QStringList{"--fast"} << "fast";
     QTest::newRow("stray word") << QStringList{"fast"} << "unexpected argument 'fast'";
 }
