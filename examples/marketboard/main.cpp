@@ -213,8 +213,7 @@ std::optional<int> wholeNumber(const QCommandLineParser& parser, const QString& 
     return isNumber && value >= minimum ? std::make_optional(value) : std::nullopt;
 }
 
-/// Reads the command line; throws InputError when it is no good.
-Arguments parse(QCommandLineParser& parser, const QStringList& words)
+void addOptions(QCommandLineParser& parser)
 {
     parser.setApplicationDescription(QStringLiteral(
         "Plays a day of option quotes, each applied as a transaction, through live views.\n"
@@ -253,7 +252,12 @@ Arguments parse(QCommandLineParser& parser, const QStringList& words)
     parser.addOption({QStringLiteral("load"),
                       QStringLiteral("Play nothing: show the board that was saved to <dir>."),
                       QStringLiteral("dir")});
+}
 
+/// Reads the command line; throws InputError when it is no good.
+Arguments parse(QCommandLineParser& parser, const QStringList& words)
+{
+    addOptions(parser);
     if (!parser.parse(words))
         throw InputError{parser.errorText()};
     if (!parser.positionalArguments().isEmpty())
