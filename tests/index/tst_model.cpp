@@ -597,14 +597,18 @@ private:
     // Rows that nothing has happened to keep their order among themselves.
     void checkArrival(const View& view, const Rows& now)
     {
-        const auto still = [](const Rows& list) {
-            Rows kept;
-            for (Row* row : list)
-                if (row->mark == Row::Untouched && row->inTable)
-                    kept.append(row);
-            return kept;
+        const auto next = [](const Rows& list, int i) {
+            while (i < list.size() && (list.at(i)->mark != Row::Untouched || !list.at(i)->inTable))
+                ++i;
+            return i;
         };
-        if (!rebuilt && !view.before.isEmpty() && still(view.before) != still(now))
+        int i = next(view.before, 0);
+        int j = next(now, 0);
+        while (i < view.before.size() && j < now.size() && view.before.at(i) == now.at(j)) {
+            i = next(view.before, i + 1);
+            j = next(now, j + 1);
+        }
+        if (!rebuilt && !view.before.isEmpty() && (i < view.before.size() || j < now.size()))
             fail(view.name, "rows that nothing happened to have moved");
     }
     void checkSearches(const View& view, const Rows& now)
