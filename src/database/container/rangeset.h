@@ -92,6 +92,8 @@ private:
     QList<T> bounds;
 };
 
+Q_DECLARE_TYPEINFO(RangeSet<int>, Q_MOVABLE_TYPE);
+
 template <typename T>
 void RangeSet<T>::addRange(const T& from, const T& to)
 {

@@ -2,18 +2,12 @@
 #include "io/tableindexrebuilder.h"
 
 #include "index/index.h"
+#include "join/tablejoin.h"
 #include "table/table.h"
 
 #include <QtDebug>
 
 namespace {
-
-// Whether the index belongs to a join: to its main or to a dependent side.
-bool isJoinIndex(const Index* index)
-{
-    const QString name = index->getClassName();
-    return name == QLatin1String("TableJoinMain") || name == QLatin1String("TableJoinDep");
-}
 
 void buildAll(const QList<Index*>& indexes)
 {
@@ -58,7 +52,7 @@ TableIndexRebuilder::~TableIndexRebuilder()
 void TableIndexRebuilder::detectIndexGroup(const QList<Index*>& indexes)
 {
     for (Index* index : indexes) {
-        if (isJoinIndex(index))
+        if (TableJoin::isJoinIndex(index))
             joinGroup.append(index);
         else if (index->getClassName().startsWith(QLatin1String("IndexDepend")))
             dependentGroup.append(index);

@@ -5,9 +5,9 @@
 #include "io/tableheader_p.h"
 #include "io/tableindexrebuilder.h"
 #include "io/tablereader_p.h"
-#include "io/updatebracket_p.h"
 #include "table/rowplan_p.h"
 #include "table/table.h"
+#include "table/updatebracket_p.h"
 
 #include <QDataStream>
 #include <QFileInfo>

@@ -6,8 +6,8 @@
 #include "io/qtiocompressor_p.h"
 #include "io/tableheader_p.h"
 #include "io/tableindexrebuilder.h"
-#include "io/updatebracket_p.h"
 #include "table/table.h"
+#include "table/updatebracket_p.h"
 
 #include <algorithm>
 #include <limits>

@@ -90,6 +90,7 @@ Table::Table(const QString& name, const QString& title, QObject* parent)
 
 Table::~Table()
 {
+    d->isClearing = true;
     const QList<Index*> indexes = d->indexes;
     for (Index* index : indexes)
         index->clear();
@@ -240,6 +241,8 @@ void Table::remove(const Record& record, int position)
     }
     const Record held = record; // `record` may be the master's own element
     d->changeNow([&](std::exception_ptr& failure) {
+        d->leavingRow = held.row();
+        const auto gone = qScopeGuard([this] { d->leavingRow = nullptr; });
         d->tellIndexes(failure, [&](Index* index) { index->remove(held, -1); });
         try {
             if (d->master)
@@ -287,6 +290,8 @@ void Table::clear()
         return;
     }
     d->changeNow([&](std::exception_ptr& failure) {
+        d->isClearing = true;
+        const auto cleared = qScopeGuard([this] { d->isClearing = false; });
         d->tellIndexes(failure, [](Index* index) { index->clear(); });
         if (d->master)
             d->master->clear();
@@ -488,6 +493,9 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
             untold.unite(std::exchange(untoldNow, {}));
     });
     const StateGuard guard(transactionState, BeforeChange);
+    leavingRows = &removed;
+    comingRows = &inserted;
+    const auto gone = qScopeGuard([this] { leavingRows = nullptr; });
     // What is thrown here stops the transaction while nothing has changed yet.
     if (master)
         master->locate(removed, updated, first, last, inserted);
@@ -507,6 +515,7 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
     } catch (...) {
         failure = std::current_exception();
     }
+    leavingRows = nullptr;
     transactionState = AfterChange;
     for (Index* index : announced) {
         if (version != indexesVersion && !indexes.contains(index))
@@ -624,10 +633,19 @@ void Table::beginUpdate()
     if (d->updateDepth.fetchAndAddOrdered(1) > 0)
         return;
     const QList<Index*> dependents = d->dependents;
-    for (Index* index : dependents)
-        if (d->dependents.contains(index))
-            index->dependentBeginUpdate(this);
-    d->mutex.lock();
+    int told = 0;
+    try {
+        for (; told < dependents.size(); ++told)
+            if (d->dependents.contains(dependents.at(told)))
+                dependents.at(told)->dependentBeginUpdate(this);
+    } catch (...) { // the caller's bracket does not stand
+        d->updateDepth.fetchAndAddOrdered(-1);
+        while (--told >= 0)
+            if (d->dependents.contains(dependents.at(told)))
+                dependents.at(told)->dependentEndUpdate(this);
+        throw;
+    }
+    d->lockMutex();
     if (d->master)
         d->master->beginUpdate();
     std::exception_ptr failure;
@@ -649,7 +667,7 @@ void Table::endUpdate()
         d->master->endUpdate();
     std::exception_ptr failure;
     d->tellIndexes(failure, [](Index* index) { index->endUpdate(); });
-    d->mutex.unlock();
+    d->unlockMutex();
     const QList<Index*> dependents = d->dependents;
     for (Index* index : dependents)
         if (d->dependents.contains(index))
@@ -658,14 +676,41 @@ void Table::endUpdate()
         std::rethrow_exception(failure);
 }
 
+// Debug builds warn of a thread that could dead-lock with another one.
+void TablePrivate::lockMutex()
+{
+#ifndef QT_NO_DEBUG
+    const Qt::HANDLE self = QThread::currentThreadId();
+    if (lockHolder.load(std::memory_order_relaxed) != self)
+        for (const QPointer<Table>& later : qAsConst(lockedAfter))
+            if (later && get(later)->lockHolder.load(std::memory_order_relaxed) == self)
+                qWarning() << "Table::lock : a join's main table is locked after its dependent:"
+                           << name << later->name();
+#endif
+    mutex.lock();
+#ifndef QT_NO_DEBUG
+    lockHolder.store(self, std::memory_order_relaxed);
+    ++lockCount;
+#endif
+}
+
+void TablePrivate::unlockMutex()
+{
+#ifndef QT_NO_DEBUG
+    if (--lockCount == 0)
+        lockHolder.store(nullptr, std::memory_order_relaxed);
+#endif
+    mutex.unlock();
+}
+
 void Table::lock()
 {
-    d->mutex.lock();
+    d->lockMutex();
 }
 
 void Table::unlock()
 {
-    d->mutex.unlock();
+    d->unlockMutex();
 }
 
 // --- timing ---

@@ -10,8 +10,12 @@
 #include <QAtomicInt>
 #include <QHash>
 #include <QMap>
+#include <QPointer>
 #include <QSet>
+#include <QThread>
+#include <QVector>
 
+#include <atomic>
 #include <exception>
 #include <vector>
 
@@ -97,8 +101,22 @@ public:
     QMap<QString, int> columnMap;
     QAtomicInt updateDepth;
     int transactionState = 0;
+    /// What the change under way takes out of the table, while its master index still has it.
+    const unsigned char* leavingRow = nullptr;
+    const QList<Record>* leavingRows = nullptr;
+    const QList<Record>* comingRows = nullptr; // some of which may be among those
+    bool isClearing = false;
     RecordsTrans pending;
     LiveTable::RecursiveMutex mutex;
+    /// The dependents of joins of which this is the main table: whoever locks both locks this one
+    /// first. Debug builds watch over it.
+    QVector<QPointer<Table>> lockedAfter;
+    void lockMutex();
+    void unlockMutex();
+#ifndef QT_NO_DEBUG
+    std::atomic<Qt::HANDLE> lockHolder{nullptr};
+    int lockCount = 0; // guarded by the mutex
+#endif
 
     LiveTable::RowPool* pool;             // of the present row size
     std::vector<unsigned char> prototype; // the block of a new row

@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: MIT
+#include "join/mainfill_p.h"
+
+#include "table/table_p.h"
+
+#include <QScopeGuard>
+
+#include <algorithm>
+#include <new>
+
+using LiveTable::KeyRun;
+using LiveTable::RowOrder;
+using LiveTable::RowPool;
+
+namespace {
+
+RowOrder ascending(const QVector<int>& columns)
+{
+    std::vector<RowOrder::Column> order;
+    order.reserve(size_t(columns.size()));
+    for (const int column : columns)
+        order.push_back({column, false, false});
+    return RowOrder(std::move(order));
+}
+
+} // namespace
+
+MainFill::MainFill(TableJoinMainPrivate* joinMain, TableJoinDepPrivate* dependent)
+    : main(joinMain)
+    , only(dependent)
+    , table(joinMain->table)
+    , lock(table)
+    , pieces(table)
+    , keyOrder(ascending(joinMain->keyColumns))
+{
+    for (const auto& dep : joinMain->deps)
+        if (!only || only->shared == dep.data())
+            for (const Col& col : qAsConst(dep->columns))
+                numbers.push_back(col.to);
+    std::sort(numbers.begin(), numbers.end());
+    defs.reserve(numbers.size());
+    for (const int column : numbers)
+        defs.push_back(table->columnDef(column));
+    isOneRun = numbers.empty() || numbers.back() - numbers.front() + 1 == int(numbers.size());
+    keyOrder.resolve(table);
+}
+
+MainFill::MainFill(TableJoinDepPrivate* dependent, const Record& left)
+    : MainFill(dependent->main->d.get(), dependent)
+{
+    except = left;
+}
+
+MainFill::MainFill(TableJoinMainPrivate* joinMain)
+    : MainFill(joinMain, nullptr)
+{}
+
+void MainFill::clearAll()
+{
+    isClearing = true;
+}
+
+bool MainFill::hasKeyOf(const Record& row) const
+{
+    return !content.isNull() && keyOrder.compare(row.row(), content.row()) == 0;
+}
+
+// The contents for a key: from each dependent the row that has it, or NULLs.
+void MainFill::compute(const Record& keyRow)
+{
+    if (content.isNull() || isContentUsed) {
+        content = Record(table);
+        isContentUsed = false;
+        if (content.isNull())
+            throw std::bad_alloc();
+    }
+    for (const int column : main->keyColumns)
+        content.copy(keyRow, column, column);
+    for (const auto& dep : main->deps) {
+        if (only && only->shared != dep.data())
+            continue;
+        const Record source = !isClearing && dep->index && dep->index->d->isLive()
+                                  ? dep->index->d->rowFor(keyRow, except)
+                                  : Record();
+        if (source.isNull())
+            TableJoin::clearFields(content, dep->columns);
+        else
+            TableJoin::setFields(content, source, dep->columns);
+    }
+}
+
+const Record& MainFill::contentFor(const Record& keyRow)
+{
+    if (!hasKeyOf(keyRow))
+        compute(keyRow);
+    return content;
+}
+
+// Whether joined cells of the row differ from the contents; notes which.
+bool MainFill::findDifference(const Record& row)
+{
+    bool differs = false;
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        if (LiveTable::isSameCell(row.row(), content.row(), defs[i]))
+            continue;
+        differs = true;
+        firstChanged = std::min(firstChanged, numbers[i]);
+        lastChanged = std::max(lastChanged, numbers[i]);
+    }
+    return differs;
+}
+
+// Rows that are leaving the table would be brought back by an update that waits.
+bool MainFill::isLeaving(const Record& row)
+{
+    const TablePrivate* t = TablePrivate::get(table);
+    if (RowPool::tag(row.row()) == 0 || t->isClearing || t->leavingRow == row.row())
+        return true;
+    if (!t->leavingRows || t->leavingRows->isEmpty())
+        return false;
+    if (leaving.isEmpty()) {
+        leaving = QSet<Record>(t->leavingRows->cbegin(), t->leavingRows->cend());
+        for (const Record& comesBack : *t->comingRows)
+            leaving.remove(comesBack);
+    }
+    return leaving.contains(row);
+}
+
+void MainFill::look(const Record& row)
+{
+    if (!hasKeyOf(row))
+        compute(row);
+    take(row);
+}
+
+void MainFill::take(const Record& row)
+{
+    if (!findDifference(row) || isLeaving(row))
+        return;
+    if (isOneRun) {
+        updated.append(row);
+        changed.append(content);
+        isContentUsed = true;
+        return;
+    }
+    // Between the joined columns lie others, whose cells are not the join's.
+    RecordUpdater updater(pieces, row);
+    for (const int column : numbers)
+        updater.data(column) = content.data(column);
+}
+
+// Rows lie anywhere in memory, so those that are needed soon are asked for early.
+template <typename Visit>
+void MainFill::forEach(const IndexSort* index, KeyRun run, Visit visit) const
+{
+    constexpr int Ahead = 24;
+    const size_t joined =
+        numbers.empty() ? 0 : sizeof(LiveTable::RowHeader) + size_t(defs.front()->offset);
+    auto next = index->begin() + run.begin;
+    auto ahead = next;
+    const auto fetch = [&](int n) {
+        for (int i = 0; i < n; ++i, ++ahead) {
+            const unsigned char* row = (*ahead).row();
+            __builtin_prefetch(row - sizeof(quint64), 1);
+            __builtin_prefetch(row + joined, 1);
+        }
+    };
+    const int n = run.end - run.begin;
+    fetch(std::min(n, Ahead));
+    for (int i = 0; i < n; ++i, ++next) {
+        if (i + Ahead < n)
+            fetch(1);
+        visit(*next);
+    }
+}
+
+void MainFill::lookAt(const IndexSort* index, KeyRun run, bool isOneKey)
+{
+    if (run.begin >= run.end)
+        return;
+    if (!isOneKey) {
+        forEach(index, run, [this](const Record& row) { look(row); });
+        return;
+    }
+    updated.reserve(run.end - run.begin);
+    changed.reserve(run.end - run.begin);
+    compute(index->at(run.begin));
+    forEach(index, run, [this](const Record& row) { take(row); });
+}
+
+void MainFill::send()
+{
+    if (updated.isEmpty() && pieces.isEmpty())
+        return;
+    QList<Record> removed;
+    const auto apply = [&] {
+        try {
+            if (!pieces.isEmpty())
+                pieces.execute();
+            else
+                table->process(removed, updated, firstChanged, lastChanged, QList<Record>(),
+                               changed);
+        } catch (...) {
+            main->isDamaged = true;
+            throw;
+        }
+    };
+    if (table->transactionState() != 0) { // it waits, and is checked again when its turn comes
+        apply();
+        return;
+    }
+    LiveTable::UpdateBracket bracket(table);
+    {
+        main->isOwn = true;
+        const auto done = qScopeGuard([this] { main->isOwn = false; });
+        apply();
+    }
+    bracket.end();
+}
+
+void MainFill::write(const Record& row)
+{
+    contentFor(row);
+    if (isOneRun && !numbers.empty()) {
+        table->copyRowContent(row.row(), content.row(), numbers.front(), numbers.back());
+        return;
+    }
+    for (const int column : numbers)
+        table->copyRowContent(row.row(), content.row(), column, column);
+}
+
+void MainFill::writeAll(const IndexSort* index)
+{
+    forEach(index, {0, index->count()}, [this](const Record& row) { write(row); });
+}

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+// Private: not installed, may change at any time.
+#pragma once
+
+#include "join/tablejoin_p.h"
+#include "table/roworder_p.h"
+#include "table/updatebracket_p.h"
+
+#include <QSet>
+
+#include <limits>
+#include <vector>
+
+/// Brings joined cells of main rows up to date: look() at rows, then send() what differs as one
+/// transaction; or write() rows that no index holds. Lives for one call, holds the main table's
+/// lock.
+///
+/// What a main row shows depends on its key alone, so rows of one key share one row of contents,
+/// and rows should come by key.
+class MainFill
+{
+public:
+    /// The columns of one dependent, as if its row `except` were not there.
+    MainFill(TableJoinDepPrivate* dependent, const Record& except);
+    /// The columns of all dependents.
+    explicit MainFill(TableJoinMainPrivate* main);
+    /// From here on as if the dependents had no rows.
+    void clearAll();
+
+    void look(const Record& row);
+    /// Looks at a run of the index; with `isOneKey` all of it has the same key.
+    void lookAt(const IndexSort* index, LiveTable::KeyRun run, bool isOneKey);
+    /// Applies what look() found.
+    void send();
+    /// Sets the joined cells of a row in place.
+    void write(const Record& row);
+    /// The same for all rows of a run.
+    void writeAll(const IndexSort* index);
+    /// A main row with the joined cells that a row of this key is to have, and its key.
+    const Record& contentFor(const Record& keyRow);
+    /// The joined columns in question, ascending.
+    const std::vector<int>& joinedColumns() const { return numbers; }
+
+private:
+    MainFill(TableJoinMainPrivate* main, TableJoinDepPrivate* dependent);
+    Q_DISABLE_COPY(MainFill)
+    bool hasKeyOf(const Record& row) const;
+    void compute(const Record& keyRow);
+    bool findDifference(const Record& row);
+    bool isLeaving(const Record& row);
+    void take(const Record& row);
+    template <typename Visit>
+    void forEach(const IndexSort* index, LiveTable::KeyRun run, Visit visit) const;
+
+    TableJoinMainPrivate* const main;
+    TableJoinDepPrivate* const only; // null: all dependents
+    Record except;
+    bool isClearing = false;
+    Table* const table;
+    const LiveTable::TableLock lock;
+    RecordsTrans pieces; // the updates, where the columns are not one run
+
+    std::vector<int> numbers;
+    std::vector<const TableColumnDef*> defs;
+    bool isOneRun = true; // the columns follow each other, so a range of them holds nothing else
+    LiveTable::RowOrder keyOrder;
+
+    Record content; // for the key looked at last
+    bool isContentUsed = false;
+    QList<Record> updated;
+    QList<Record> changed;
+    QSet<Record> leaving;
+    int firstChanged = std::numeric_limits<int>::max();
+    int lastChanged = -1;
+};
