@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/bench.h"
 
+#include <QHash>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -82,17 +84,6 @@ const std::vector<QString>& symbolStrings()
     return strings;
 }
 
-int symbolOf(const QString& text)
-{
-    static const QHash<QString, int> numbers = [] {
-        QHash<QString, int> made;
-        for (int i = 0; i < symbolCount; ++i)
-            made.insert(symbolStrings()[static_cast<size_t>(i)], i);
-        return made;
-    }();
-    return numbers.value(text, -1);
-}
-
 const QString& statusString(int status)
 {
     static const QString strings[statusCount] = {QStringLiteral("OPEN"), QStringLiteral("HALT"),
@@ -112,6 +103,25 @@ const char* statusText(int status)
 {
     static const char* const texts[statusCount] = {"OPEN", "HALT", "AUCT", "END"};
     return texts[status];
+}
+
+int symbolNumber(const QString& text)
+{
+    static const QHash<QString, int> numbers = [] {
+        QHash<QString, int> made;
+        for (int i = 0; i < symbolCount; ++i)
+            made.insert(symbolStrings()[static_cast<size_t>(i)], i);
+        return made;
+    }();
+    return numbers.value(text, -1);
+}
+
+int statusNumber(const QString& text)
+{
+    int status = statusCount - 1;
+    while (status >= 0 && text != statusString(status))
+        --status;
+    return status;
 }
 
 bool operator==(const Quote& a, const Quote& b)
@@ -181,16 +191,14 @@ Quote toQuote(const Record& row)
     Quote quote;
     quote.id = row.data(Id).toInteger64();
     quote.board = row.data(Board).toInteger();
-    quote.symbol = symbolOf(row.data(Symbol).toString());
+    quote.symbol = symbolNumber(row.data(Symbol).toString());
     quote.price = row.data(Price).toDecimal().mantissa();
     quote.bid = row.data(Bid).toDecimal().mantissa();
     quote.ask = row.data(Ask).toDecimal().mantissa();
     quote.quantity = row.data(Quantity).toInteger64();
     quote.volume = row.data(Volume).toDouble();
     quote.time = row.data(Time).toDatetime().toMSecsSinceEpoch();
-    quote.status = 0;
-    while (quote.status < statusCount && row.data(Status).toString() != statusString(quote.status))
-        ++quote.status;
+    quote.status = statusNumber(row.data(Status).toString());
     return quote;
 }
 

@@ -77,6 +77,9 @@ constexpr qint64 startOfDay = 1500000000000;
 const char* symbolText(int symbol);
 /// Up to 4 characters.
 const char* statusText(int status);
+/// The number of such a text; -1 for any other.
+int symbolNumber(const QString& text);
+int statusNumber(const QString& text);
 inline qint64 randomPrice(Random& random)
 {
     return 1000 + random.below(1000000);
