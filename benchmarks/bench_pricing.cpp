@@ -2,7 +2,9 @@
 // Option pricing on one thread: full sets of price, delta, gamma, vega and theta a second, and
 // implied volatilities a second, single calls and batches, beside QuantLib where it is installed.
 //
-//     bench_pricing [rounds, default 7]
+//     bench_pricing [ROUNDS, default 7]
+//
+// One line per figure: subject workload figure value unit. What the contenders answer is compared.
 //
 // The chain is a board of 4,000 options on one future: strikes from 0.75 to 1.2 of it, a smile from
 // 25 to 10 percent, 74 days. Each figure is the best of the rounds; contenders take turns within a
@@ -10,14 +12,13 @@
 #include "bench_pricing.h"
 
 #include "pricing/volat.h"
+#include "support/bench.h"
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
+#include <cmath>
 #include <cstdlib>
 #include <functional>
 #include <memory>
-#include <string>
 
 namespace {
 
@@ -136,7 +137,8 @@ Answer batchImplied(const Chain& chain, const std::vector<double>& prices)
 
 struct Contender
 {
-    std::string name;
+    const char* name;
+    const char* figure;
     std::function<Answer()> run;
     Answer answer;
     double bestSeconds;
@@ -144,20 +146,26 @@ struct Contender
 
 void measure(std::vector<Contender>& contenders, int rounds)
 {
-    using Clock = std::chrono::steady_clock;
     for (int round = 0; round < rounds; ++round) {
         for (Contender& contender : contenders) {
-            const auto start = Clock::now();
-            for (int i = 0; i < repeats; ++i)
-                contender.answer = contender.run();
-            const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-            contender.bestSeconds = std::min(contender.bestSeconds, seconds);
+            const double time = bench::timed([&] {
+                for (int i = 0; i < repeats; ++i)
+                    contender.answer = contender.run();
+            });
+            contender.bestSeconds = std::min(contender.bestSeconds, time);
         }
     }
-    for (const Contender& contender : contenders)
-        std::printf("%-44s %8.2f M/s   mean %.9f   unsolved %zu\n", contender.name.c_str(),
-                    double(optionCount) * repeats / contender.bestSeconds / 1e6,
-                    contender.answer.sum / double(optionCount), contender.answer.unsolved);
+    for (const Contender& contender : contenders) {
+        // Those of one kind must come to the same.
+        const auto first = std::find_if(contenders.begin(), contenders.end(), [&](const auto& c) {
+            return c.figure[0] == contender.figure[0];
+        });
+        bench::require(std::abs(contender.answer.sum / first->answer.sum - 1) < 1e-5 &&
+                           contender.answer.unsolved == first->answer.unsolved,
+                       contender.name, "the answers differ");
+        bench::report(contender.name, "pricing", contender.figure,
+                      double(optionCount) * repeats / contender.bestSeconds / 1e6, "M/s");
+    }
 }
 
 } // namespace
@@ -168,23 +176,20 @@ int main(int argc, char** argv)
     const Chain chain = makeChain();
     const std::vector<double> prices = modelPrices(chain);
     std::vector<Contender> contenders;
-    const auto add = [&contenders](const char* name, std::function<Answer()> run) {
-        contenders.push_back({name, std::move(run), Answer(), 1e9});
+    const auto add = [&contenders](const char* name, const char* figure,
+                                   std::function<Answer()> run) {
+        contenders.push_back({name, figure, std::move(run), Answer(), 1e9});
     };
-    add("price and greeks, single", [&] { return singleGreeks(chain); });
-    add("price and greeks, batch", [&] { return batchGreeks(chain); });
-    add("implied volatility, single", [&] { return singleImplied(chain, prices, 0); });
-    add("implied volatility, single, start 1 % off",
-        [&] { return singleImplied(chain, prices, 1); });
-    add("implied volatility with reason, single", [&] { return reasonedImplied(chain, prices); });
-    add("implied volatility, batch", [&] { return batchImplied(chain, prices); });
+    add("livetable", "greeks", [&] { return singleGreeks(chain); });
+    add("livetable", "greeks_batch", [&] { return batchGreeks(chain); });
+    add("livetable", "implied", [&] { return singleImplied(chain, prices, 0); });
+    add("livetable", "implied_from_1_percent_off", [&] { return singleImplied(chain, prices, 1); });
+    add("livetable", "implied_with_reason", [&] { return reasonedImplied(chain, prices); });
+    add("livetable", "implied_batch", [&] { return batchImplied(chain, prices); });
 #ifdef HAVE_QUANTLIB
     const std::vector<double> peerPrices = quantlibPrices(chain);
-    add("QuantLib BlackCalculator", [&] { return quantlibGreeks(chain); });
-    add("QuantLib implied standard deviation",
-        [&] { return quantlibImplied(chain, peerPrices, 1e-8); });
-#else
-    std::puts("Built without QuantLib: no peer is measured.");
+    add("quantlib", "greeks", [&] { return quantlibGreeks(chain); });
+    add("quantlib", "implied", [&] { return quantlibImplied(chain, peerPrices, 1e-8); });
 #endif
     measure(contenders, rounds);
     return 0;
