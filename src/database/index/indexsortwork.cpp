@@ -80,6 +80,17 @@ IndexSortWork::Place IndexSortWork::upper(SortKey key, const Record& record) con
         [&](const Record& element) { return q->compare(element, record) <= 0; });
 }
 
+std::pair<int, int> IndexSortWork::equalRange(const Record& record) const
+{
+    if (list.isEmpty())
+        return {0, 0};
+    const SortKey key = d->keys == IndexListPrivate::SortKeys ? q->sortKey(record) : SortKey();
+    Place first = lower(key, record);
+    if (!list.normalize(first) || order(list.keyAt(first), list.at(first), key, record) != 0)
+        return {0, 0};
+    return {list.position(first), list.position(upper(key, record))};
+}
+
 bool IndexSortWork::find(const Record& record, Place& place) const
 {
     if (list.isEmpty() || record.isNull() || record.table() != d->table.data())

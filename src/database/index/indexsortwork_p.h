@@ -5,6 +5,7 @@
 #include "index/indexlist_p.h"
 #include "index/indexsort.h"
 
+#include <utility>
 #include <vector>
 
 /// The working side of a sorted index: searches by place, and the application of transactions.
@@ -37,6 +38,9 @@ public:
     /// The first place whose record sorts behind `record`.
     Place upper(const Record& record) const;
     Place upper(SortKey key, const Record& record) const;
+    /// The positions of the records that compare equal to `record`: the first and the one behind
+    /// the last; equal ones when there is none.
+    std::pair<int, int> equalRange(const Record& record) const;
     /// Searches this very row; true and its place when it is where its values say.
     bool find(const Record& record, Place& place) const;
     Hint locate(const Record& record) const;

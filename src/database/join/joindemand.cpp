@@ -64,9 +64,9 @@ void JoinDemandKeys::take(const Record& key)
 
 void JoinDemandKeys::release(const Record& mainRow, const IndexSort* rows, const Record& except)
 {
-    const int first = rows ? rows->search(mainRow) : -1;
-    const bool isLast =
-        first < 0 || (rows->at(first) == except && rows->searchLast(mainRow) == first);
+    const LiveTable::KeyRun run = rows ? LiveTable::runOf(rows, mainRow) : LiveTable::KeyRun();
+    const int count = run.end - run.begin;
+    const bool isLast = count == 0 || (count == 1 && rows->at(run.begin) == except);
     const Record key = isLast ? find(mainRow) : Record();
     if (!key.isNull())
         take(key);

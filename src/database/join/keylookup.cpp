@@ -1,16 +1,90 @@
 // SPDX-License-Identifier: MIT
 #include "join/keylookup_p.h"
 
-#include "index/indexlist_p.h"
+#include "index/indexsortwork_p.h"
 #include "table/roworder_p.h"
 #include "table/table.h"
-
-#include <QScopeGuard>
 
 #include <algorithm>
 #include <new>
 
 namespace LiveTable {
+
+namespace {
+
+RowOrder keyOrder(const QVector<int>& columns)
+{
+    std::vector<RowOrder::Column> order;
+    for (const int column : columns)
+        order.push_back({column, false, false});
+    return RowOrder(std::move(order));
+}
+
+} // namespace
+
+/// The rows of a table by key, those of one key in the order of the master index.
+class KeyOrder : public IndexSort
+{
+public:
+    KeyOrder(Table* table, const QVector<int>& columns)
+        : IndexSort(table, false)
+        , order(keyOrder(columns))
+    {
+        order.resolve(table);
+    }
+
+    int compare(const Record& a, const Record& b) const override
+    {
+        const int sign = order.compare(a.row(), b.row());
+        return sign || isProbing ? sign : compareInMaster(a, b);
+    }
+    int sortKeyWords() const override { return order.keyWords(); }
+    SortKey sortKey(const Record& record) const override { return order.key(record.row()); }
+    bool isAffected(int firstColumn, int lastColumn) const override
+    {
+        const MasterIndex* master = masterIndex();
+        return order.touches(firstColumn, lastColumn) || !master ||
+               master->isAffected(firstColumn, lastColumn);
+    }
+    QString getClassName() const override { return QStringLiteral("KeyOrder"); }
+
+    /// While it lives on a thread, a key finds all rows that have it, whatever their order.
+    struct Probing
+    {
+        Probing() { isProbing = true; }
+        ~Probing() { isProbing = false; }
+        Q_DISABLE_COPY(Probing)
+    };
+
+    int compareInMaster(const Record& a, const Record& b) const
+    {
+        const MasterIndex* master = masterIndex();
+        if (!master)
+            return 0;
+        if (const int sign = master->compare(a, b))
+            return sign;
+        if (IndexListPrivate::get(master)->keys != IndexListPrivate::ArrivalNumbers)
+            return 0;
+        const quint64 x = RowPool::tag(a.row());
+        const quint64 y = RowPool::tag(b.row());
+        return (x > y) - (x < y);
+    }
+    const MasterIndex* masterIndex() const
+    {
+        const Table* viewed = table();
+        return viewed ? viewed->masterIndex() : nullptr;
+    }
+
+protected:
+    void prepare() override { order.resolve(table()); }
+
+private:
+    RowOrder order;
+    // Of each thread, since searches run on several at once.
+    static thread_local bool isProbing;
+};
+
+thread_local bool KeyOrder::isProbing = false;
 
 // --- KeyProbe ---
 
@@ -79,106 +153,24 @@ bool KeyProbe::matches(const Record& found, const Record& source) const
     });
 }
 
+KeyRun runOf(const IndexSort* index, const Record& row)
+{
+    const KeyOrder::Probing probing;
+    const auto [first, end] = IndexSortWork(index).equalRange(row);
+    return {first, end};
+}
+
 KeyRun KeyProbe::run(const IndexSort* index, const Record& source)
 {
-    KeyRun found;
     if (!index || !fill(source))
-        return found;
-    const int first = index->search(row);
-    if (first < 0 || (!isExact && !matches(index->at(first), source)))
-        return found;
-    found.begin = first;
-    found.end = index->searchLast(row) + 1;
-    return found;
+        return KeyRun();
+    const KeyRun found = runOf(index, row);
+    return found.begin < found.end && (isExact || matches(index->at(found.begin), source))
+               ? found
+               : KeyRun();
 }
 
 // --- KeyLookup ---
-
-namespace {
-
-RowOrder keyOrder(const QVector<int>& columns)
-{
-    std::vector<RowOrder::Column> order;
-    for (const int column : columns)
-        order.push_back({column, false, false});
-    return RowOrder(std::move(order));
-}
-
-} // namespace
-
-/// The rows of a table by key, those of one key in the order of the master index.
-class KeyOrder : public IndexSort
-{
-public:
-    KeyOrder(Table* table, const QVector<int>& columns)
-        : IndexSort(table, false)
-        , order(keyOrder(columns))
-    {
-        order.resolve(table);
-    }
-
-    int compare(const Record& a, const Record& b) const override
-    {
-        const int sign = order.compare(a.row(), b.row());
-        return sign || isProbing ? sign : compareInMaster(a, b);
-    }
-    int sortKeyWords() const override { return order.keyWords(); }
-    SortKey sortKey(const Record& record) const override { return order.key(record.row()); }
-    bool isAffected(int firstColumn, int lastColumn) const override
-    {
-        const MasterIndex* master = masterIndex();
-        return order.touches(firstColumn, lastColumn) || !master ||
-               master->isAffected(firstColumn, lastColumn);
-    }
-    QString getClassName() const override { return QStringLiteral("KeyOrder"); }
-
-    // A key without a row finds all rows that have it.
-    int search(const Record& key, int after) const override
-    {
-        return probing([&] { return IndexSort::search(key, after); });
-    }
-    int searchLast(const Record& key, int after) const override
-    {
-        return probing([&] { return IndexSort::searchLast(key, after); });
-    }
-
-    int compareInMaster(const Record& a, const Record& b) const
-    {
-        const MasterIndex* master = masterIndex();
-        if (!master)
-            return 0;
-        if (const int sign = master->compare(a, b))
-            return sign;
-        if (IndexListPrivate::get(master)->keys != IndexListPrivate::ArrivalNumbers)
-            return 0;
-        const quint64 x = RowPool::tag(a.row());
-        const quint64 y = RowPool::tag(b.row());
-        return (x > y) - (x < y);
-    }
-    const MasterIndex* masterIndex() const
-    {
-        const Table* viewed = table();
-        return viewed ? viewed->masterIndex() : nullptr;
-    }
-
-protected:
-    void prepare() override { order.resolve(table()); }
-
-private:
-    template <typename Search>
-    static int probing(Search search)
-    {
-        isProbing = true;
-        const auto done = qScopeGuard([] { isProbing = false; });
-        return search();
-    }
-
-    RowOrder order;
-    // Of each thread, since searches run on several at once.
-    static thread_local bool isProbing;
-};
-
-thread_local bool KeyOrder::isProbing = false;
 
 KeyLookup::KeyLookup(Table* searched, const QVector<int>& keyColumns)
     : table(searched)

@@ -47,6 +47,10 @@ private:
     bool isJudged = false;
 };
 
+/// The run of rows that have the key of `row`, a row of the index's own table. The index is a
+/// master index sorted by the key columns, or the own list of a KeyLookup.
+KeyRun runOf(const IndexSort* index, const Record& row);
+
 class KeyOrder;
 
 /// Finds the rows of a table that have a key, in the table's master index where that is sorted by

@@ -10,7 +10,6 @@
 
 using LiveTable::KeyRun;
 using LiveTable::RowOrder;
-using LiveTable::RowPool;
 
 namespace {
 
@@ -42,6 +41,10 @@ MainFill::MainFill(TableJoinMainPrivate* joinMain, TableJoinDepPrivate* dependen
     for (const int column : numbers)
         defs.push_back(table->columnDef(column));
     isOneRun = numbers.empty() || numbers.back() - numbers.front() + 1 == int(numbers.size());
+    if (isOneRun && !numbers.empty())
+        cells = LiveTable::CellRange(defs.front(), defs.back());
+    const TablePrivate* t = TablePrivate::get(table);
+    someLeave = t->isClearing || t->leavingRow || (t->leavingRows && !t->leavingRows->isEmpty());
     keyOrder.resolve(table);
 }
 
@@ -74,6 +77,7 @@ void MainFill::compute(const Record& keyRow)
         if (content.isNull())
             throw std::bad_alloc();
     }
+    known = Record();
     for (const int column : main->keyColumns)
         content.copy(keyRow, column, column);
     for (const auto& dep : main->deps) {
@@ -96,9 +100,12 @@ const Record& MainFill::contentFor(const Record& keyRow)
     return content;
 }
 
-// Whether joined cells of the row differ from the contents; notes which.
+// Whether joined cells of the row differ from the contents; notes which. Rows of one key mostly
+// hold the same cells, so a row like the one before tells nothing new.
 bool MainFill::findDifference(const Record& row)
 {
+    if (!known.isNull() && cells.isSame(row.row(), known.row()))
+        return true;
     bool differs = false;
     for (size_t i = 0; i < numbers.size(); ++i) {
         if (LiveTable::isSameCell(row.row(), content.row(), defs[i]))
@@ -107,16 +114,18 @@ bool MainFill::findDifference(const Record& row)
         firstChanged = std::min(firstChanged, numbers[i]);
         lastChanged = std::max(lastChanged, numbers[i]);
     }
+    if (differs && isOneRun)
+        known = row;
     return differs;
 }
 
 // Rows that are leaving the table would be brought back by an update that waits.
-bool MainFill::isLeaving(const Record& row)
+bool MainFill::isAmongLeaving(const Record& row)
 {
     const TablePrivate* t = TablePrivate::get(table);
-    if (RowPool::tag(row.row()) == 0 || t->isClearing || t->leavingRow == row.row())
+    if (t->isClearing || t->leavingRow == row.row())
         return true;
-    if (!t->leavingRows || t->leavingRows->isEmpty())
+    if (!t->leavingRows)
         return false;
     if (leaving.isEmpty()) {
         leaving = QSet<Record>(t->leavingRows->cbegin(), t->leavingRows->cend());
@@ -221,8 +230,8 @@ void MainFill::send()
 void MainFill::write(const Record& row)
 {
     contentFor(row);
-    if (isOneRun && !numbers.empty()) {
-        table->copyRowContent(row.row(), content.row(), numbers.front(), numbers.back());
+    if (isOneRun) {
+        cells.copy(row.row(), content.row());
         return;
     }
     for (const int column : numbers)

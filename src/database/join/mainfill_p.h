@@ -4,6 +4,7 @@
 
 #include "join/tablejoin_p.h"
 #include "table/roworder_p.h"
+#include "table/table_p.h"
 #include "table/updatebracket_p.h"
 
 #include <QSet>
@@ -47,7 +48,11 @@ private:
     bool hasKeyOf(const Record& row) const;
     void compute(const Record& keyRow);
     bool findDifference(const Record& row);
-    bool isLeaving(const Record& row);
+    bool isLeaving(const Record& row)
+    {
+        return LiveTable::RowPool::tag(row.row()) == 0 || (someLeave && isAmongLeaving(row));
+    }
+    bool isAmongLeaving(const Record& row);
     void take(const Record& row);
     template <typename Visit>
     void forEach(const IndexSort* index, LiveTable::KeyRun run, Visit visit) const;
@@ -63,12 +68,15 @@ private:
     std::vector<int> numbers;
     std::vector<const TableColumnDef*> defs;
     bool isOneRun = true; // the columns follow each other, so a range of them holds nothing else
+    LiveTable::CellRange cells; // then
     LiveTable::RowOrder keyOrder;
 
     Record content; // for the key looked at last
     bool isContentUsed = false;
+    Record known; // a row whose differences from the contents have been noted
     QList<Record> updated;
     QList<Record> changed;
+    bool someLeave;
     QSet<Record> leaving;
     int firstChanged = std::numeric_limits<int>::max();
     int lastChanged = -1;

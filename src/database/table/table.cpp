@@ -522,9 +522,10 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
             index->preprocess(removed, updated, first, last, inserted, changed);
 
     const int n = std::min(updated.size(), changed.size());
+    const LiveTable::CellRange cellsToCopy = cells(first, last);
     for (int i = 0; i < n; ++i)
         if (updated.at(i) != changed.at(i))
-            q->copyRowContent(updated.at(i).row(), changed.at(i).row(), first, last);
+            cellsToCopy.copy(updated.at(i).row(), changed.at(i).row());
 
     std::exception_ptr failure;
     try {

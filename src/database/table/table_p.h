@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/recursivemutex_p.h"
+#include "table/cellrange_p.h"
 #include "table/recordstrans.h"
 #include "table/rowpool_p.h"
 #include "table/table.h"
@@ -61,6 +62,8 @@ public:
     bool acceptsNewColumn(const TableColumnDef& def) const;
     void relayout(const TableColumnDef& def, QList<Record>& rows);
     void refreshPrototype();
+    /// The columns `first` to `last` (-1: the first or the last column); empty for none.
+    LiveTable::CellRange cells(int first, int last) const;
     bool isOwn(const Record& record) const { return record.table() == q; }
     const TableColumnDef* def(int column) const
     {

@@ -38,21 +38,6 @@ const unsigned char* dataArea(const unsigned char* row)
     return row + sizeof(RowHeader);
 }
 
-// Copies bits first..last of a bitmap (least significant first) and leaves the others alone.
-void copyBits(unsigned char* to, const unsigned char* from, int first, int last)
-{
-    const int firstByte = first / 8;
-    const int lastByte = last / 8;
-    for (int byte = firstByte; byte <= lastByte; ++byte) {
-        unsigned mask = 0xFF;
-        if (byte == firstByte)
-            mask &= 0xFFu << (first % 8);
-        if (byte == lastByte)
-            mask &= 0xFFu >> (7 - last % 8);
-        to[byte] = static_cast<unsigned char>((to[byte] & ~mask) | (from[byte] & mask));
-    }
-}
-
 } // namespace
 
 TablePrivate::TablePrivate(Table* table, const QString& tableName, const QString& tableTitle)
@@ -319,17 +304,16 @@ void Table::copyRowContent(unsigned char* dst, const unsigned char* src) const
 
 void Table::copyRowContent(unsigned char* dst, const unsigned char* src, int first, int last) const
 {
-    const int n = d->columns.size();
+    d->cells(first, last).copy(dst, src);
+}
+
+LiveTable::CellRange TablePrivate::cells(int first, int last) const
+{
+    const int n = columns.size();
     first = std::max(first, 0);
     last = last < 0 || last >= n ? n - 1 : last;
-    if (first > last)
-        return;
-    const TableColumnDef* from = d->columns.at(first);
-    const TableColumnDef* to = d->columns.at(last);
-    const qint64 length = to->offset + roundUp8(to->size) - from->offset;
-    std::memcpy(dataArea(dst) + from->offset, dataArea(src) + from->offset,
-                static_cast<size_t>(length));
-    copyBits(dataArea(dst) + d->rowLength, dataArea(src) + d->rowLength, first, last);
+    return first > last ? LiveTable::CellRange()
+                        : LiveTable::CellRange(columns.at(first), columns.at(last));
 }
 
 void Table::freeRow(unsigned char* row)
