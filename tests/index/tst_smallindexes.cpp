@@ -1,169 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include "index/indexdependbase.h"
 #include "index/indexvector.h"
-#include "index/masterindex.h"
 #include "index/watchindex.h"
-#include "support/seed.h"
-#include "table/recordstrans.h"
-#include "table/table.h"
+#include "support/journal.h"
 
-#include <QtConcurrent>
 #include <QtTest>
 
-#include <functional>
 #include <memory>
-#include <random>
 
 namespace {
 
-enum Column
+struct KeyVector : IndexVector
 {
-    Key,
-    Tag
-};
-
-/// A table with an integer key, in which many rows share a value, and a tag that tells them apart.
-struct Fixture
-{
-    Fixture()
-    {
-        table->addColumn(QStringLiteral("key"), FieldType::Integer);
-        table->addColumn(QStringLiteral("tag"), FieldType::Integer);
-    }
-
-    Record row(int key, int tag = 0) const
-    {
-        Record record(table.get());
-        record.data(Key) = key;
-        record.data(Tag) = tag;
-        return record;
-    }
-
-    Record append(int key, int tag = 0) const
-    {
-        const Record record = row(key, tag);
-        table->appendList({record});
-        return record;
-    }
-
-    void update(const QVector<QPair<Record, int>>& keys) const
-    {
-        RecordsTrans changes(table.get());
-        for (const auto& [record, key] : keys)
-            changes.update(record, row(key), Key, Key);
-        changes.execute();
-    }
-
-    std::unique_ptr<Table> table = std::make_unique<Table>(QStringLiteral("rows"));
-};
-
-int keyOf(const Record& record)
-{
-    return record.data(Key).toInteger();
-}
-
-template <typename Records>
-QVector<int> keysOf(const Records& records)
-{
-    QVector<int> keys;
-    for (const Record& record : records)
-        keys.append(keyOf(record));
-    return keys;
-}
-
-/// By key, and only keys below `bound`; compare and filter throw at the n-th call when asked to.
-class KeyVector : public IndexVector
-{
-public:
-    explicit KeyVector(Table* table, int limit = 1000)
-        : IndexVector(table)
-        , bound(limit)
-    {
-        build();
-    }
-
-    bool filter(const Record& record) const override
-    {
-        countDown();
-        return keyOf(record) < bound;
-    }
+    using IndexVector::IndexVector;
     int compare(const Record& a, const Record& b) const override
     {
-        countDown();
-        return keyOf(a) - keyOf(b);
+        return a.data(0).compare(b.data(0));
     }
-    void countDown() const
-    {
-        if (callsLeft > 0 && --callsLeft == 0)
-            throw QStringLiteral("enough");
-    }
-
-    int bound;
-    mutable int callsLeft = 0;
-};
-
-/// Writes down what it is told.
-class Probe : public Index
-{
-public:
-    explicit Probe(QStringList& l, const QString& n)
-        : log(l)
-        , name(n)
-    {}
-    void clear() override { note(QStringLiteral("clear")); }
-    void build() override { note(QStringLiteral("build")); }
-    void add(const Record& record) override { note(QStringLiteral("add %1").arg(keyOf(record))); }
-    void remove(const Record& record, int position) override
-    {
-        note(QStringLiteral("remove %1 %2").arg(keyOf(record)).arg(position));
-    }
-    void update(const Record& record, int first, int last, int position) override
-    {
-        note(QStringLiteral("update %1 %2 %3 %4")
-                 .arg(keyOf(record))
-                 .arg(first)
-                 .arg(last)
-                 .arg(position));
-    }
-    void preprocess(const QList<Record>& removed, const QList<Record>& updated, int first, int last,
-                    const QList<Record>& inserted, const QList<Record>& changes) override
-    {
-        note(QStringLiteral("preprocess %1 %2 %3 %4 %5 %6")
-                 .arg(removed.size())
-                 .arg(updated.size())
-                 .arg(first)
-                 .arg(last)
-                 .arg(inserted.size())
-                 .arg(changes.size()));
-    }
-    void process(const QList<Record>& removed, const QList<Record>& updated, int first, int last,
-                 const QList<Record>& inserted) override
-    {
-        note(QStringLiteral("process %1 %2 %3 %4 %5")
-                 .arg(removed.size())
-                 .arg(updated.size())
-                 .arg(first)
-                 .arg(last)
-                 .arg(inserted.size()));
-    }
-    bool filter(const Record&) const override { return false; }
-    bool contains(const Record&) const override { return false; }
-    QString getClassName() const override { return QStringLiteral("Probe"); }
-
-    std::function<void()> onNotify;
-
-private:
-    void note(const QString& text)
-    {
-        log.append(name + QLatin1Char(' ') + text);
-        // Moved out, since it may delete this probe.
-        const auto action = std::move(onNotify);
-        if (action)
-            action();
-    }
-
-    QStringList& log;
-    const QString name;
 };
 
 } // namespace
@@ -173,218 +26,124 @@ class TestSmallIndexes : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void watchFollowsAScript_data();
-    void watchFollowsAScript();
-
-    void vectorSearches();
-    void vectorFollowsAModel();
-
-    void dependentsAreToldAll();
-    void dependentsMayComeAndGo();
-
-    void indexesAndTablesDieInAnyOrder();
-};
-
-// a .. d stand for rows, + - * for adding, removing and updating, ! for clear, ? for build.
-void TestSmallIndexes::watchFollowsAScript_data()
-{
-    QTest::addColumn<QString>("script");
-    QTest::addColumn<QString>("expected"); // added, removed, updated
-    const char* const cases[][2] = {
-        {"+a+b", "ab//"},   {"-a-b", "/ab/"},        {"*a*b*a", "//aba"},   {"-a+a", "//a"},
-        {"+a-a", "a/a/"},   {"+a-a+a", "a//a"},      {"*a-a", "/a/a"},      {"*a-a+a", "//aa"},
-        {"-a-a+a", "/a/a"}, {"-a-a+a+a+a", "a//aa"}, {"-a-b-c+b", "/ac/b"}, {"-a-b-a+a", "/ba/a"},
-        {"-a!+a", "a//"},   {"-a?+a", "a//"},        {"+a-b*c!", "//"},
-    };
-    for (const auto& row : cases)
-        QTest::newRow(row[0]) << QString::fromLatin1(row[0]) << QString::fromLatin1(row[1]);
-}
-
-void TestSmallIndexes::watchFollowsAScript()
-{
-    QFETCH(QString, script);
-    QFETCH(QString, expected);
-    const Fixture fixture;
-    QVector<Record> rows;
-    for (int i = 0; i < 4; ++i)
-        rows.append(fixture.row(i));
-    WatchIndex watch(fixture.table.get());
-    for (int i = 0; i < script.size(); ++i) {
-        const QChar operation = script.at(i);
-        if (operation == QLatin1Char('!')) {
-            watch.clear();
-        } else if (operation == QLatin1Char('?')) {
-            watch.build();
-        } else {
-            const Record& row = rows.at(script.at(++i).unicode() - 'a');
-            if (operation == QLatin1Char('+'))
-                watch.add(row);
-            else if (operation == QLatin1Char('-'))
-                watch.remove(row, 7);
-            else
-                watch.update(row, 0, 0, 3);
-        }
-    }
-    const auto text = [](const QList<Record>& records) {
-        QString names;
-        for (int key : keysOf(records))
-            names += QChar('a' + key);
-        return names;
-    };
-    QCOMPARE(text(watch.added()) + QLatin1Char('/') + text(watch.removed()) + QLatin1Char('/') +
-                 text(watch.updated()),
-             expected);
-    for (const Record& row : qAsConst(rows))
-        QCOMPARE(watch.contains(row), watch.added().contains(row) || watch.updated().contains(row));
-}
-
-void TestSmallIndexes::vectorSearches()
-{
-    const Fixture fixture;
-    for (int key : {1, 3, 3, 3, 5})
-        fixture.append(key);
-    const KeyVector vector(fixture.table.get());
-    const Record three = fixture.row(3);
-    QCOMPARE(vector.search(three), 1);
-    QCOMPARE(vector.search(three, 0), 1);
-    QCOMPARE(vector.search(three, 1), 2);
-    QCOMPARE(vector.search(three, 3), -1);
-    QCOMPARE(vector.search(three, 1000), -1);
-    QCOMPARE(vector.search(fixture.row(4)), -1);
-    QVERIFY(vector.contains(three) && !vector.contains(fixture.row(4)));
-    QCOMPARE(vector.indexOf(vector.records().at(0)), -1);
-    QCOMPARE(vector.getClassName(), QStringLiteral("IndexVector"));
-}
-
-void TestSmallIndexes::vectorFollowsAModel()
-{
-    for (const quint32 seed : testSeeds(100)) {
-        const SeedScope scope(seed);
-        std::mt19937 random(seed);
-        const Fixture fixture;
-        KeyVector vector(fixture.table.get(), 6);
-        QVector<Record> live;
-        QVector<Record> model; // in order; equal keys in arrival order
-        const auto put = [&](const Record& record) {
-            const auto isGreater = [&](const Record& other) {
-                return keyOf(other) > keyOf(record);
-            };
-            if (keyOf(record) < 6)
-                model.insert(std::find_if(model.begin(), model.end(), isGreater), record);
+    // a .. d stand for rows, + - * for adding, removing and updating, ! for clear, ? for build.
+    void watchFollowsScripts()
+    {
+        const std::pair<QString, QString> scripts[] = {
+            // and what is then added/removed/updated
+            {"+a+b", "ab//"},   {"-a-b", "/ab/"},        {"*a*b*a", "//aba"},
+            {"-a+a", "//a"},    {"+a-a", "a/a/"},        {"+a-a+a", "a//a"},
+            {"*a-a", "/a/a"},   {"*a-a+a", "//aa"},      {"-a-b-c+b", "/ac/b"},
+            {"-a-a+a", "/a/a"}, {"-a-a+a+a+a", "a//aa"}, {"-a-b-a+a", "/ba/a"},
+            {"-a!+a", "a//"},   {"-a?+a", "a//"},        {"+a-b*c!", "//"},
         };
-        for (int step = 0; step < 60; ++step) {
-            RecordsTrans changes(fixture.table.get());
-            QVector<Record> updated;
-            QVector<Record> inserted;
-            for (int i = 0; i < live.size(); ++i) {
-                const unsigned choice = random() % 8;
-                if (choice == 0) {
-                    changes.remove(live[i]);
-                    model.removeOne(live[i]);
-                    live.remove(i--);
-                } else if (choice < 4) {
-                    changes.update(live[i], fixture.row(int(random() % 8)), Key, Key);
-                    updated.append(live[i]);
-                    model.removeOne(live[i]);
+        Table table("rows");
+        table.addColumn("name", FieldType::VarChar, 1);
+        Record rows[4];
+        for (int i = 0; i < 4; ++i)
+            rows[i] = row(table, QChar('a' + i));
+        const auto text = [](const QList<Record>& records) {
+            QString names;
+            for (const Record& record : records)
+                names += record.data(0).toString();
+            return names;
+        };
+        for (const auto& [script, expected] : scripts) {
+            WatchIndex watch(&table);
+            for (int i = 0; i < script.size(); ++i) {
+                const char operation = script.at(i).toLatin1();
+                if (operation == '!')
+                    watch.clear();
+                else if (operation == '?')
+                    watch.build();
+                else {
+                    const Record& named = rows[script.at(++i).unicode() - 'a'];
+                    operation == '+'   ? watch.add(named)
+                    : operation == '-' ? watch.remove(named, 7)
+                                       : watch.update(named, 0, 0, 3);
                 }
             }
-            for (unsigned n = random() % 4; n > 0; --n) {
-                inserted.append(fixture.row(int(random() % 8), step));
-                changes.insert(inserted.last());
-            }
-            changes.execute();
-            std::for_each(updated.cbegin(), updated.cend(), put);
-            std::for_each(inserted.cbegin(), inserted.cend(), put);
-            live += inserted;
-            QCOMPARE(vector.records(), model);
+            const QString added = text(watch.added());
+            const QString updated = text(watch.updated());
+            QCOMPARE(added + '/' + text(watch.removed()) + '/' + updated, expected);
+            for (const Record& r : rows)
+                QCOMPARE(watch.contains(r), (added + updated).contains(r.data(0).toString()));
         }
     }
-}
 
-void TestSmallIndexes::dependentsAreToldAll()
-{
-    const Fixture fixture;
-    const Record row = fixture.row(8);
-    QStringList log;
-    Probe a(log, QStringLiteral("a"));
-    Probe b(log, QStringLiteral("b"));
-    IndexDependBase base(&a);
-    QCOMPARE(base.index(), &a);
-    base.add(row); // nobody hears it
-    base.addDependentIndex(&b);
-    base.addDependentIndex(&a);
-    base.addDependentIndex(&b);
-    base.add(row); // although the filter refuses it
-    QCOMPARE(log, (QStringList{"b add 8", "a add 8", "b add 8"}));
-    base.removeDependentIndex(&b);
-    QCOMPARE(base.dependentIndexes(), (QList<Index*>{&a, &b}));
-    base.removeDependentIndex(&b);
-    base.removeDependentIndex(&b);
-    log.clear();
-    base.clear();
-    base.build();
-    base.remove(row, 3);
-    base.update(row, 1, 2, 4);
-    base.preprocess({row}, {row, row}, 5, 6, {}, {row, row, row});
-    base.process({}, {row}, -1, 3, {row, row});
-    QCOMPARE(log, (QStringList{"a clear", "a build", "a remove 8 3", "a update 8 1 2 4",
-                               "a preprocess 1 2 5 6 0 3", "a process 0 1 -1 3 2"}));
-}
-
-void TestSmallIndexes::dependentsMayComeAndGo()
-{
-    QStringList log;
-    IndexDependBase base;
-    std::vector<std::unique_ptr<Probe>> probes;
-    for (const char* name : {"a", "b", "c", "d"})
-        probes.push_back(std::make_unique<Probe>(log, QString::fromLatin1(name)));
-    for (std::size_t i = 0; i < 3; ++i)
-        base.addDependentIndex(probes[i].get());
-    probes[1]->onNotify = [&] {
-        base.addDependentIndex(probes[3].get());
-        for (std::size_t i : {0u, 1u, 2u}) {
-            base.removeDependentIndex(probes[i].get());
-            probes[i].reset();
-        }
-    };
-    base.clear();
-    QCOMPARE(log, (QStringList{"a clear", "b clear"}));
-    base.preprocess({}, {}, 0, 0, {}, {});
-    QCOMPARE(log.last(), QStringLiteral("d preprocess 0 0 0 0 0 0"));
-    probes[3]->onNotify = [&] {
-        base.removeDependentIndex(probes[3].get());
-        probes[3].reset();
-    };
-    base.preprocess({}, {}, 0, 0, {}, {});
-    base.build();
-    QCOMPARE(log.size(), 4);
-}
-
-void TestSmallIndexes::indexesAndTablesDieInAnyOrder()
-{
-    qRegisterMetaType<Index*>("Index*");
-    Fixture fixture;
-    const Record row = fixture.append(1);
-    QSignalSpy removals(fixture.table.get(), &Table::indexRemoved);
+    void dependentsAreToldAll()
     {
-        WatchIndex watch(fixture.table.get());
-        KeyVector vector(fixture.table.get());
-        QCOMPARE(fixture.table->indexes(), (QList<Index*>{&watch, &vector}));
+        Table table("t");
+        table.addColumn("n", FieldType::Integer);
+        const Record eight = row(table, 8);
+        QStringList log;
+        Journal a(log, "a:");
+        Journal b(log, "b:");
+        IndexDependBase base(&a);
+        QCOMPARE(base.index(), &a);
+        base.add(eight); // nobody hears it
+        for (Journal* dependent : {&b, &a, &b})
+            base.addDependentIndex(dependent);
+        base.add(eight);
+        base.removeDependentIndex(&b);
+        QCOMPARE(base.dependentIndexes(), (QList<Index*>{&a, &b}));
+        base.removeDependentIndex(&b);
+        base.removeDependentIndex(&b);
+        base.clear();
+        base.build();
+        base.remove(eight, 3);
+        base.update(eight, 1, 2, 4);
+        base.preprocess({eight}, {eight, eight}, 5, 6, {}, {eight, eight, eight});
+        base.process({}, {eight}, -1, 3, {eight, eight});
+        QCOMPARE(log, (QStringList{"b:add 8", "a:add 8", "b:add 8", "a:clear", "a:build",
+                                   "a:remove 3 : 8", "a:update 1-2 4 : 8",
+                                   "a:pre 1 2 0 5-6 state -1 : 8 8", "a:new 8 8 8",
+                                   "a:process 0 1 2 -1-3 state -1 : 8"}));
     }
-    QVERIFY(fixture.table->indexes().isEmpty());
-    QCOMPARE(removals.count(), 2);
 
-    WatchIndex watch(fixture.table.get());
-    KeyVector vector(fixture.table.get());
-    watch.add(row);
-    QVERIFY(watch.table() == fixture.table.get() && vector.table() == fixture.table.get());
-    fixture.table.reset();
-    QVERIFY(!watch.table() && !vector.table());
-    QVERIFY(watch.added().isEmpty() && vector.records().isEmpty());
-    vector.rebuild();
-    QVERIFY(vector.records().isEmpty());
-    QCOMPARE(removals.count(), 2);
-}
+    void dependentsMayComeAndGo()
+    {
+        QStringList log;
+        IndexDependBase base;
+        std::unique_ptr<Journal> journals[4];
+        for (std::size_t i = 0; i < 4; ++i)
+            journals[i] = std::make_unique<Journal>(log, QString(QChar('a' + int(i))));
+        for (std::size_t i = 0; i < 3; ++i)
+            base.addDependentIndex(journals[i].get());
+        const auto leave = [&](std::size_t i) {
+            base.removeDependentIndex(journals[i].get());
+            journals[i].reset();
+        };
+        journals[1]->at("clear", [&] {
+            base.addDependentIndex(journals[3].get());
+            for (const std::size_t i : {0u, 1u, 2u})
+                leave(i);
+        });
+        base.clear();
+        journals[3]->at("build", [&] { leave(3); });
+        base.build();
+        base.build();
+        QCOMPARE(log, (QStringList{"aclear", "bclear", "dbuild"}));
+    }
+
+    void tablesMayDieFirst()
+    {
+        auto table = std::make_unique<Table>("t");
+        table->addColumn("n", FieldType::Integer);
+        table->appendList({row(*table, 1)});
+        WatchIndex watch(table.get());
+        KeyVector vector(table.get());
+        vector.rebuild();
+        watch.add(vector.records().at(0));
+        QCOMPARE(vector.indexOf(vector.records().at(0)), -1);
+        QCOMPARE(vector.getClassName(), QString("IndexVector"));
+        QVERIFY(watch.table() == table.get() && vector.table() == table.get());
+        table.reset();
+        QVERIFY(!watch.table() && !vector.table());
+        vector.rebuild();
+        QVERIFY(watch.added().isEmpty() && vector.records().isEmpty());
+    }
+};
 
 QTEST_GUILESS_MAIN(TestSmallIndexes)
 
