@@ -61,9 +61,8 @@ public:
             cell = xdecimal::fromInt64(wide() % 50, below(3));
             break;
         default: {
-            const auto words = QString("A|AB|AB |ABCDEFGHI|ABCDEFGHJ|a|ä|Ж|\x01|~|~\x7f|\x1f"
-                                       "B")
-                                   .split('|');
+            const auto words =
+                QString("A|AB|AB |ABCDEFGHI|ABCDEFGHJ|a|ä|Ж|\x01|~|~\x7f|\037B").split('|');
             cell = words.at(below(words.size()));
         }
         }

@@ -85,7 +85,7 @@ private:
     }
     void note(const QString& what, const QList<Record>& records = {})
     {
-        QString line = name + what;
+        QString line = name.isEmpty() ? what : name + ' ' + what;
         for (const Record& r : records)
             line += ' ' + r.data(0).toString();
         log.append(line);
