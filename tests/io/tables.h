@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/hostcore.h"
+#include "index/masterindex.h"
 #include "io/tableio.h"
 #include "table/table.h"
 
@@ -80,6 +81,16 @@ inline void fill(Table& table, int rows, quint32 seed = 1)
     table.appendList(records);
 }
 
+struct FilledTable : Table
+{
+    FilledTable(const char* tableName, int columns, int rows, quint32 seed = 1)
+        : Table(tableName)
+    {
+        addColumns(*this, columns);
+        fill(*this, rows, seed);
+    }
+};
+
 /// Empty when the cells of two rows are the same, column by column.
 inline QString difference(const Record& a, const Record& b)
 {
@@ -121,6 +132,15 @@ inline QByteArray bytesOf(Table& table, bool withRows = true)
     QByteArray bytes;
     QDataStream stream(&bytes, QIODevice::WriteOnly);
     TableIO(&table).write(stream, withRows);
+    return bytes;
+}
+
+inline QByteArray listBytes(Table& table)
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    FilterProgressTrue all;
+    TableIO(&table).writeRowList(all, stream, table.masterIndex()->records());
     return bytes;
 }
 

@@ -2,7 +2,6 @@
 // What is written is what is read: the format, other columns, convertors, filters, lists of
 // records.
 #include "base/exception.h"
-#include "index/masterindex.h"
 #include "index/sortedview.h"
 #include "support/journal.h"
 #include "tables.h"
@@ -50,9 +49,7 @@ private Q_SLOTS:
     {
         QFETCH(int, columns);
         QFETCH(int, rows);
-        Table table("quotes");
-        addColumns(table, columns);
-        fill(table, rows);
+        FilledTable table("quotes", columns, rows);
         for (const bool compress : {false, true}) {
             const TestCore core(compress);
             const QTemporaryDir folder;
@@ -71,9 +68,7 @@ private Q_SLOTS:
         // Another direction: over a stream, into a table that has the columns already.
         const QByteArray bytes = bytesOf(table);
         for (const bool strict : {false, true}) {
-            Table copy("quotes");
-            addColumns(copy, columns);
-            fill(copy, 3, 99);
+            FilledTable copy("quotes", columns, 3, 99);
             QCOMPARE(readBytes(copy, bytes, strict, false), TableIO::Ok);
             QCOMPARE(difference(table, copy), QString());
         }
@@ -194,9 +189,7 @@ private Q_SLOTS:
 
     void exceptionsCleanUp()
     {
-        Table table("t");
-        addColumns(table, 3);
-        fill(table, 11000);
+        FilledTable table("t", 3, 11000);
         const QByteArray bytes = bytesOf(table);
         Table copy("t");
         SortedView view(&copy, QVector<SortColumn>());
@@ -222,9 +215,7 @@ private Q_SLOTS:
     void wrongMagicEmpties()
     {
         for (const bool strict : {false, true}) {
-            Table old("t");
-            addColumns(old, 2);
-            fill(old, 7);
+            FilledTable old("t", 2, 7);
             QCOMPARE(readBytes(old, bytesOf(old).replace(3, 1, "\3"), strict),
                      TableIO::NotATableFile);
             QCOMPARE(old.rowCount(), strict ? 7 : 0);
@@ -238,9 +229,7 @@ private Q_SLOTS:
 
     void truncatedRowsAreZero()
     {
-        Table table("t");
-        addColumns(table, 9);
-        fill(table, 100);
+        FilledTable table("t", 9, 100);
         const int rowBytes = int(table.rowLengthUnaligned()) + 2;
         QByteArray bytes = bytesOf(table);
         bytes.chop(40 * rowBytes + 1);
@@ -260,11 +249,7 @@ private Q_SLOTS:
     void recordLists()
     {
         TestCore core;
-        Table a("a"), b("b"), here("a");
-        addColumns(a, 9);
-        addColumns(b, 4);
-        fill(a, 30);
-        fill(b, 20);
+        FilledTable a("a", 9, 30), b("b", 4, 20), here("a", 9, 0);
         QByteArray bytes;
         QDataStream out(&bytes, QIODevice::WriteOnly);
         FilterProgressTrue all;
@@ -279,7 +264,6 @@ private Q_SLOTS:
         TableIO(&b).writeRowList(all, out, b.masterIndex()->records());
         TableIO(&a).writeRowList(all, out, records);
 
-        addColumns(here, 9);
         core.addTable("a", &here);
         for (const bool strict : {false, true}) {
             PartitionList<Record> read;
@@ -312,14 +296,10 @@ private Q_SLOTS:
 
     void recordListMakesItsTable()
     {
-        Table a("made");
-        addColumns(a, 9);
-        fill(a, 12000);
-        QByteArray bytes;
-        QDataStream out(&bytes, QIODevice::WriteOnly);
+        FilledTable a("made", 9, 12000);
+        const QByteArray bytes = listBytes(a);
         FilterProgressTrue all;
         TableIO io(&a);
-        io.writeRowList(all, out, a.masterIndex()->records());
         Table* made = nullptr;
         {
             PartitionList<Record> read(10000);

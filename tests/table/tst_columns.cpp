@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "support/outcome.h"
 #include "support/seed.h"
 #include "table/table.h"
 
@@ -24,16 +25,6 @@ TableColumnDef sampleDef()
     return def;
 }
 
-template <class Action>
-QString outcome(const Action& action)
-{
-    try {
-        return action();
-    } catch (const QString& text) {
-        return text;
-    }
-}
-
 QByteArray bytesOf(const FieldValue& value, int size)
 {
     return QByteArray(reinterpret_cast<const char*>(value.data()), size);
@@ -55,15 +46,15 @@ private Q_SLOTS:
             QString width; // or the text thrown
             QString name;
         } rows[] = {
-            {0, 1, "Type is undefined.", "Undefined"},
+            {0, 1, "Q:Type is undefined.", "Undefined"},
             {1, 5, "4", "Integer"},
             {4, 4, "8", "Decimal[4]"},
             {5, 2000000000, "4000000000", "VarChar[2000000000]"},
-            {5, 0, "Length of string can't be zero", "VarChar[0]"},
-            {5, -1, "Length of string can't be zero", "VarChar[-1]"},
+            {5, 0, "Q:Length of string can't be zero", "VarChar[0]"},
+            {5, -1, "Q:Length of string can't be zero", "VarChar[-1]"},
             {7, 0, "404", "BoardList"},
             {8, 2, "16", "XDecimal[2]"},
-            {-1, 4, "Type is undefined.", "Undefined"},
+            {-1, 4, "Q:Type is undefined.", "Undefined"},
         };
         for (const auto& row : rows) {
             const auto type = static_cast<FieldType::Type>(row.type);
@@ -188,10 +179,10 @@ private Q_SLOTS:
         const auto find = [&](auto column) {
             return outcome([&] { return FieldValue(&table, column).toText(); });
         };
-        QCOMPARE(find("a"), QString("Column 'a' not found."));
-        QCOMPARE(find(-1), QString("Column '-1' not found."));
+        QCOMPARE(find("a"), QString("Q:Column 'a' not found."));
+        QCOMPARE(find(-1), QString("Q:Column '-1' not found."));
         QCOMPARE(outcome([] { return FieldValue(FieldType::Undefined, 0, true).toText(); }),
-                 QString("Type is undefined."));
+                 QString("Q:Type is undefined."));
     }
 
     void constants()
@@ -216,7 +207,7 @@ private Q_SLOTS:
                 QVERIFY(!value.isNull() && !def.nullable && value.compare(row.constant) == 0);
             }
         }
-        const QString noLength = "Length of string can't be zero";
+        const QString noLength = "Q:Length of string can't be zero";
         QCOMPARE(outcome([] { return FieldConstValue("").toText(); }), noLength);
         FieldValue cell(FieldType::VarChar, 12, false);
         cell = "abc";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "base/exception.h"
+#include "support/outcome.h"
 #include "support/seed.h"
 #include "table/table.h"
 
@@ -51,21 +51,6 @@ FieldValue sample(int column)
      : isDate                             ? put(someDate())
                                           : put(-3))(value);
     return value;
-}
-
-/// What `action` gives as text, or what it throws, behind a letter for the kind of the object.
-template <class Action>
-QString outcome(const Action& action)
-{
-    try {
-        return action();
-    } catch (const Exception& e) {
-        return "E:" + e.message();
-    } catch (const QString& text) {
-        return "Q:" + text;
-    } catch (const char* text) {
-        return QString("C:") + text;
-    }
 }
 
 /// What writing into the cell does: its text afterwards, "NULL", or what is thrown.
