@@ -254,58 +254,42 @@ private Q_SLOTS:
 
     void stopCallsBack()
     {
-        struct Call
+        enum Target
         {
-            RunnableManager& manager;
-            HRunnable self;
-            HRunnable other;
-            QThreadPool* pool;
-        };
-        void (*const acts[])(const Call&) = {
-            [](const Call& c) {
-                QVERIFY(c.manager.isRunning() && c.manager.isRunning(c.self) &&
-                        c.manager.isRunning(c.other));
-            },
-            [](const Call& c) { c.manager.stopRunnable(c.self, false); },
-            [](const Call& c) {
-                c.manager.stopRunnable(c.self, true);
-                QVERIFY(!c.manager.isRunning(c.self));
-            },
-            [](const Call& c) { c.manager.stopRunnable(c.other, false); },
-            [](const Call& c) {
-                c.manager.stopRunnable(c.other, true);
-                QVERIFY(!c.manager.isRunning(c.other));
-            },
-            [](const Call& c) { c.manager.stopRunnables(false); },
-            [](const Call& c) {
-                c.manager.stopRunnables(true);
-                QVERIFY(!c.manager.isRunning());
-            },
-            [](const Call& c) { c.manager.startRunnable(new Job([](Job&) {}), c.pool, 0); },
-            [](const Call& c) {
-                c.manager.startRunnable(new Job, c.pool, -1);
-                c.pool->clear();
-            },
+            Itself,
+            TheOther,
+            All,
+            AnotherJob // is started, and when waiting taken out of the pool again
         };
         pool->setMaxThreadCount(2);
-        for (const auto act : acts) {
-            for (bool stopsAll : {false, true}) {
-                Listened all;
-                HRunnable self = nullptr;
-                HRunnable other = nullptr;
-                bool isDone = false;
-                self = start(all.manager, Job::untilStopped, [&](Job& me) {
-                    QVERIFY(!isDone || me.stops > 1);
-                    if (!std::exchange(isDone, true))
-                        act({all.manager, self, other, pool.get()});
-                });
-                other = start(all.manager);
-                stopsAll ? all.manager.stopRunnables(true) : all.manager.stopRunnable(self, true);
-                QVERIFY(isDone && !all.manager.isRunning(self));
-                all.manager.stopRunnables(true);
-                all.deliver();
-                QVERIFY(all.ended.count(self) == 1 && all.ended.count(other) == 1);
-            }
+        for (int i = 0; i < 16; ++i) {
+            const auto target = Target(i / 4);
+            const bool stopsAll = i & 1;
+            const bool waits = i & 2;
+            Listened all;
+            HRunnable self = nullptr;
+            HRunnable other = nullptr;
+            bool isDone = false;
+            self = start(all.manager, Job::untilStopped, [&](Job& me) {
+                QVERIFY(!isDone || me.stops > 1);
+                if (std::exchange(isDone, true))
+                    return;
+                QVERIFY(all.manager.isRunning(self) && all.manager.isRunning(other));
+                if (target == All)
+                    all.manager.stopRunnables(waits);
+                else if (target != AnotherJob)
+                    all.manager.stopRunnable(target == Itself ? self : other, waits);
+                else if (start(all.manager, [](Job&) {}) && waits)
+                    pool->clear();
+                if (waits && target != AnotherJob)
+                    QVERIFY(!all.manager.isRunning(target == TheOther ? other : self));
+            });
+            other = start(all.manager);
+            stopsAll ? all.manager.stopRunnables(true) : all.manager.stopRunnable(self, true);
+            QVERIFY(isDone && !all.manager.isRunning(self));
+            all.manager.stopRunnables(true);
+            all.deliver();
+            QVERIFY(all.ended.count(self) == 1 && all.ended.count(other) == 1);
         }
     }
 
