@@ -68,6 +68,12 @@ QString broken(const List& list, const std::vector<qint64>& model, const std::ve
             list.position(place) != static_cast<int>(i) ||
             (list.isKeyed() && list.keyAt(place) != keys[i]))
             return QStringLiteral("element %1").arg(i);
+        List::Place next = place;
+        List::Place previous = place;
+        const int last = list.count() - 1;
+        if ((list.stepForward(next) ? list.position(next) - 1 : last) != static_cast<int>(i) ||
+            (list.stepBack(previous) ? list.position(previous) + 1 : 0) != static_cast<int>(i))
+            return QStringLiteral("neighbour of element %1").arg(i);
         ++i;
     }
     return i == model.size() ? QString() : QStringLiteral("iteration ended at %1").arg(i);

@@ -62,7 +62,8 @@ public:
             break;
         default: {
             const auto words =
-                QString("A|AB|AB |ABCDEFGHI|ABCDEFGHJ|a|ä|Ж|\x01|~|~\x7f|\037B").split('|');
+                QString("A|AB|AB |ABCDEFGHI|ABCDEFGHJ|a|ä|Ж|\x01|~|~\x7f|\x7f|\u0080|\037B")
+                    .split('|');
             cell = words.at(below(words.size()));
         }
         }

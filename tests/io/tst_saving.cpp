@@ -161,6 +161,13 @@ private Q_SLOTS:
             failed.setStatus(QDataStream::WriteFailed);
             QVERIFY(!failed.commit());
             QVERIFY(!failed.errorString().isNull());
+            {
+                Failing failing(1, EIO); // a write, of which the stream then knows no more
+                TableDataStreamWrite forgetful(path);
+                forgetful << QByteArray(1 << 21, 'x');
+                forgetful.resetStatus();
+                QVERIFY(!forgetful.commit());
+            }
             QCOMPARE(filesIn(folder.path()), QStringList(compress ? "t.gz" : "t"));
             // Nothing written is an empty file, in either kind.
             TableDataStreamWrite empty(path);

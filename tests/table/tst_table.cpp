@@ -234,6 +234,10 @@ private Q_SLOTS:
         QCOMPARE(table.rowCount(), 3);
         QCOMPARE(value(table.at(2)), 1);
         QCOMPARE(view.count(), 3);
+        const Record twice = row(table, 4);
+        table.appendList({twice, twice});
+        QCOMPARE(table.rowCount(), 4);
+        table.remove(twice);
         table.remove(Record(&other));
         table.updated(Record());
         table.updatedRow(17);
@@ -338,6 +342,7 @@ private Q_SLOTS:
         Table table("t");
         table.addColumn("a", FieldType::Integer);
         table.addColumn("b", FieldType::Integer);
+        SortedView view(&table, QStringList("a"));
         table.appendList({row(table, 1)});
         using Call = std::function<void(RecordsTrans&, const Record&)>;
         const Call calls[] = {nullptr, [](RecordsTrans& t, const Record& r) { t.insert(r); },
@@ -355,6 +360,9 @@ private Q_SLOTS:
                 QCOMPARE(trans.operation(r), want[held][next]);
                 QCOMPARE(trans.content(r).isNull(), trans.operation(r) != 3);
                 QCOMPARE(trans.count(), 1);
+                trans.execute();
+                QCOMPARE(r.inTable(), want[held][next] != RecordsTrans::Remove);
+                QCOMPARE(view.count(), table.rowCount());
             }
         }
         RecordsTrans nothing(&table);
@@ -373,6 +381,16 @@ private Q_SLOTS:
         const Journal journal(log, QString(), &table);
         whole.execute();
         QCOMPARE(log.first(), QString("pre 0 0 1 0-1 state 1 :"));
+        // Between its columns a transaction leaves alone what others have written meanwhile.
+        table.addColumn("c", FieldType::Integer);
+        RecordsTrans outer(&table);
+        RecordUpdater(outer, table.at(0)).data(0) = 5;
+        RecordUpdater(outer, table.at(0)).data(2) = 6;
+        RecordsTrans between(&table);
+        RecordUpdater(between, table.at(0)).data(1) = 7;
+        between.execute();
+        outer.execute();
+        QCOMPARE(table.at(0).dump().section('{', 1), QString(" a=5 b=7 c=6 }"));
     }
 
     void dumps()
