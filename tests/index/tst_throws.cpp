@@ -110,28 +110,6 @@ struct BombLimit : IndexLimit
     int compare(const Record& a, const Record& b) const override { return byKey(a, b); }
 };
 
-struct BombListener : Index
-{
-    void clear() override { Bomb::tick(); }
-    void build() override { Bomb::tick(); }
-    void add(const Record&) override { Bomb::tick(); }
-    void preprocess(const QList<Record>&, const QList<Record>&, int, int, const QList<Record>&,
-                    const QList<Record>&) override
-    {
-        Bomb::tick();
-    }
-    void process(const QList<Record>&, const QList<Record>&, int, int,
-                 const QList<Record>&) override
-    {
-        Bomb::tick();
-    }
-    void remove(const Record&, int) override { Bomb::tick(); }
-    bool filter(const Record& record) const override { return wanted(record); }
-    bool contains(const Record&) const override { return false; }
-    void update(const Record&, int, int, int) override { Bomb::tick(); }
-    QString getClassName() const override { return QStringLiteral("BombListener"); }
-};
-
 using Rows = QList<Record>;
 
 struct FilledTable
@@ -146,10 +124,12 @@ struct FilledTable
         for (int i = 0; i < count; ++i)
             rows.append(row(table, i * 7 % count / 2, i % 3));
         table.appendList(rows);
+        first.always = last.always = Bomb::tick;
         table.addIndex(&first);
     }
-    BombListener first;
-    BombListener last;
+    QStringList log;
+    Journal first{log};
+    Journal last{log};
     Table table{"table"};
 };
 

@@ -153,7 +153,7 @@ private Q_SLOTS:
         Listened all;
         QVERIFY(!all.manager.isRunning());
         Job* job = new Job;
-        HRunnable handle = all.manager.startRunnable(job, pool.get(), 0);
+        HRunnable handle = all.manager.startRunnable(job, nullptr, 0);
         QVERIFY(handle && all.manager.isRunning() && all.manager.isRunning(handle));
         QCOMPARE(static_cast<RunnableWrapper*>(handle)->payload(), static_cast<Runnable*>(job));
         all.manager.stopRunnable(handle, true);
@@ -182,36 +182,6 @@ private Q_SLOTS:
         mayStopReturn = true;
         stopper.join();
         QVERIFY(!all.manager.isRunning(handle));
-    }
-
-    void finishedCrossesThreads()
-    {
-        RunnableManager manager;
-        QSignalSpy direct(&manager, SIGNAL(finished(void*)));
-        QObject receiver;
-        QVector<void*> queued;
-        const auto keep = [&queued](void* handle) { queued.append(handle); };
-        connect(&manager, &RunnableManager::finished, &receiver, keep, Qt::QueuedConnection);
-        HRunnable handle = manager.startRunnable(new Job([](Job&) {}), nullptr, 0);
-        QTRY_COMPARE(queued, QVector<void*>({handle}));
-        QCOMPARE(direct.size(), 1);
-        QThreadPool::globalInstance()->waitForDone();
-    }
-
-    void stopAll()
-    {
-        Listened all;
-        QVector<int> stopped;
-        QVector<HRunnable> handles;
-        for (int i = 0; i < 6; ++i) // more than the pool has threads
-            handles.append(
-                start(all.manager, Job::untilStopped, [&stopped, i](Job&) { stopped.append(i); }));
-        all.manager.stopRunnables(false);
-        all.manager.stopRunnables(true);
-        QVERIFY(!all.manager.isRunning());
-        QCOMPARE(stopped.mid(0, 6),
-                 QVector<int>({0, 1, 2, 3, 4, 5})); // in the order of their start
-        QVERIFY(all.haveEnded(handles));
     }
 
     void clearedPool()
@@ -382,17 +352,21 @@ private Q_SLOTS:
 
     void destroyedWhileJobsRun()
     {
+        QVector<int> stopped;
         std::atomic<int> ended{0};
         {
             RunnableManager manager;
-            for (int i = 0; i < 8; ++i)
-                start(manager, [&ended](Job& me) {
+            for (int i = 0; i < 8; ++i) { // more than the pool has threads
+                const auto work = [&ended](Job& me) {
                     Job::untilStopped(me);
                     sleepMs(5);
                     ++ended;
-                });
+                };
+                start(manager, work, [&stopped, i](Job&) { stopped.append(i); });
+            }
         }
         QCOMPARE(ended.load(), 8);
+        QCOMPARE(stopped, QVector<int>({0, 1, 2, 3, 4, 5, 6, 7})); // in the order of their start
     }
 
     void manyCycles()

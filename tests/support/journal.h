@@ -56,7 +56,12 @@ public:
     {
         note("process" + sizes(removed, updated, inserted, first, last), updated);
     }
-    bool filter(const Record&) const override { return true; }
+    bool filter(const Record&) const override
+    {
+        if (always)
+            always();
+        return true;
+    }
     bool contains(const Record&) const override { return false; }
     void beginUpdate() override { note("begin"); }
     void endUpdate() override { note("end"); }
@@ -70,6 +75,8 @@ public:
         awaited = beginning;
         action = std::move(act);
     }
+
+    std::function<void()> always; ///< called by every notification, and by filter()
 
 private:
     QString sizes(const QList<Record>& removed, const QList<Record>& updated,
@@ -89,6 +96,8 @@ private:
         for (const Record& r : records)
             line += ' ' + r.data(0).toString();
         log.append(line);
+        if (always)
+            always();
         if (action && what.startsWith(awaited))
             std::exchange(action, nullptr)();
     }

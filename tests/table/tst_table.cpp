@@ -98,20 +98,18 @@ private Q_SLOTS:
         for (int c = 1; c < 18; ++c) {
             const Record held = table.at(3);
             QTest::ignoreMessage(QtWarningMsg, "Table::addColumn : Ref count in realloc is 1");
-            table.addColumn(QStringLiteral("c%1").arg(c),
+            table.addColumn(QString::number(c),
                             c % 4 == 3 ? FieldType::XDecimal : FieldType::Integer, 2, c % 2);
             QVERIFY(!held.table() && held.data(0).isNull() && held.clone().isNull());
-            QCOMPARE(held.dump(), QString("{ NULL }"));
-            QVERIFY(!held.inTable());
+            QVERIFY(!held.inTable() && held.dump() == "{ NULL }");
             for (int i = 0; i < 20; ++i) {
-                QCOMPARE(value(table.at(i)), i);
-                QCOMPARE(value(view.at(19 - i)), i);
-                QVERIFY(table.at(i).inTable());
+                const Record now = table.at(i);
+                QVERIFY(value(now) == i && view.at(19 - i) == now && now.inTable());
                 for (int before = 1; before < c; ++before)
-                    QCOMPARE(table.at(i).data(before).toString(),
+                    QCOMPARE(now.data(before).toString(),
                              QString::number(before * i) + (before % 4 == 3 ? ".00" : ""));
-                QVERIFY(table.at(i).data(c).isNull());
-                table.at(i).data(c) = c * i;
+                QVERIFY(now.data(c).isNull());
+                now.data(c) = c * i;
             }
         }
         const Record fresh(&table);
@@ -398,14 +396,11 @@ private Q_SLOTS:
         Table table("T%2");
         table.addColumn("a", FieldType::Integer);
         table.addColumn("b", FieldType::VarChar, 9);
-        Record r = row(table, 5);
-        const QString head = QStringLiteral("T%2:(ptr:0x%1 ref:1) ")
-                                 .arg(quintptr(r.row()), 16, 16, QLatin1Char('0'));
-        QCOMPARE(r.dump(false), head + "{ a=5 b=\"\" }");
-        QCOMPARE(r.dump(true), head + "{ a=5 }");
-        r.data(1) = QString("x %1 %4");
-        QCOMPARE(r.dump(true), head + "{ a=5 b=x %1 %4 }");
-        QCOMPARE(Record::null.dump(), QString("{ NULL }"));
+        const Record r = row(table, 5, "x %1 %4");
+        QVERIFY(r.dump().startsWith("T%2:(ptr:0x0000"));
+        QVERIFY(r.dump(true).endsWith(" ref:1) { a=5 b=x %1 %4 }"));
+        r.data(1).setNull();
+        QVERIFY(r.dump(false).endsWith("{ a=5 b=\"\" }") && r.dump(true).endsWith("{ a=5 }"));
     }
 };
 
