@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "index/masterindex.h"
 #include "index/sortedview.h"
 #include "support/seed.h"
-#include "table/recordstrans.h"
-#include "table/recordupdater.h"
 #include "table/table.h"
 
 #include <QtTest>
@@ -120,49 +117,6 @@ int plainCompare(const QVector<SortColumn>& columns, const Record& a, const Reco
     return 0;
 }
 
-// Follows a view by its observer alone.
-struct Shadow : IndexObserver
-{
-    explicit Shadow(SortedView* followed)
-        : view(followed)
-    {
-        view->addObserver(this);
-        indexReset(*view);
-    }
-    ~Shadow() override { view->removeObserver(this); }
-    void indexChanged(const IndexList& index, const IndexChange& change) override
-    {
-        std::vector<int> out(change.removed, change.removed + change.removedCount);
-        std::vector<int> in(change.inserted, change.inserted + change.insertedCount);
-        for (int i = 0; i < change.movedCount; ++i) {
-            out.push_back(change.moved[i].from);
-            in.push_back(change.moved[i].to);
-            if (rows.at(change.moved[i].from) != index.at(change.moved[i].to))
-                wrongMoves = true;
-        }
-        std::sort(out.begin(), out.end());
-        std::sort(in.begin(), in.end());
-        for (auto it = out.rbegin(); it != out.rend(); ++it)
-            rows.removeAt(*it);
-        for (const int at : in)
-            rows.insert(at, index.at(at));
-    }
-    void indexReset(const IndexList& index) override
-    {
-        rows.clear();
-        for (const Record& r : index)
-            rows.append(r);
-    }
-    bool isSame() const
-    {
-        return !wrongMoves && std::equal(rows.begin(), rows.end(), view->begin(), view->end());
-    }
-
-    SortedView* view;
-    QList<Record> rows;
-    bool wrongMoves = false;
-};
-
 } // namespace
 
 class TestSortedView : public QObject
@@ -211,52 +165,6 @@ private Q_SLOTS:
         for (const char* columns : {"decimal", "-time", "text,decimal", "int,char,-decimal"}) {
             const SortedView view(&table, QString(columns).split(','));
             QVERIFY2(view.isSortKeyExact(view.sortKey(r)), columns);
-        }
-    }
-
-    // Positions told to an observer rebuild the view; an update that cannot matter tells nothing
-    // when nobody listens and leaves the view as it was.
-    void observersCanFollow()
-    {
-        for (const quint32 seed : testSeeds(60)) {
-            const SeedScope scope(seed);
-            Random random(seed);
-            Table table("t");
-            addAllColumns(table);
-            if (random.below(2))
-                table.setMasterIndex(new MasterIndex_Column_Pure(&table, QList<int>{0}));
-            SortedView observed(&table, random.order(table));
-            SortedView filtered(&table, random.order(table));
-            filtered.setFilter([](const Record& r) { return r.data(1).toInteger64() % 3 != 0; },
-                               {1});
-            SortedView quiet(&table, observed.columns());
-            Shadow shadows[] = {Shadow(&observed), Shadow(&filtered)};
-            QList<Record> rows;
-            for (int step = 0; step < 60; ++step) {
-                RecordsTrans changes(&table);
-                for (int i = random.below(9); i >= 0; --i) {
-                    const int what = rows.isEmpty() ? 0 : random.below(6);
-                    if (what == 0) {
-                        rows.append(random.row(table));
-                        changes.insert(rows.last());
-                    } else if (what == 1) {
-                        changes.remove(rows.takeAt(random.below(rows.size())));
-                    } else {
-                        RecordUpdater update(changes, rows.at(random.below(rows.size())));
-                        random.fill(update.data(random.below(table.columnCount())));
-                    }
-                }
-                changes.execute();
-                for (const Shadow& shadow : shadows)
-                    QVERIFY2(shadow.isSame(), qPrintable(QStringLiteral("step %1").arg(step)));
-                for (const SortedView* view : {&observed, &filtered, &quiet}) {
-                    QCOMPARE(view->count(),
-                             std::count_if(rows.begin(), rows.end(),
-                                           [&](const Record& r) { return view->filter(r); }));
-                    for (int i = 1; i < view->count(); ++i)
-                        QVERIFY(plainCompare(view->columns(), view->at(i - 1), view->at(i)) <= 0);
-                }
-            }
         }
     }
 };

@@ -273,25 +273,22 @@ private Q_SLOTS:
 
     void survivesDamage()
     {
+        const QByteArray bytes = someBytes(3000, 5);
         for (const Format format : formats) {
-            const QByteArray bytes = someBytes(3000, 5);
             const QByteArray whole = compressed(bytes, format);
             for (int at = 0; at < whole.size(); ++at) {
                 QByteArray damaged = whole;
                 damaged[at] = char(damaged.at(at) ^ 0x55);
                 Opened packed(format, QIODevice::ReadOnly, damaged, 16 + at % 100);
-                QtIOCompressor& device = packed.device;
-                char read[70000];
-                const qint64 n = device.read(read, sizeof read);
+                QByteArray read(70000, '\0');
+                const qint64 n = packed.device.read(read.data(), read.size());
                 if (n == -1) {
-                    QVERIFY(device.errorString().startsWith(
+                    QVERIFY(packed.device.errorString().startsWith(
                         "Internal zlib error when decompressing: "));
-                    QCOMPARE(device.read(1), QByteArray());
-                    QCOMPARE(device.bytesAvailable(), qint64(0));
+                    QVERIFY(packed.device.read(1).isEmpty() && !packed.device.bytesAvailable());
                 } else if (format != QtIOCompressor::RawDeflate && n > 0) {
                     // A checksum lets pass only what its header says beside the data.
-                    QVERIFY(at < 10);
-                    QCOMPARE(QByteArray(read, int(n)), bytes);
+                    QVERIFY(at < 10 && read.left(int(n)) == bytes);
                 }
             }
         }

@@ -96,27 +96,19 @@ private Q_SLOTS:
                                              "syncFolder", "remove", "syncFolder"}));
     }
 
-    void replacesTheTwin()
+    void plainFilesHideTheirTwins()
     {
-        TestCore core;
         const QTemporaryDir folder;
-        const QDir dir(folder.path());
-        Table table("t");
-        addColumns(table, 3);
-        for (const bool compress : {true, false, true}) {
-            core.setCompressTables(compress);
-            fill(table, 10);
-            TableIO io(&table);
-            io.write(dir);
-            QCOMPARE(io.status(), TableIO::Ok);
-            QCOMPARE(filesIn(dir), QStringList(compress ? "t.gz" : "t"));
+        FilledTable table("t", 3, 10);
+        {
+            const TestCore core(true);
+            TableIO(&table).write(QDir(folder.path()));
         }
-        // A plain file hides its twin.
-        putContent(folder.filePath("t"), bytesOf(table, false).replace(6, 4, QByteArray(4, '\0')));
+        table.clear();
+        putContent(folder.filePath("t"), bytesOf(table));
         Table read("t");
-        TableIO(&read).read(dir, true);
-        QCOMPARE(read.rowCount(), 0);
-        QCOMPARE(read.columnCount(), 3);
+        TableIO(&read).read(QDir(folder.path()), true);
+        QVERIFY(read.rowCount() == 0 && read.columnCount() == 3);
     }
 
     void exceptionsKeepTheOldFile()
