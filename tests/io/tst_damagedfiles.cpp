@@ -168,8 +168,8 @@ private Q_SLOTS:
     {
         using Header = TableIO::TableHeader;
         const std::pair<const char*, void (*)(Header&)> rows[] = {
-            {"two columns of one name", [](Header& h) { h.columns[1].name = h.columns[0].name; }},
-            {"in another case", [](Header& h) { h.columns[1].name = h.columns[0].name.toUpper(); }},
+            {"two columns of one name", [](Header& h) { h.columns[8].name = h.columns[1].name; }},
+            {"in another case", [](Header& h) { h.columns[8].name = h.columns[1].name.toUpper(); }},
             {"no name", [](Header& h) { h.columns[0].name.clear(); }},
             {"no type", [](Header& h) { h.columns[0].type = FieldType::Undefined; }},
             {"type 9", [](Header& h) { h.columns[0].type = FieldType::Type(9); }},
