@@ -386,18 +386,18 @@ private:
 
     void touch(RecordsTrans& changes, Operations& held, Row* row)
     {
-        auto it = std::find_if(held.begin(), held.end(),
-                               [&](const auto& entry) { return entry.second.first == row; });
+        const auto isOf = [&](const auto& entry) { return entry.second.first == row; };
+        auto it = std::find_if(held.begin(), held.end(), isOf);
         if (it == held.end())
             it = held.insert({int(held.size()), {row, Operation()}}).first;
         Operation& operation = it->second.second;
         const int what = below(10);
         if (row->inTable && (what == 0 || (what < 5 && table.rowCount() > size))) {
             changes.remove(row->record);
-            operation = {RecordsTrans::Remove, {-1, -1, -1, -1}};
+            operation = Operation{RecordsTrans::Remove};
         } else if (what == 1 || (!row->inTable && operation.kind == RecordsTrans::None)) {
             changes.insert(row->record);
-            operation = {RecordsTrans::Insert, {-1, -1, -1, -1}};
+            operation = Operation{RecordsTrans::Insert};
         } else {
             const int first = below(Columns);
             const int last = first + below(Columns - first);
@@ -417,37 +417,30 @@ private:
                 operation.kind = RecordsTrans::Update;
         }
     }
+    // The limit removes as many of the lowest rows as come in, but for those that change.
     void trim(Operations& held)
     {
-        const bool isEmpty = std::none_of(held.begin(), held.end(), [](const auto& entry) {
-            return entry.second.second.kind != RecordsTrans::None;
-        });
-        const View* view = limit && !isEmpty ? &views.last() : nullptr;
         int net = 0;
-        for (const auto& entry : held) {
-            Row* row = entry.second.first;
-            const int kind = entry.second.second.kind;
-            net += kind == RecordsTrans::Insert && !row->inTable ? 1
-                   : kind == RecordsTrans::Remove                ? -1
-                                                                 : 0;
+        QSet<const Row*> spared;
+        for (const auto& [order, entry] : held) {
+            const auto& [row, operation] = entry;
+            net += operation.kind == RecordsTrans::Insert && !row->inTable;
+            net -= operation.kind == RecordsTrans::Remove;
+            if (operation.kind != RecordsTrans::None)
+                spared.insert(row);
         }
-        for (int i = 0; view && i < view->before.size() && i < net + view->before.size() - limit;
-             ++i) {
-            Row* row = view->before.at(i);
-            const bool spared = std::any_of(held.begin(), held.end(), [&](const auto& entry) {
-                const int kind = entry.second.second.kind;
-                return entry.second.first == row && kind != RecordsTrans::None;
-            });
-            if (!spared)
-                held[1000000 + i] = {row, {RecordsTrans::Remove, {-1, -1, -1, -1}}};
-        }
+        if (!limit || spared.isEmpty())
+            return;
+        const Rows& before = views.last().before;
+        for (int i = 0; i < before.size() && i < net + before.size() - limit; ++i)
+            if (!spared.contains(before.at(i)))
+                held[1000000 + i] = {before.at(i), Operation{RecordsTrans::Remove}};
     }
     void expect(Operations held)
     {
         trim(held);
-        for (auto& entry : held) {
-            Row* row = entry.second.first;
-            const Operation& operation = entry.second.second;
+        for (auto& [order, entry] : held) {
+            auto& [row, operation] = entry;
             if (operation.kind == RecordsTrans::None)
                 continue;
             for (size_t c = 0; c < Columns; ++c)
@@ -470,10 +463,8 @@ private:
         if (below(3) == 0 && !limit) {
             Row* row = anyRow();
             const bool early = below(2);
-            const bool free = std::none_of(held.begin(), held.end(), [&](const auto& entry) {
-                return entry.second.first == row;
-            });
-            if (row->inTable && free) {
+            const auto isHeld = [&](const auto& entry) { return entry.second.first == row; };
+            if (row->inTable && std::none_of(held.begin(), held.end(), isHeld)) {
                 relay->onNotification = [=, &raised] {
                     if (table.transactionState() != (early ? 1 : 2))
                         return;
@@ -484,14 +475,11 @@ private:
                 };
             }
         }
-        const bool six = !changes.isEmpty() && below(3) == 0;
-        if (six) {
+        if (!changes.isEmpty() && below(3) == 0) {
             QList<Record> removed = changes.removed();
             QList<Record> updated = changes.updated();
-            const QList<Record> changed = changes.changed();
-            const QList<Record> inserted = changes.inserted();
             table.process(removed, updated, below(2) ? 0 : -1, below(2) ? Columns - 1 : -1,
-                          inserted, changed);
+                          changes.inserted(), changes.changed());
         } else {
             changes.execute();
         }
@@ -606,10 +594,8 @@ private:
             row->second->seen = looks;
             now.append(row->second);
         }
-        const auto want = std::count_if(rows.begin(), rows.end(), [&](const auto& row) {
-            return row->inTable && view.accepts(*row);
-        });
-        if (now.size() != want)
+        const auto belongs = [&](const auto& row) { return row->inTable && view.accepts(*row); };
+        if (now.size() != std::count_if(rows.begin(), rows.end(), belongs))
             return fail(view.name, "a row is missing");
         const bool byOrder = view.name != QByteArray("master") || flavour != 3;
         for (int i = 1; byOrder && i < now.size(); ++i) {
