@@ -96,183 +96,218 @@ class tst_marketboard : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void pricesAreExact_data();
-    void pricesAreExact();
-    void faultyFilesAreNamed_data();
-    void faultyFilesAreNamed();
-    void recalculationFollowsTheFuture();
-    void checksFindWhatIsWrong_data();
-    void checksFindWhatIsWrong();
-    void programPlays_data();
-    void programPlays();
-    void programPrintsSmiles();
-    void programRefuses_data();
-    void programRefuses();
+    void pricesAreExact()
+    {
+        // With all decimals that are kept; or refused.
+        const std::pair<const char*, QString> rows[] = {
+            {"254", "254.00"},
+            {"0.05", "0.05"},
+            {"242.5", "242.50"},
+            {"1.500000", "1.50"},
+            {"1.000005", "1.000005"},
+            {"-37.63", "-37.63"},
+            {"999999999.99999", "999999999.99999"},
+            {"0.0000001", "refused"},
+            {"1000000000", "refused"},
+            {"12345678901234567", "refused"},
+            {"1.2.3", "refused"},
+            {" 1", "refused"},
+            {"1,5", "refused"},
+            {"nan", "refused"},
+        };
+        for (const auto& [written, read] : rows) {
+            const std::optional<decimal> value = parsePrice(written);
+            QCOMPARE(value ? value->toString() : "refused", read);
+        }
+    }
+
+    void faultyFilesAreNamed()
+    {
+        // A line behind the others, and what is said of it behind the path.
+        const std::pair<QByteArray, QString> lines[] = {
+            {"180000,20200320,C,3000,1,1\n", ":8: expected 8 fields, found 6"},
+            {"180000,20200320,C,3000,1,1,2,1,\n", ":8: expected 8 fields, found 9"},
+            {"\n", ":8: expected 8 fields, found 1"},
+            {"180000,2020", ":8: expected 8 fields, found 2"}, // cut off without newline
+            {"180000,20200320,C,3000,1.5x,1,2,1\n", ":8: bid is not a price: '1.5x'"},
+            {"180000,20200320,C,3000,1,1,2.1234567,1\n", ":8: ask is not a price: '2.1234567'"},
+            {"180000,20200320,C,,1,1,2,1\n", ":8: there is no strike"},
+            {"180000,20200320,X,3000,1,1,2,1\n", ":8: right is neither C nor P: 'X'"},
+            {"180000,20200230,C,3000,1,1,2,1\n", ":8: 20200230 is no date"},
+            {"180000,20200320,C,3000,1,,2,1\n",
+             ":8: bid_size is not a whole number from 0 to 1000000000: ''"},
+            {"180000,20200320,C,3000,1,1,2,-1\n",
+             ":8: ask_size is not a whole number from 0 to 1000000000: '-1'"},
+            {"60000,20200320,C,3000,1,1,2,1\n", ":8: time_ms goes back from 120000 to 60000"},
+            {"86400000,20200320,C,3000,1,1,2,1\n",
+             ":8: time_ms is not a whole number from 0 to 86399999: '86400000'"},
+            {QByteArray(1, '\0') + "\x1b[2J\xff,20200320,C,3000,1,1,2,1\n",
+             ":8: time_ms is not a whole number from 0 to 86399999: '\uFFFD\uFFFD[2J\uFFFD'"},
+            {QByteArray(100'000, '1'), ":8: the line is longer than 65536 bytes"},
+        };
+        const QByteArray packed = gzip(OptionsText);
+        QByteArray damaged = packed;
+        damaged[packed.size() - 6] = char(damaged[packed.size() - 6] ^ 1);
+        QVector<std::tuple<QString, QByteArray, QString>> files = {
+            {FuturesFile, gzip(FuturesText + "60000,2003,1,1,2,1\n"),
+             ":4: contract is not a whole number from 190001 to 299912: '2003'"},
+            {InstrumentsFile, gzip(InstrumentsText + "a,b,c,d,e,1,x,1\n"),
+             ":4: minimum_price_variation is not a number: 'x'"},
+            {OptionsFile, QByteArray(), ": is empty"},
+            {OptionsFile, gzip("time,price\n1,2\n"),
+             ":1: expected the header time_ms,expiry,right,strike,bid,bid_size,ask,ask_size, found "
+             "'time,price'"},
+            {OptionsFile, packed.left(packed.size() - 12), ": cannot be read after line"},
+            {OptionsFile, damaged, ": cannot be read after line"},
+        };
+        for (const auto& [line, message] : lines)
+            files.append({OptionsFile, gzip(OptionsText + line), message});
+        for (const auto& [file, bytes, message] : qAsConst(files)) {
+            const DayFolder day;
+            day.write(file, bytes);
+            QString found;
+            try {
+                Replay replay(day.path());
+                replay.instruments();
+                while (replay.next() != Session::Event::End) {
+                }
+            } catch (const InputError& error) {
+                found = error.message;
+            }
+            const QString wanted = day.path(file) + message;
+            QCOMPARE(found.left(wanted.size()), wanted);
+        }
+    }
+
+    void recalculationFollowsTheFuture()
+    {
+        Board board;
+        board.keepVolatilities();
+        const auto side = [](int price) { return Side{decimal(price), 1}; };
+        OptionQuote put{0, 20200320, 'P', decimal(3000), side(30), side(31)};
+        board.apply(put);
+        Recalculation recalculation(board);
+        for (const char* what : {"applied", "newer quote", "stopped"}) {
+            board.apply(FutureQuote{0, 202003, side(3100 + *what), side(3101 + *what)});
+            recalculation.update(0); // what its job finds waits for the event loop
+            ++put.timeMs;
+            if (*what == 'n')
+                board.apply(put);
+            const Field live = board.options().at(0).data(Board::Volatility);
+            const double shown = live.isNull() ? 0 : live.toDouble();
+            while (recalculation.progress() < 1)
+                QThread::yieldCurrentThread();
+            if (*what == 's')
+                recalculation.stop();
+            QTRY_VERIFY2(!recalculation.isRunning(), what);
+            QVERIFY2((live.toDouble() == shown) == (*what != 'a'), what);
+        }
+    }
+
+    void checksFindWhatIsWrong()
+    {
+        // What is written into the put's row behind the views' backs, whether the checks are told
+        // of such a quote, and what they find.
+        const std::tuple<const char*, const char*, bool, QString> rows[] = {
+            {"30.25", "30.50", false, ""},
+            {"30.20", "30.50", false, "table, 20200320 P 3000: "},
+            {"30.25", "", false, "table, 20200320 P 3000: "},
+            {"300.25", "300.50", true, "view by bid, row 0: "},
+            {"30.25", "", true, "view by spread, row 0: "}, // a NULL that is not last
+        };
+        for (const auto& [bid, ask, isQuoted, difference] : rows)
+            checkFinds(bid, ask, isQuoted, difference);
+    }
+
+    void programPlays()
+    {
+        const QString built = "replayed 12000 quotes, 200 contracts, 4 views, \\d+ updates/s, "
+                              "tape 10000 rows";
+        play({"--quotes", "12000", "--verify"}, 11, built);
+        play({"--quotes", "12000", "--top", "3"}, 4, built);
+        play({"--quotes", "12000", "--top", "0"}, 0, built);
+        play({"--data", "DAY", "--verify"}, 3,
+             "replayed 6 quotes, 2 contracts, 4 views, \\d+ updates/s, tape 6 rows");
+    }
+
+    void programPrintsSmiles()
+    {
+        const Outcome outcome = runBoard({"--smile", "--quotes", "5000", "--verify", "--top", "0"});
+        QVERIFY2(outcome.exitCode == 0, qPrintable(outcome.error));
+        const QStringList parts = outcome.out.split(QStringLiteral("smile of "));
+        QVERIFY(parts.value(1).startsWith("20200320, future at ") &&
+                parts.value(2).startsWith("20200619, "));
+        for (const QString& part : parts.mid(1)) {
+            const QStringList lines =
+                part.split('\n').filter(QRegularExpression("^ +\\d{4}  [CP] "));
+            QVERIFY2(lines.size() > 30, qPrintable(part));
+            QVERIFY(lines.first().contains(" P ") && lines.last().contains(" C "));
+        }
+    }
+
+    void programRefuses()
+    {
+        const QTemporaryDir empty;
+        const DayFolder broken;
+        broken.write(FuturesFile, gzip("time_ms,contract,bid,bid_size,ask,ask_size\nnonsense\n"));
+        const std::pair<QStringList, QString> rows[] = {
+            {{"--data", "/no/such/folder"}, "/no/such/folder: there is no such folder"},
+            {{"--data", empty.path()}, OptionsFile + ": there is no such file"},
+            {{"--data", broken.path()}, FuturesFile + ":2: expected 6 fields, found 1"},
+            {{"--top", "ten"}, "--top needs a whole number"},
+            {{"--top", "-1"}, "--top needs a whole number"},
+            {{"--quotes", "0"}, "--quotes needs a whole number"},
+            {{"--until", "24:00"}, "--until needs a time"},
+            {{"--fast"}, "fast"},
+            {{"fast"}, "unexpected argument 'fast'"},
+        };
+        for (const auto& [arguments, message] : rows) {
+            const Outcome outcome = runBoard(arguments);
+            QVERIFY(outcome.exitCode == 2 && outcome.out.isEmpty());
+            QVERIFY2(outcome.error.startsWith("marketboard: ") && outcome.error.contains(message),
+                     qPrintable(outcome.error));
+        }
+    }
+
+private:
+    void checkFinds(const char* bid, const char* ask, bool isQuoted, const QString& difference);
+
+    void play(QStringList arguments, int tableLines, const QString& lastLine)
+    {
+        const DayFolder day;
+        arguments.replaceInStrings(QStringLiteral("DAY"), day.path());
+        const Outcome outcome = runBoard(arguments);
+        QCOMPARE(outcome.error, QString()); // no progress, since this is no terminal
+        QCOMPARE(outcome.exitCode, 0);
+
+        QStringList lines = outcome.out.split('\n');
+        QCOMPARE(lines.takeLast(), QString());
+        const QRegularExpression wanted(QRegularExpression::anchoredPattern(lastLine));
+        QVERIFY2(wanted.match(lines.last()).hasMatch(), qPrintable(lines.last()));
+        const bool verified = arguments.contains(QStringLiteral("--verify"));
+        QCOMPARE(lines.size(), 2 + tableLines + (verified ? 1 : 0) + 1);
+        if (verified) {
+            const QString line = lines[lines.size() - 2];
+            QVERIFY2(line.startsWith("verified ") && line.section(' ', 1, 1).toInt() >= 7,
+                     qPrintable(line));
+        }
+        for (int i = 3; i < 2 + tableLines; ++i)
+            QCOMPARE(lines[i].size(), lines[2].size()); // aligned
+        if (arguments.contains(QStringLiteral("--data"))) {
+            QCOMPARE(lines[1],
+                     QStringLiteral("E-mini S&P 500 Futures, tick 0.25, multiplier 50, 202003: "
+                                    "3223.00 bid, 3223.25 ask"));
+            QCOMPARE(lines[3].simplified(),
+                     QStringLiteral("20200320 P 3000 30.25 3 30.50 7 0.25 00:02"));
+            QCOMPARE(lines[4].simplified(),
+                     QStringLiteral("20200320 C 3000 250.50 11 - 0 - 00:01"));
+        }
+    }
 };
 
-void tst_marketboard::pricesAreExact_data()
+void tst_marketboard::checkFinds(const char* bid, const char* ask, bool isQuoted,
+                                 const QString& difference)
 {
-    QTest::addColumn<QString>("written");
-    QTest::addColumn<QString>("read"); // with all decimals that are kept; empty: refused
-
-    QTest::newRow("whole") << "254"
-                           << "254.00";
-    QTest::newRow("ticks") << "0.05"
-                           << "0.05";
-    QTest::newRow("one decimal") << "242.5"
-                                 << "242.50";
-    QTest::newRow("zeros at the end") << "1.500000"
-                                      << "1.50";
-    QTest::newRow("six decimals") << "1.000005"
-                                  << "1.000005";
-    QTest::newRow("negative") << "-37.63"
-                              << "-37.63";
-    QTest::newRow("largest") << "999999999.99999"
-                             << "999999999.99999";
-    QTest::newRow("seven decimals") << "0.0000001"
-                                    << "";
-    QTest::newRow("a billion") << "1000000000"
-                               << "";
-    QTest::newRow("too long to be exact") << "12345678901234567"
-                                          << "";
-    QTest::newRow("two points") << "1.2.3"
-                                << "";
-    QTest::newRow("blank") << " 1"
-                           << "";
-    QTest::newRow("comma") << "1,5"
-                           << "";
-    QTest::newRow("not a number") << "nan"
-                                  << "";
-}
-
-void tst_marketboard::pricesAreExact()
-{
-    QFETCH(QString, written);
-    QFETCH(QString, read);
-    const std::optional<decimal> value = parsePrice(written.toStdString());
-    QCOMPARE(value.has_value(), !read.isEmpty());
-    if (value)
-        QCOMPARE(value->toString(), read);
-}
-
-void tst_marketboard::faultyFilesAreNamed_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<QString>("message"); // of the error, behind the path
-
-    const auto options = [](const char* name, const QByteArray& line, const char* message) {
-        QTest::newRow(name) << OptionsFile << gzip(OptionsText + line)
-                            << QString::fromUtf8(message);
-    };
-    options("too few fields", "180000,20200320,C,3000,1,1\n", ":8: expected 8 fields, found 6");
-    options("too many fields", "180000,20200320,C,3000,1,1,2,1,\n",
-            ":8: expected 8 fields, found 9");
-    options("blank line", "\n", ":8: expected 8 fields, found 1");
-    options("cut off without newline", "180000,2020", ":8: expected 8 fields, found 2");
-    options("no price", "180000,20200320,C,3000,1.5x,1,2,1\n", ":8: bid is not a price: '1.5x'");
-    options("too many digits", "180000,20200320,C,3000,1,1,2.1234567,1\n",
-            ":8: ask is not a price: '2.1234567'");
-    options("no strike", "180000,20200320,C,,1,1,2,1\n", ":8: there is no strike");
-    options("no right", "180000,20200320,X,3000,1,1,2,1\n", ":8: right is neither C nor P: 'X'");
-    options("no date", "180000,20200230,C,3000,1,1,2,1\n", ":8: 20200230 is no date");
-    options("no size", "180000,20200320,C,3000,1,,2,1\n",
-            ":8: bid_size is not a whole number from 0 to 1000000000: ''");
-    options("negative size", "180000,20200320,C,3000,1,1,2,-1\n",
-            ":8: ask_size is not a whole number from 0 to 1000000000: '-1'");
-    options("time goes back", "60000,20200320,C,3000,1,1,2,1\n",
-            ":8: time_ms goes back from 120000 to 60000");
-    options("after midnight", "86400000,20200320,C,3000,1,1,2,1\n",
-            ":8: time_ms is not a whole number from 0 to 86399999: '86400000'");
-    options("bytes of any kind", QByteArray(1, '\0') + "\x1b[2J\xff,20200320,C,3000,1,1,2,1\n",
-            ":8: time_ms is not a whole number from 0 to 86399999: '\uFFFD\uFFFD[2J\uFFFD'");
-    options("endless line", QByteArray(100'000, '1'), ":8: the line is longer than 65536 bytes");
-
-    QTest::newRow("futures") << FuturesFile << gzip(FuturesText + "60000,2003,1,1,2,1\n")
-                             << ":4: contract is not a whole number from 190001 to 299912: '2003'";
-    QTest::newRow("instruments") << InstrumentsFile << gzip(InstrumentsText + "a,b,c,d,e,1,x,1\n")
-                                 << ":4: minimum_price_variation is not a number: 'x'";
-    QTest::newRow("empty") << OptionsFile << QByteArray() << ": is empty";
-    QTest::newRow("other header") << OptionsFile << gzip("time,price\n1,2\n")
-                                  << ":1: expected the header "
-                                     "time_ms,expiry,right,strike,bid,bid_size,ask,ask_size, "
-                                     "found 'time,price'";
-    QByteArray packed = gzip(OptionsText);
-    QTest::newRow("cut off") << OptionsFile << packed.left(packed.size() - 12)
-                             << ": cannot be read after line";
-    packed[packed.size() - 6] = char(packed[packed.size() - 6] ^ 1);
-    QTest::newRow("damaged") << OptionsFile << packed << ": cannot be read after line";
-}
-
-void tst_marketboard::faultyFilesAreNamed()
-{
-    QFETCH(QString, file);
-    QFETCH(QByteArray, bytes);
-    QFETCH(QString, message);
-    const DayFolder day;
-    day.write(file, bytes);
-    try {
-        Replay replay(day.path());
-        replay.instruments();
-        while (replay.next() != Session::Event::End) {
-        }
-        QFAIL("the fault was not found");
-    } catch (const InputError& error) {
-        const QString wanted = day.path(file) + message;
-        QCOMPARE(error.message.left(wanted.size()), wanted);
-    }
-}
-
-void tst_marketboard::recalculationFollowsTheFuture()
-{
-    Board board;
-    board.keepVolatilities();
-    const auto side = [](int price) { return Side{decimal(price), 1}; };
-    OptionQuote put{0, 20200320, 'P', decimal(3000), side(30), side(31)};
-    board.apply(put);
-    Recalculation recalculation(board);
-    for (const char* what : {"applied", "newer quote", "stopped"}) {
-        board.apply(FutureQuote{0, 202003, side(3100 + *what), side(3101 + *what)});
-        recalculation.update(0); // what its job finds waits for the event loop
-        ++put.timeMs;
-        if (*what == 'n')
-            board.apply(put);
-        const Field live = board.options().at(0).data(Board::Volatility);
-        const double shown = live.isNull() ? 0 : live.toDouble();
-        while (recalculation.progress() < 1)
-            QThread::yieldCurrentThread();
-        if (*what == 's')
-            recalculation.stop();
-        QTRY_VERIFY2(!recalculation.isRunning(), what);
-        QVERIFY2((live.toDouble() == shown) == (*what != 'a'), what);
-    }
-}
-
-void tst_marketboard::checksFindWhatIsWrong_data()
-{
-    QTest::addColumn<QString>("bid"); // written into the put's row behind the views' backs
-    QTest::addColumn<QString>("ask");
-    QTest::addColumn<bool>("isQuoted");      // the checks are told of such a quote
-    QTest::addColumn<QString>("difference"); // how it begins; empty: none
-
-    QTest::newRow("in order") << "30.25"
-                              << "30.50" << false << "";
-    QTest::newRow("another price") << "30.20"
-                                   << "30.50" << false << "table, 20200320 P 3000: ";
-    QTest::newRow("price gone") << "30.25"
-                                << "" << false << "table, 20200320 P 3000: ";
-    QTest::newRow("out of order") << "300.25"
-                                  << "300.50" << true << "view by bid, row 0: ";
-    QTest::newRow("NULL not last") << "30.25"
-                                   << "" << true << "view by spread, row 0: ";
-}
-
-void tst_marketboard::checksFindWhatIsWrong()
-{
-    QFETCH(QString, bid);
-    QFETCH(QString, ask);
-    QFETCH(bool, isQuoted);
-    QFETCH(QString, difference);
     const DayFolder day;
     Replay replay(day.path());
     Board board;
@@ -292,8 +327,8 @@ void tst_marketboard::checksFindWhatIsWrong()
              QStringLiteral("watch list: 2 added, 3 updated and 0 removed for 0 changes"));
 
     OptionQuote quote = replay.option();
-    quote.bid.price = parsePrice(bid.toStdString());
-    quote.ask.price = parsePrice(ask.toStdString());
+    quote.bid.price = parsePrice(bid);
+    quote.ask.price = parsePrice(ask);
     Record row = board.option(quote.expiry, quote.right, quote.strike);
     row.data(Board::Bid) = bid;
     row.data(Board::Ask) = ask;
@@ -306,106 +341,6 @@ void tst_marketboard::checksFindWhatIsWrong()
     const QString found = verifier.check().value_or(QString());
     QVERIFY2(found.contains(difference) && found.isEmpty() == difference.isEmpty(),
              qPrintable(found));
-}
-
-void tst_marketboard::programPlays_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<int>("tableLines");
-    QTest::addColumn<QString>("lastLine");
-
-    const QString built =
-        QStringLiteral("replayed 12000 quotes, 200 contracts, 4 views, \\d+ updates/s, "
-                       "tape 10000 rows");
-    QTest::newRow("verified") << QStringList{"--quotes", "12000", "--verify"} << 11 << built;
-    QTest::newRow("top 3") << QStringList{"--quotes", "12000", "--top", "3"} << 4 << built;
-    QTest::newRow("no table") << QStringList{"--quotes", "12000", "--top", "0"} << 0 << built;
-    QTest::newRow("recorded")
-        << QStringList{"--data", "DAY", "--verify"} << 3
-        << "replayed 6 quotes, 2 contracts, 4 views, \\d+ updates/s, tape 6 rows";
-}
-
-void tst_marketboard::programPlays()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(int, tableLines);
-    QFETCH(QString, lastLine);
-    const DayFolder day;
-    arguments.replaceInStrings(QStringLiteral("DAY"), day.path());
-    const Outcome outcome = runBoard(arguments);
-    QCOMPARE(outcome.error, QString()); // no progress, since this is no terminal
-    QCOMPARE(outcome.exitCode, 0);
-
-    QStringList lines = outcome.out.split('\n');
-    QCOMPARE(lines.takeLast(), QString());
-    const QRegularExpression wanted(QRegularExpression::anchoredPattern(lastLine));
-    QVERIFY2(wanted.match(lines.last()).hasMatch(), qPrintable(lines.last()));
-    const bool verified = arguments.contains(QStringLiteral("--verify"));
-    QCOMPARE(lines.size(), 2 + tableLines + (verified ? 1 : 0) + 1);
-    if (verified) {
-        const QString line = lines[lines.size() - 2];
-        QVERIFY2(line.startsWith("verified ") && line.section(' ', 1, 1).toInt() >= 7,
-                 qPrintable(line));
-    }
-    for (int i = 3; i < 2 + tableLines; ++i)
-        QCOMPARE(lines[i].size(), lines[2].size()); // aligned
-    if (arguments.contains(QStringLiteral("--data"))) {
-        QCOMPARE(lines[1],
-                 QStringLiteral("E-mini S&P 500 Futures, tick 0.25, multiplier 50, 202003: "
-                                "3223.00 bid, 3223.25 ask"));
-        QCOMPARE(lines[3].simplified(),
-                 QStringLiteral("20200320 P 3000 30.25 3 30.50 7 0.25 00:02"));
-        QCOMPARE(lines[4].simplified(), QStringLiteral("20200320 C 3000 250.50 11 - 0 - 00:01"));
-    }
-}
-
-void tst_marketboard::programPrintsSmiles()
-{
-    const Outcome outcome = runBoard({"--smile", "--quotes", "5000", "--verify", "--top", "0"});
-    QVERIFY2(outcome.exitCode == 0, qPrintable(outcome.error));
-    const QStringList parts = outcome.out.split(QStringLiteral("smile of "));
-    QVERIFY(parts.value(1).startsWith("20200320, future at ") &&
-            parts.value(2).startsWith("20200619, "));
-    for (const QString& part : parts.mid(1)) {
-        const QStringList lines = part.split('\n').filter(QRegularExpression("^ +\\d{4}  [CP] "));
-        QVERIFY2(lines.size() > 30, qPrintable(part));
-        QVERIFY(lines.first().contains(" P ") && lines.last().contains(" C "));
-    }
-}
-
-void tst_marketboard::programRefuses_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QString>("message");
-
-    QTest::newRow("no folder") << QStringList{"--data", "/no/such/folder"}
-                               << "/no/such/folder: there is no such folder";
-    QTest::newRow("no file") << QStringList{"--data", "EMPTY"}
-                             << OptionsFile + ": there is no such file";
-    QTest::newRow("malformed") << QStringList{"--data", "BROKEN"}
-                               << FuturesFile + ":2: expected 6 fields, found 1";
-    QTest::newRow("no count") << QStringList{"--top", "ten"} << "--top needs a whole number";
-    QTest::newRow("negative") << QStringList{"--top", "-1"} << "--top needs a whole number";
-    QTest::newRow("no quotes") << QStringList{"--quotes", "0"} << "--quotes needs a whole number";
-    QTest::newRow("no time") << QStringList{"--until", "24:00"} << "--until needs a time";
-    QTest::newRow("unknown option") << QStringList{"--fast"} << "fast";
-    QTest::newRow("stray word") << QStringList{"fast"} << "unexpected argument 'fast'";
-}
-
-void tst_marketboard::programRefuses()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(QString, message);
-    const QTemporaryDir empty;
-    const DayFolder broken;
-    broken.write(FuturesFile, gzip("time_ms,contract,bid,bid_size,ask,ask_size\nnonsense\n"));
-    arguments.replaceInStrings(QStringLiteral("EMPTY"), empty.path());
-    arguments.replaceInStrings(QStringLiteral("BROKEN"), broken.path());
-    const Outcome outcome = runBoard(arguments);
-    QCOMPARE(outcome.exitCode, 2);
-    QCOMPARE(outcome.out, QString());
-    QVERIFY2(outcome.error.startsWith("marketboard: ") && outcome.error.contains(message),
-             qPrintable(outcome.error));
 }
 
 QTEST_GUILESS_MAIN(tst_marketboard)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/hostcore.h"
+#include "index/masterindex.h"
 #include "io/tableio.h"
 #include "table/table.h"
 
@@ -11,6 +12,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <numeric>
 #include <random>
 
 /// A host's core that is installed for as long as it lives.
@@ -48,34 +50,22 @@ inline void fillRow(const Record& row, std::mt19937& random)
             cell.setNull();
             continue;
         }
-        switch (cell.type()) {
-        case FieldType::VarChar:
+        boardlist boards;
+        boards.append(int(n % 1000), 7);
+        if (cell.type() == FieldType::VarChar)
             cell = QString::number(n % 100000, 36);
-            break;
-        case FieldType::DateTime:
+        else if (cell.type() == FieldType::DateTime)
             cell = datetime(n * 1000);
-            break;
-        case FieldType::Decimal:
+        else if (cell.type() == FieldType::Decimal)
             cell = decimal::fromMantissa(n, 2);
-            break;
-        case FieldType::XDecimal:
+        else if (cell.type() == FieldType::XDecimal)
             cell = xdecimal(QString::number(n) + ".125");
-            break;
-        case FieldType::BoardList: {
-            boardlist boards;
-            boards.append(int(n % 1000), 7);
+        else if (cell.type() == FieldType::BoardList)
             cell = boards;
-            break;
-        }
-        case FieldType::Integer64:
-            cell = n * 4294967311;
-            break;
-        case FieldType::Double:
+        else if (cell.type() == FieldType::Double)
             cell = double(n) / 3;
-            break;
-        default:
-            cell = int(n);
-        }
+        else
+            cell = cell.type() == FieldType::Integer ? n : n * 4294967311;
     }
 }
 
@@ -90,6 +80,16 @@ inline void fill(Table& table, int rows, quint32 seed = 1)
     }
     table.appendList(records);
 }
+
+struct FilledTable : Table
+{
+    FilledTable(const char* tableName, int columns, int rows, quint32 seed = 1)
+        : Table(tableName)
+    {
+        addColumns(*this, columns);
+        fill(*this, rows, seed);
+    }
+};
 
 /// Empty when the cells of two rows are the same, column by column.
 inline QString difference(const Record& a, const Record& b)
@@ -135,6 +135,15 @@ inline QByteArray bytesOf(Table& table, bool withRows = true)
     return bytes;
 }
 
+inline QByteArray listBytes(Table& table)
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    FilterProgressTrue all;
+    TableIO(&table).writeRowList(all, stream, table.masterIndex()->records());
+    return bytes;
+}
+
 inline QByteArray contentOf(const QString& path)
 {
     QFile file(path);
@@ -148,34 +157,16 @@ inline void putContent(const QString& path, const QByteArray& bytes)
         qFatal("cannot write a test file");
 }
 
-/// How many bytes the program's address space has grown at most since this object was made.
-class MemoryGrowth
+/// Reads a table file or its beginning; what became of it.
+inline TableIO::Status readBytes(Table& table, const QByteArray& bytes, bool strict = false,
+                                 bool withNewColumns = true)
 {
-public:
-    MemoryGrowth()
-        : start(peak())
-    {}
-    qint64 bytes() const { return peak() - start; }
-    /// Whether the number means anything: sanitizers reserve memory of their own.
-    static bool isMeasured()
-    {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        return false;
-#else
-        return peak() > 0;
-#endif
-    }
-
-private:
-    static qint64 peak()
-    {
-        for (const QByteArray& line : contentOf("/proc/self/status").split('\n'))
-            if (line.startsWith("VmPeak:"))
-                return line.simplified().split(' ').at(1).toLongLong() * 1024;
-        return 0;
-    }
-    const qint64 start;
-};
+    QDataStream stream(bytes);
+    TableIO io(&table);
+    io.setStrict(strict);
+    io.read(stream, withNewColumns);
+    return io.status();
+}
 
 /// Writes down what it is asked and told.
 struct Recorder : FilterProgress
@@ -193,9 +184,8 @@ struct Recorder : FilterProgress
     /// Whether it was told 0, 1, ... n-1.
     bool hasSeen(int n) const
     {
-        for (int i = 0; i < steps.size(); ++i)
-            if (steps.at(i) != i)
-                return false;
-        return steps.size() == n && (n == 0 || total == n);
+        QVector<int> all(n);
+        std::iota(all.begin(), all.end(), 0);
+        return steps == all && (n == 0 || total == n);
     }
 };

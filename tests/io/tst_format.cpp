@@ -24,15 +24,6 @@ void makeTable(Table& table, int columns, int rows, quint32 seed)
     fill(table, rows, seed);
 }
 
-QByteArray listBytes(Table& table)
-{
-    QByteArray bytes;
-    QDataStream stream(&bytes, QIODevice::WriteOnly);
-    FilterProgressTrue all;
-    TableIO(&table).writeRowList(all, stream, table.masterIndex()->records());
-    return bytes;
-}
-
 QString cellText(const Field& cell)
 {
     if (cell.isNull())
@@ -71,106 +62,103 @@ class tst_Format : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void exampleOfTheDocument();
-    void independentReader();
-    void goldenFiles();
-};
+    void exampleOfTheDocument()
+    {
+        const QByteArray page = contentOf(QStringLiteral(DOCUMENT));
+        const int from = page.indexOf("```hex\n") + 7;
+        QByteArray wanted;
+        for (const QByteArray& line : page.mid(from, page.indexOf("```", from) - from).split('\n'))
+            wanted += QByteArray::fromHex(line.left(line.indexOf("  ")));
+        QVERIFY(wanted.size() > 100);
 
-void tst_Format::exampleOfTheDocument()
-{
-    const QByteArray page = contentOf(QStringLiteral(DOCUMENT));
-    const int from = page.indexOf("```hex\n") + 7;
-    QByteArray wanted;
-    for (const QByteArray& line : page.mid(from, page.indexOf("```", from) - from).split('\n'))
-        wanted += QByteArray::fromHex(line.left(line.indexOf("  ")));
-    QVERIFY(wanted.size() > 100);
-
-    Table table("t");
-    table.addColumn("n", FieldType::Integer, 0, false, "N", true, "");
-    table.addColumn("s", FieldType::VarChar, 3, true, QString(), false, "d");
-    table.setMasterIndex(new MasterIndex_Column_Pure(&table, QString("n")));
-    for (const int n : {258, -1}) {
-        const Record row(&table);
-        row.data(0) = n;
-        if (n > 0)
-            row.data(1) = QString("ab");
-        table.appendList({row});
+        Table table("t");
+        table.addColumn("n", FieldType::Integer, 0, false, "N", true, "");
+        table.addColumn("s", FieldType::VarChar, 3, true, QString(), false, "d");
+        table.setMasterIndex(new MasterIndex_Column_Pure(&table, QString("n")));
+        for (const int n : {258, -1}) {
+            const Record row(&table);
+            row.data(0) = n;
+            if (n > 0)
+                row.data(1) = QString("ab");
+            table.appendList({row});
+        }
+        QCOMPARE(bytesOf(table).toHex(' '), wanted.toHex(' '));
     }
-    QCOMPARE(bytesOf(table).toHex(' '), wanted.toHex(' '));
-}
 
-void tst_Format::independentReader()
-{
-    const QString python = QStandardPaths::findExecutable("python3");
-    if (python.isEmpty())
-        QSKIP("there is no python3");
-    const QTemporaryDir folder;
-    TestCore core;
-    for (const int columns : {1, 9, 70}) {
-        for (const QString& kind : {QString(), QString(".gz"), QString(".list")}) {
-            Table table("t");
-            makeTable(table, columns < 3 ? 3 : columns, columns == 1 ? 0 : 40, quint32(columns));
-            const QString path = folder.filePath("t" + kind);
-            core.setCompressTables(kind == ".gz");
-            QByteArray wanted = dump(table);
-            QStringList arguments = {READER};
-            if (kind == ".list") {
-                putContent(path, listBytes(table) + listBytes(table));
-                wanted = table.rowCount() == 0 ? QByteArray()
-                                               : "list t\n" + wanted + "list t\n" + wanted;
-                arguments += "--lists";
-            } else {
-                TableIO(&table).write(QDir(folder.path()));
+    void independentReader()
+    {
+        const QString python = QStandardPaths::findExecutable("python3");
+        if (python.isEmpty())
+            QSKIP("there is no python3");
+        const QTemporaryDir folder;
+        TestCore core;
+        for (const int columns : {1, 9, 70}) {
+            for (const QString& kind : {QString(), QString(".gz"), QString(".list")}) {
+                Table table("t");
+                makeTable(table, columns < 3 ? 3 : columns, columns == 1 ? 0 : 40,
+                          quint32(columns));
+                const QString path = folder.filePath("t" + kind);
+                core.setCompressTables(kind == ".gz");
+                QByteArray wanted = dump(table);
+                QStringList arguments = {READER};
+                if (kind == ".list") {
+                    putContent(path, listBytes(table) + listBytes(table));
+                    wanted = table.rowCount() == 0 ? QByteArray()
+                                                   : "list t\n" + wanted + "list t\n" + wanted;
+                    arguments += "--lists";
+                } else {
+                    TableIO(&table).write(QDir(folder.path()));
+                }
+                QProcess reader;
+                reader.start(python, arguments + QStringList(path));
+                QVERIFY(reader.waitForFinished());
+                QCOMPARE(reader.readAllStandardError(), QByteArray());
+                QCOMPARE(reader.exitCode(), 0);
+                const QList<QByteArray> got = reader.readAllStandardOutput().split('\n');
+                const QList<QByteArray> lines = wanted.split('\n');
+                for (int i = 0; i < qMin(got.size(), lines.size()); ++i)
+                    QCOMPARE(got.at(i), lines.at(i));
+                QCOMPARE(got.size(), lines.size());
             }
-            QProcess reader;
-            reader.start(python, arguments + QStringList(path));
-            QVERIFY(reader.waitForFinished());
-            QCOMPARE(reader.readAllStandardError(), QByteArray());
-            QCOMPARE(reader.exitCode(), 0);
-            const QList<QByteArray> got = reader.readAllStandardOutput().split('\n');
-            const QList<QByteArray> lines = wanted.split('\n');
-            for (int i = 0; i < qMin(got.size(), lines.size()); ++i)
-                QCOMPARE(got.at(i), lines.at(i));
-            QCOMPARE(got.size(), lines.size());
         }
     }
-}
 
-void tst_Format::goldenFiles()
-{
-    TestCore core;
-    Table table("quotes");
-    makeTable(table, 9, 5, 7);
-    if (qEnvironmentVariableIsSet("LIVETABLE_WRITE_GOLDEN")) {
-        putContent(golden("quotes.list"), listBytes(table));
-        putContent(golden("quotes"), bytesOf(table));
-        core.setCompressTables(true);
-        Table zipped("zipped");
-        makeTable(zipped, 9, 5, 7);
-        TableIO(&zipped).write(QDir(GOLDEN_DIR));
-    }
-    for (const QString& name : {QString("quotes"), QString("zipped")})
-        for (const bool strict : {false, true}) {
-            Table read(name);
-            TableIO io(&read);
-            io.setStrict(strict);
-            io.read(QDir(GOLDEN_DIR), true);
-            QVERIFY2(io.status() == TableIO::Ok, qPrintable(io.errorString()));
-            QCOMPARE(difference(table, read), QString());
+    void goldenFiles()
+    {
+        TestCore core;
+        Table table("quotes");
+        makeTable(table, 9, 5, 7);
+        if (qEnvironmentVariableIsSet("LIVETABLE_WRITE_GOLDEN")) {
+            putContent(golden("quotes.list"), listBytes(table));
+            putContent(golden("quotes"), bytesOf(table));
+            core.setCompressTables(true);
+            Table zipped("zipped");
+            makeTable(zipped, 9, 5, 7);
+            TableIO(&zipped).write(QDir(GOLDEN_DIR));
         }
-    core.addTable("quotes", &table);
-    const QByteArray list = contentOf(golden("quotes.list"));
-    QDataStream stream(list);
-    FilterProgressTrue all;
-    PartitionList<Record> records;
-    TableIO(&table).readRowList(all, stream, records, false);
-    QCOMPARE(records.count(), 5);
-    for (int i = 0; i < 5; ++i)
-        QCOMPARE(difference(table.at(i), records.at(i)), QString());
-    // What is written is still the same.
-    QCOMPARE(bytesOf(table), contentOf(golden("quotes")));
-    QCOMPARE(listBytes(table), list);
-}
+        for (const QString& name : {QString("quotes"), QString("zipped")})
+            for (const bool strict : {false, true}) {
+                Table read(name);
+                TableIO io(&read);
+                io.setStrict(strict);
+                io.read(QDir(GOLDEN_DIR), true);
+                QVERIFY2(io.status() == TableIO::Ok, qPrintable(io.errorString()));
+                QCOMPARE(difference(table, read), QString());
+            }
+        core.addTable("quotes", &table);
+        const QByteArray list = contentOf(golden("quotes.list"));
+        QDataStream stream(list);
+        FilterProgressTrue all;
+        PartitionList<Record> records;
+        TableIO(&table).readRowList(all, stream, records, false);
+        QCOMPARE(records.count(), 5);
+        for (int i = 0; i < 5; ++i)
+            QCOMPARE(difference(table.at(i), records.at(i)), QString());
+        // What is written is still the same.
+        QCOMPARE(bytesOf(table), contentOf(golden("quotes")));
+        QCOMPARE(listBytes(table), list);
+    }
+};
 
 QTEST_MAIN(tst_Format)
 #include "tst_format.moc"

@@ -34,15 +34,28 @@ QByteArray inflated(const QByteArray& bytes, Format format, int size)
     return code == Z_STREAM_END && z.avail_in == 0 ? out : QByteArray("not a whole stream");
 }
 
+/// A compressor over a buffer with these bytes, open.
+struct Opened
+{
+    Opened(Format format, QIODevice::OpenMode mode, const QByteArray& bytes = QByteArray(),
+           int bufferSize = 65500)
+        : device(&below, 6, bufferSize)
+    {
+        below.setData(bytes);
+        device.setStreamFormat(format);
+        if (!device.open(mode))
+            qFatal("cannot open a compressor");
+    }
+    QBuffer below;
+    QtIOCompressor device;
+};
+
 QByteArray compressed(const QByteArray& bytes, Format format)
 {
-    QBuffer buffer;
-    QtIOCompressor device(&buffer);
-    device.setStreamFormat(format);
-    device.open(QIODevice::WriteOnly);
-    device.write(bytes);
-    device.close();
-    return buffer.data();
+    Opened packed(format, QIODevice::WriteOnly);
+    packed.device.write(bytes);
+    packed.device.close();
+    return packed.below.data();
 }
 
 QByteArray someBytes(int size, quint32 seed)
@@ -102,224 +115,196 @@ class tst_QtIOCompressor : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void writesWhatZlibReads_data();
-    void writesWhatZlibReads();
-    void readsWhatZlibWrote_data() { writesWhatZlibReads_data(); }
-    void readsWhatZlibWrote();
-    void managesTheDeviceBelow();
-    void givesBackWhatFollows();
-    void tellsWhetherThereIsMore();
-    void writesNothingForNothing();
-    void failsOnASecondFlush();
-    void survivesDamage();
-    void dropsTheUnfinishedRead();
-};
-
-void tst_QtIOCompressor::writesWhatZlibReads_data()
-{
-    QTest::addColumn<int>("format");
-    QTest::addColumn<int>("size");
-    QTest::addColumn<int>("buffer");
-    for (const Format format : formats)
-        for (const int size : {1, 100, 65500, 300000})
-            for (const int buffer : {1, 65500})
-                QTest::addRow("format %d, %d bytes, buffer %d", format, size, buffer)
-                    << int(format) << size << buffer;
-}
-
-void tst_QtIOCompressor::writesWhatZlibReads()
-{
-    QFETCH(int, format);
-    QFETCH(int, size);
-    QFETCH(int, buffer);
-    for (const quint32 seed : testSeeds(2)) {
-        const SeedScope scope(seed);
-        std::mt19937 random(seed);
-        const QByteArray bytes = someBytes(size, seed);
-        QBuffer below;
-        QtIOCompressor device(&below, 6, buffer);
-        device.setStreamFormat(Format(format));
-        QVERIFY(device.open(QIODevice::WriteOnly));
-        for (int at = 0; at < size;) {
-            const int piece = qMin(size - at, 1 + int(random() % 20000));
-            QCOMPARE(device.write(bytes.constData() + at, piece), qint64(piece));
-            at += piece;
-            if (random() % 3 == 0)
-                device.flush();
-        }
-        device.close();
-        QVERIFY(!below.isOpen());
-        QCOMPARE(inflated(below.data(), Format(format), size), bytes);
-    }
-}
-
-void tst_QtIOCompressor::readsWhatZlibWrote()
-{
-    QFETCH(int, format);
-    QFETCH(int, size);
-    QFETCH(int, buffer);
-    for (const quint32 seed : testSeeds(2)) {
-        const SeedScope scope(seed);
-        std::mt19937 random(seed);
-        const QByteArray bytes = someBytes(size, seed);
-        Awkward socket;
-        socket.data = compressed(bytes, Format(format));
-        socket.step = buffer;
-        socket.open(QIODevice::ReadOnly);
-        QtIOCompressor device(&socket, 6, buffer);
-        device.setStreamFormat(Format(format));
-        QVERIFY(device.open(QIODevice::ReadOnly));
-        QByteArray read;
-        while (!device.atEnd())
-            read += device.read(1 + int(random() % 30000));
-        QCOMPARE(read, bytes);
-        QCOMPARE(device.read(1), QByteArray());
-    }
-}
-
-void tst_QtIOCompressor::managesTheDeviceBelow()
-{
-    QFile missing("/nowhere/at/all");
-    QtIOCompressor none(&missing);
-    QVERIFY(!none.open(QIODevice::ReadOnly));
-    QCOMPARE(none.errorString(),
-             QString("Error opening underlying device: ") + missing.errorString());
-
-    QBuffer below;
-    below.open(QIODevice::WriteOnly);
+    void agreesWithZlib()
     {
-        QtIOCompressor device(&below);
-        QVERIFY(device.open(QIODevice::WriteOnly));
-        device.write("abc");
-    }
-    QVERIFY2(below.isOpen(), "it was open before");
-    QCOMPARE(inflated(below.data(), QtIOCompressor::Zlib, 3), QByteArray("abc"));
+        std::mt19937 random(testSeeds(1).first());
+        for (int i = 0; i < 2 * 3 * 4 * 2; ++i) {
+            const Format format = formats[i % 3];
+            const int sizes[] = {1, 100, 65500, 300000};
+            const int size = sizes[i / 3 % 4];
+            const int buffer = i / 12 % 2 ? 1 : 65500;
+            const QByteArray bytes = someBytes(size, quint32(random()));
 
-    // One device, one opening after the other, with another format each.
-    below.close();
-    QtIOCompressor device(&below);
-    for (const Format format : formats) {
-        device.setStreamFormat(format);
-        QCOMPARE(device.streamFormat(), format);
-        below.setData(QByteArray());
-        QVERIFY(device.open(QIODevice::WriteOnly));
-        device.write("once more");
-        device.close();
-        QVERIFY(device.open(QIODevice::ReadOnly));
-        QCOMPARE(device.readAll(), QByteArray("once more"));
-        device.close();
-    }
-}
+            Opened packed(format, QIODevice::WriteOnly, QByteArray(), buffer);
+            for (int at = 0; at < size;) {
+                const int piece = qMin(size - at, 1 + int(random() % 20000));
+                QCOMPARE(packed.device.write(bytes.constData() + at, piece), qint64(piece));
+                at += piece;
+                if (random() % 3 == 0)
+                    packed.device.flush();
+            }
+            packed.device.close();
+            QVERIFY(!packed.below.isOpen());
+            QCOMPARE(inflated(packed.below.data(), format, size), bytes);
 
-void tst_QtIOCompressor::givesBackWhatFollows()
-{
-    // With a buffer as long as the file the byte behind the input is behind the buffer too.
-    const QByteArray stream = compressed("first", QtIOCompressor::Gzip);
-    for (const QByteArray& tail : {QByteArray(), QByteArray("second")}) {
-        QBuffer below;
-        below.setData(stream + tail);
-        below.open(QIODevice::ReadOnly);
-        QtIOCompressor device(&below, 6, stream.size() + tail.size());
-        device.setStreamFormat(QtIOCompressor::Gzip);
-        QVERIFY(device.open(QIODevice::ReadOnly));
-        QCOMPARE(device.readAll(), QByteArray("first"));
-        const QByteArray rest = below.readAll();
-        QCOMPARE(rest.size(), tail.size() + 1);
-        QVERIFY(rest.startsWith(tail));
-    }
-}
-
-void tst_QtIOCompressor::tellsWhetherThereIsMore()
-{
-    QBuffer below;
-    below.setData(compressed(someBytes(50000, 1), QtIOCompressor::Zlib));
-    QtIOCompressor device(&below);
-    QCOMPARE(device.bytesAvailable(), qint64(0));
-    device.open(QIODevice::ReadOnly);
-    QCOMPARE(device.bytesAvailable(), qint64(1));
-    QCOMPARE(device.read(100).size(), 100);
-    QCOMPARE(device.bytesAvailable(), qint64(1));
-    QCOMPARE(device.readAll().size(), 49900);
-    QCOMPARE(device.bytesAvailable(), qint64(0));
-    device.close();
-    device.open(QIODevice::WriteOnly);
-    QCOMPARE(device.bytesAvailable(), qint64(0));
-}
-
-void tst_QtIOCompressor::writesNothingForNothing()
-{
-    for (const bool isFlushed : {false, true}) {
-        QBuffer below;
-        QtIOCompressor device(&below);
-        device.setStreamFormat(QtIOCompressor::Gzip);
-        device.open(QIODevice::WriteOnly);
-        QCOMPARE(device.write("", 0), qint64(0));
-        if (isFlushed)
-            device.flush();
-        device.close();
-        QCOMPARE(below.data().isEmpty(), !isFlushed);
-        if (isFlushed)
-            QCOMPARE(inflated(below.data(), QtIOCompressor::Gzip, 0), QByteArray());
-    }
-}
-
-void tst_QtIOCompressor::failsOnASecondFlush()
-{
-    QBuffer below;
-    QtIOCompressor device(&below);
-    device.open(QIODevice::WriteOnly);
-    device.write("abc");
-    device.flush();
-    device.flush();
-    QCOMPARE(device.errorString(), QString("Internal zlib error when compressing: buffer error"));
-    QCOMPARE(device.write("d"), qint64(-1));
-    device.close();
-    QVERIFY(device.open(QIODevice::WriteOnly));
-    QCOMPARE(device.write("d"), qint64(1));
-}
-
-void tst_QtIOCompressor::survivesDamage()
-{
-    for (const Format format : formats) {
-        const QByteArray bytes = someBytes(3000, 5);
-        const QByteArray whole = compressed(bytes, format);
-        for (int at = 0; at < whole.size(); ++at) {
-            QBuffer below;
-            QByteArray damaged = whole;
-            damaged[at] = char(damaged.at(at) ^ 0x55);
-            below.setData(damaged);
-            QtIOCompressor device(&below, 6, 16 + at % 100);
+            Awkward socket;
+            socket.data = packed.below.data();
+            socket.step = buffer;
+            socket.open(QIODevice::ReadOnly);
+            QtIOCompressor device(&socket, 6, buffer);
             device.setStreamFormat(format);
             QVERIFY(device.open(QIODevice::ReadOnly));
-            char read[70000];
-            const qint64 n = device.read(read, sizeof read);
-            if (n == -1) {
-                QVERIFY(
-                    device.errorString().startsWith("Internal zlib error when decompressing: "));
-                QCOMPARE(device.read(1), QByteArray());
-                QCOMPARE(device.bytesAvailable(), qint64(0));
-            } else if (format != QtIOCompressor::RawDeflate && n > 0) {
-                // A checksum lets pass only what its header says beside the data.
-                QVERIFY(at < 10);
-                QCOMPARE(QByteArray(read, int(n)), bytes);
+            QByteArray read;
+            while (!device.atEnd())
+                read += device.read(1 + int(random() % 30000));
+            QCOMPARE(read, bytes);
+            QCOMPARE(device.read(1), QByteArray());
+        }
+    }
+
+    void tellsWhatFailsBelow()
+    {
+        const QByteArray bytes = someBytes(3000, 5);
+        for (int n = 0; n < 6; ++n) {
+            const bool isReading = n % 2;
+            Awkward below;
+            below.failAfter = n / 2;
+            if (isReading)
+                below.data = compressed(bytes, QtIOCompressor::Zlib);
+            below.open(QIODevice::ReadWrite | QIODevice::Unbuffered);
+            QtIOCompressor device(&below, 6, 100);
+            QVERIFY(device.open(isReading ? QIODevice::ReadOnly : QIODevice::WriteOnly));
+            char some[3000];
+            if (isReading)
+                QCOMPARE(device.read(some, sizeof some), qint64(-1));
+            else
+                device.write(bytes);
+            if (!isReading)
+                device.close();
+            QCOMPARE(device.errorString(),
+                     QString("Error %1 underlying device: no more")
+                         .arg(isReading ? "reading data from" : "writing to"));
+        }
+    }
+
+    void managesTheDeviceBelow()
+    {
+        QFile missing("/nowhere/at/all");
+        QtIOCompressor none(&missing);
+        QVERIFY(!none.open(QIODevice::ReadOnly));
+        QCOMPARE(none.errorString(),
+                 QString("Error opening underlying device: ") + missing.errorString());
+
+        QBuffer below;
+        below.open(QIODevice::WriteOnly);
+        {
+            QtIOCompressor device(&below);
+            QVERIFY(device.open(QIODevice::WriteOnly));
+            device.write("abc");
+        }
+        QVERIFY2(below.isOpen(), "it was open before");
+        QCOMPARE(inflated(below.data(), QtIOCompressor::Zlib, 3), QByteArray("abc"));
+
+        // One device, one opening after the other, with another format each.
+        below.close();
+        QtIOCompressor device(&below);
+        for (const Format format : formats) {
+            device.setStreamFormat(format);
+            QCOMPARE(device.streamFormat(), format);
+            below.setData(QByteArray());
+            QVERIFY(device.open(QIODevice::WriteOnly));
+            device.write("once more");
+            device.close();
+            QVERIFY(device.open(QIODevice::ReadOnly));
+            QCOMPARE(device.readAll(), QByteArray("once more"));
+            device.close();
+        }
+    }
+
+    void givesBackWhatFollows()
+    {
+        // With a buffer as long as the file the byte behind the input is behind the buffer too.
+        const QByteArray stream = compressed("first", QtIOCompressor::Gzip);
+        for (const QByteArray& tail : {QByteArray(), QByteArray("second")}) {
+            QBuffer below;
+            below.setData(stream + tail);
+            below.open(QIODevice::ReadOnly);
+            QtIOCompressor device(&below, 6, stream.size() + tail.size());
+            device.setStreamFormat(QtIOCompressor::Gzip);
+            QVERIFY(device.open(QIODevice::ReadOnly));
+            QCOMPARE(device.readAll(), QByteArray("first"));
+            const QByteArray rest = below.readAll();
+            QVERIFY(rest.size() == tail.size() + 1 && rest.startsWith(tail));
+        }
+    }
+
+    void tellsWhetherThereIsMore()
+    {
+        const QByteArray bytes = compressed(someBytes(50000, 1), QtIOCompressor::Zlib);
+        Opened packed(QtIOCompressor::Zlib, QIODevice::ReadOnly, bytes);
+        for (const int size : {0, 100, 49900}) {
+            QCOMPARE(packed.device.read(size).size(), size);
+            QCOMPARE(packed.device.bytesAvailable(), qint64(size < 49900));
+        }
+        packed.device.close();
+        QCOMPARE(packed.device.bytesAvailable(), qint64(0));
+        packed.device.open(QIODevice::WriteOnly);
+        QCOMPARE(packed.device.bytesAvailable(), qint64(0));
+    }
+
+    void writesNothingForNothing()
+    {
+        for (const bool isFlushed : {false, true}) {
+            Opened packed(QtIOCompressor::Gzip, QIODevice::WriteOnly);
+            QCOMPARE(packed.device.write("", 0), qint64(0));
+            if (isFlushed)
+                packed.device.flush();
+            packed.device.close();
+            QCOMPARE(packed.below.data().isEmpty(), !isFlushed);
+            if (isFlushed)
+                QCOMPARE(inflated(packed.below.data(), QtIOCompressor::Gzip, 0), QByteArray());
+        }
+    }
+
+    void failsOnASecondFlush()
+    {
+        Opened packed(QtIOCompressor::Zlib, QIODevice::WriteOnly);
+        QtIOCompressor& device = packed.device;
+        device.write("abc");
+        device.flush();
+        device.flush();
+        QCOMPARE(device.errorString(),
+                 QString("Internal zlib error when compressing: buffer error"));
+        QCOMPARE(device.write("d"), qint64(-1));
+        device.close();
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QCOMPARE(device.write("d"), qint64(1));
+    }
+
+    void survivesDamage()
+    {
+        const QByteArray bytes = someBytes(3000, 5);
+        for (const Format format : formats) {
+            const QByteArray whole = compressed(bytes, format);
+            for (int at = 0; at < whole.size(); ++at) {
+                QByteArray damaged = whole;
+                damaged[at] = char(damaged.at(at) ^ 0x55);
+                Opened packed(format, QIODevice::ReadOnly, damaged, 16 + at % 100);
+                QByteArray read(70000, '\0');
+                const qint64 n = packed.device.read(read.data(), read.size());
+                if (n == -1) {
+                    QVERIFY(packed.device.errorString().startsWith(
+                        "Internal zlib error when decompressing: "));
+                    QVERIFY(packed.device.read(1).isEmpty() && !packed.device.bytesAvailable());
+                } else if (format != QtIOCompressor::RawDeflate && n > 0) {
+                    // A checksum lets pass only what its header says beside the data.
+                    QVERIFY(at < 10 && read.left(int(n)) == bytes);
+                }
             }
         }
     }
-}
 
-void tst_QtIOCompressor::dropsTheUnfinishedRead()
-{
-    const QByteArray whole = compressed(someBytes(3000, 6), QtIOCompressor::Gzip);
-    QBuffer below;
-    below.setData(whole.left(whole.size() - 1));
-    QtIOCompressor device(&below);
-    device.setStreamFormat(QtIOCompressor::Gzip);
-    device.open(QIODevice::ReadOnly);
-    char read[5000];
-    // The stream's last byte is missing, and with it goes all that came before.
-    QCOMPARE(device.read(read, sizeof read), qint64(0));
-    QCOMPARE(device.bytesAvailable(), qint64(1));
-}
+    void dropsTheUnfinishedRead()
+    {
+        QByteArray bytes = compressed(someBytes(3000, 6), QtIOCompressor::Gzip);
+        bytes.chop(1);
+        Opened packed(QtIOCompressor::Gzip, QIODevice::ReadOnly, bytes);
+        char read[5000];
+        // The stream's last byte is missing, and with it goes all that came before.
+        QCOMPARE(packed.device.read(read, sizeof read), qint64(0));
+        QCOMPARE(packed.device.bytesAvailable(), qint64(1));
+    }
+};
 
 QTEST_MAIN(tst_QtIOCompressor)
 #include "tst_qtiocompressor.moc"

@@ -39,14 +39,168 @@ class TestLogFile : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-    void rotation_data();
-    void rotation();
-    void textIsUtf8();
-    void unopenable();
-    void threadsDoNotMix();
-    void removedWhileThreadsLog();
+    void init()
+    {
+        watchdog.reset(new Watchdog(QTest::currentTestFunction(), 300));
+        dir.reset(new QTemporaryDir);
+        QVERIFY(dir->isValid());
+        received.clear();
+        receivedCount = 0;
+        testHandler = qInstallMessageHandler(keepMessage);
+    }
+
+    void cleanup()
+    {
+        QVERIFY(qInstallMessageHandler(testHandler) == keepMessage); // every test gave the log back
+        watchdog.reset();
+    }
+
+    void rotation()
+    {
+        // What is there before, a file's text being its name, and afterwards, each as name=text.
+        const std::tuple<QString, QString, QString> rows[] = {
+            {"app.log", "", "app.log="},
+            {"app.log", "app.1.log app.5.log", // old ones alone stay
+             "app.1.log=app.1.log app.5.log=app.5.log app.log="},
+            {"app.log", "app.log", "app.1.log=app.log app.log="},
+            {"app.log", "app.log app.1.log app.2.log app.3.log app.4.log app.5.log",
+             "app.1.log=app.log app.2.log=app.1.log app.3.log=app.2.log app.4.log=app.3.log "
+             "app.5.log=app.4.log app.log="},
+            {"app.log", "app.log app.2.log", // a gap
+             "app.1.log=app.log app.3.log=app.2.log app.log="},
+            {"app.log", "app.log app.6.log app.0.log app.log.1 bpp.1.log", // others stay
+             "app.0.log=app.0.log app.1.log=app.log app.6.log=app.6.log app.log= "
+             "app.log.1=app.log.1 bpp.1.log=bpp.1.log"},
+            {"log", "log log.1.", "log= log.1.=log log.2.=log.1."},
+            {"%1%2.log", "%1%2.log", "%1%2.1.log=%1%2.log %1%2.log="},
+            // A folder cannot be deleted as a file and nothing can be renamed onto it.
+            {"app.log", "app.log app.3.log app.4.log app.5.log/",
+             "app.1.log=app.log app.3.log=app.3.log app.4.log=app.4.log app.log="},
+        };
+        for (const auto& [name, before, after] : rows) {
+            dir.reset(new QTemporaryDir);
+            for (const QString& existing : before.split(' ', Qt::SkipEmptyParts)) {
+                if (existing.endsWith('/')) {
+                    QVERIFY(QDir(path(existing)).mkpath("inside"));
+                    continue;
+                }
+                QFile file(path(existing));
+                QVERIFY(file.open(QIODevice::WriteOnly) && file.write(existing.toUtf8()) >= 0);
+            }
+            {
+                const LogFile log(path(name), nullptr);
+                QVERIFY(log.device() && log.device()->isOpen());
+                QCOMPARE(int(log.device()->openMode()), 0x16);
+            }
+            const QStringList wanted = after.split(' ');
+            QStringList found;
+            for (const QString& entry : QDir(dir->path()).entryList(QDir::Files | QDir::Hidden))
+                found.append(entry + '=' + contents(path(entry)));
+            QCOMPARE(QSet<QString>(found.begin(), found.end()),
+                     QSet<QString>(wanted.begin(), wanted.end()));
+        }
+    }
+
+    void textIsUtf8()
+    {
+        const QString text = QString::fromUtf8("цена ∑ 10 €");
+        QTextCodec* const locale = QTextCodec::codecForLocale();
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
+        {
+            LogFile log(path("app.log"), nullptr);
+            log << text << ' ' << 5 << '\n'; // not flushed by hand
+            log.flush();
+            QVERIFY(log.installMessageHandler());
+            qInfo("two\nlines");
+        }
+        QTextCodec::setCodecForLocale(locale);
+        const QByteArray found = contents(path("app.log"));
+        QVERIFY2(found.startsWith(text.toUtf8() + " 5\n"), found);
+        QVERIFY2(found.endsWith(" I two\n\tlines\n"), found);
+    }
+
+    void unopenable()
+    {
+        {
+            LogFile log(path("missing/app.log"), nullptr);
+            QVERIFY(!log.device());
+            log << "lost" << Qt::endl;
+            QVERIFY(!log.installMessageHandler());
+            qInfo("not taken");
+            QVERIFY(received.contains("not taken"));
+        }
+        QVERIFY(!QFile::exists(path("missing")));
+    }
+
+    void threadsDoNotMix()
+    {
+        constexpr int threadCount = 4;
+        constexpr int lineCount = 50000; // each
+        qInstallMessageHandler(countMessage);
+        {
+            LogFile log(path("app.log"), nullptr);
+            QVERIFY(log.installMessageHandler(true));
+            std::vector<std::thread> threads;
+            for (int t = 0; t < threadCount; ++t)
+                threads.emplace_back([t] {
+                    for (int i = 0; i < lineCount; ++i) {
+                        // Of all lengths, now and then longer than any buffer on the way.
+                        const int length = i % 1000 == 0 ? 40000 : i % 97;
+                        qInfo("%d %d %s end", t, i, QByteArray(length, char('a' + t)).constData());
+                    }
+                });
+            for (std::thread& thread : threads)
+                thread.join();
+        }
+        QVERIFY(qInstallMessageHandler(keepMessage) == countMessage);
+        QCOMPARE(receivedCount.load(), threadCount * lineCount);
+
+        int next[threadCount] = {};
+        QFile file(path("app.log"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        for (QByteArray line = file.readLine(); !line.isEmpty(); line = file.readLine()) {
+            const QList<QByteArray> words =
+                line.split(' '); // time, kind, thread, number, text, end
+            QVERIFY2(words.size() == 6 && words[1] == "I" && words[5] == "end\n", line.left(200));
+            const int t = words[2].toInt();
+            QVERIFY(t >= 0 && t < threadCount);
+            const int i = next[t]++;
+            QCOMPARE(words[3].toInt(), i);
+            QCOMPARE(words[4], QByteArray(i % 1000 == 0 ? 40000 : i % 97, char('a' + t)));
+        }
+        for (int count : next)
+            QCOMPARE(count, lineCount);
+    }
+
+    // Logs come and go while threads log: every message is in a file or with the handler before.
+    void removedWhileThreadsLog()
+    {
+        constexpr int lineCount = 5000;
+        qInstallMessageHandler(countMessage);
+        std::atomic<int> running{2};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 2; ++t)
+            threads.emplace_back([&running] {
+                for (int i = 0; i < lineCount; ++i)
+                    qInfo("line");
+                --running;
+            });
+        int inFiles = 0;
+        for (int n = 0; running > 0 || n == 0; ++n) {
+            const QString name = path(QString("app%1.log").arg(n));
+            {
+                LogFile log(name, nullptr);
+                log.installMessageHandler();
+                std::this_thread::yield();
+            }
+            inFiles += contents(name).count('\n');
+            QFile::remove(name);
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        QVERIFY(qInstallMessageHandler(keepMessage) == countMessage);
+        QCOMPARE(inFiles + receivedCount, 2 * lineCount);
+    }
 
 private:
     QString path(const QString& name) const { return dir->filePath(name); }
@@ -55,173 +209,6 @@ private:
     std::unique_ptr<QTemporaryDir> dir;
     QtMessageHandler testHandler = nullptr;
 };
-
-void TestLogFile::init()
-{
-    watchdog.reset(new Watchdog(QTest::currentTestFunction(), 300));
-    dir.reset(new QTemporaryDir);
-    QVERIFY(dir->isValid());
-    received.clear();
-    receivedCount = 0;
-    testHandler = qInstallMessageHandler(keepMessage);
-}
-
-void TestLogFile::cleanup()
-{
-    QVERIFY(qInstallMessageHandler(testHandler) == keepMessage); // every test gave the log back
-    watchdog.reset();
-}
-
-void TestLogFile::rotation_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QStringList>("before"); // what is there; a file's text is its name
-    QTest::addColumn<QStringList>("after");  // name=text
-    const auto row = [](const char* title, const char* name, const QStringList& before,
-                        const QStringList& after) {
-        QTest::newRow(title) << name << before << after;
-    };
-    row("nothing there", "app.log", {}, {"app.log="});
-    row("old logs alone stay", "app.log", {"app.1.log", "app.5.log"},
-        {"app.1.log=app.1.log", "app.5.log=app.5.log", "app.log="});
-    row("first rotation", "app.log", {"app.log"}, {"app.1.log=app.log", "app.log="});
-    row("all there", "app.log",
-        {"app.log", "app.1.log", "app.2.log", "app.3.log", "app.4.log", "app.5.log"},
-        {"app.1.log=app.log", "app.2.log=app.1.log", "app.3.log=app.2.log", "app.4.log=app.3.log",
-         "app.5.log=app.4.log", "app.log="});
-    row("a gap", "app.log", {"app.log", "app.2.log"},
-        {"app.1.log=app.log", "app.3.log=app.2.log", "app.log="});
-    row("others stay", "app.log", {"app.log", "app.6.log", "app.0.log", "app.log.1", "bpp.1.log"},
-        {"app.0.log=app.0.log", "app.1.log=app.log", "app.6.log=app.6.log",
-         "app.log=", "app.log.1=app.log.1", "bpp.1.log=bpp.1.log"});
-    row("no suffix", "log", {"log", "log.1."}, {"log=", "log.1.=log", "log.2.=log.1."});
-    row("place markers", "%1%2.log", {"%1%2.log"}, {"%1%2.1.log=%1%2.log", "%1%2.log="});
-    // A folder cannot be deleted as a file and nothing can be renamed onto it.
-    row("a folder at 5", "app.log", {"app.log", "app.3.log", "app.4.log", "app.5.log/"},
-        {"app.1.log=app.log", "app.3.log=app.3.log", "app.4.log=app.4.log", "app.log="});
-}
-
-void TestLogFile::rotation()
-{
-    QFETCH(QString, name);
-    QFETCH(QStringList, before);
-    QFETCH(QStringList, after);
-    for (const QString& existing : before) {
-        if (existing.endsWith('/')) {
-            QVERIFY(QDir(dir->path()).mkdir(existing) && QDir(path(existing)).mkdir("inside"));
-            continue;
-        }
-        QFile file(path(existing));
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(existing.toUtf8()) >= 0);
-    }
-    {
-        const LogFile log(path(name), nullptr);
-        QVERIFY(log.device() && log.device()->isOpen());
-        QCOMPARE(int(log.device()->openMode()), 0x16);
-    }
-    QStringList found;
-    const auto files = QDir(dir->path()).entryList(QDir::Files | QDir::Hidden, QDir::Name);
-    for (const QString& entry : files)
-        found.append(entry + '=' + contents(path(entry)));
-    found.sort();
-    after.sort();
-    QCOMPARE(found, after);
-}
-
-void TestLogFile::textIsUtf8()
-{
-    const QString text = QString::fromUtf8("цена ∑ 10 €");
-    QTextCodec* const locale = QTextCodec::codecForLocale();
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
-    {
-        LogFile log(path("app.log"), nullptr);
-        log << text << ' ' << 5 << '\n'; // not flushed by hand
-    }
-    QTextCodec::setCodecForLocale(locale);
-    QCOMPARE(contents(path("app.log")), text.toUtf8() + " 5\n");
-}
-
-void TestLogFile::unopenable()
-{
-    {
-        LogFile log(path("missing/app.log"), nullptr);
-        QVERIFY(!log.device());
-        log << "lost" << Qt::endl;
-        QVERIFY(!log.installMessageHandler());
-        qInfo("not taken");
-        QVERIFY(received.contains("not taken"));
-    }
-    QVERIFY(!QFile::exists(path("missing")));
-}
-
-void TestLogFile::threadsDoNotMix()
-{
-    constexpr int threadCount = 4;
-    constexpr int lineCount = 50000; // each
-    qInstallMessageHandler(countMessage);
-    {
-        LogFile log(path("app.log"), nullptr);
-        QVERIFY(log.installMessageHandler(true));
-        std::vector<std::thread> threads;
-        for (int t = 0; t < threadCount; ++t)
-            threads.emplace_back([t] {
-                for (int i = 0; i < lineCount; ++i) {
-                    // Of all lengths, now and then longer than any buffer on the way.
-                    const int length = i % 1000 == 0 ? 40000 : i % 97;
-                    qInfo("%d %d %s end", t, i, QByteArray(length, char('a' + t)).constData());
-                }
-            });
-        for (std::thread& thread : threads)
-            thread.join();
-    }
-    QVERIFY(qInstallMessageHandler(keepMessage) == countMessage);
-    QCOMPARE(receivedCount.load(), threadCount * lineCount);
-
-    int next[threadCount] = {};
-    QFile file(path("app.log"));
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    for (QByteArray line = file.readLine(); !line.isEmpty(); line = file.readLine()) {
-        const QList<QByteArray> words = line.split(' '); // time, kind, thread, number, text, end
-        QVERIFY2(words.size() == 6 && words[1] == "I" && words[5] == "end\n", line.left(200));
-        const int t = words[2].toInt();
-        QVERIFY(t >= 0 && t < threadCount);
-        const int i = next[t]++;
-        QCOMPARE(words[3].toInt(), i);
-        QCOMPARE(words[4], QByteArray(i % 1000 == 0 ? 40000 : i % 97, char('a' + t)));
-    }
-    for (int count : next)
-        QCOMPARE(count, lineCount);
-}
-
-// Logs come and go while threads log: every message is in a file or with the handler before.
-void TestLogFile::removedWhileThreadsLog()
-{
-    constexpr int lineCount = 5000;
-    qInstallMessageHandler(countMessage);
-    std::atomic<int> running{2};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 2; ++t)
-        threads.emplace_back([&running] {
-            for (int i = 0; i < lineCount; ++i)
-                qInfo("line");
-            --running;
-        });
-    int inFiles = 0;
-    for (int n = 0; running > 0 || n == 0; ++n) {
-        const QString name = path(QString("app%1.log").arg(n));
-        {
-            LogFile log(name, nullptr);
-            log.installMessageHandler();
-            std::this_thread::yield();
-        }
-        inFiles += contents(name).count('\n');
-        QFile::remove(name);
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    QVERIFY(qInstallMessageHandler(keepMessage) == countMessage);
-    QCOMPARE(inFiles + receivedCount, 2 * lineCount);
-}
 
 QTEST_GUILESS_MAIN(TestLogFile)
 

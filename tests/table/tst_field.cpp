@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "base/exception.h"
+#include "support/outcome.h"
 #include "support/seed.h"
 #include "table/table.h"
 
@@ -51,21 +51,6 @@ FieldValue sample(int column)
      : isDate                             ? put(someDate())
                                           : put(-3))(value);
     return value;
-}
-
-/// What `action` gives as text, or what it throws, behind a letter for the kind of the object.
-template <class Action>
-QString outcome(const Action& action)
-{
-    try {
-        return action();
-    } catch (const Exception& e) {
-        return "E:" + e.message();
-    } catch (const QString& text) {
-        return "Q:" + text;
-    } catch (const char* text) {
-        return QString("C:") + text;
-    }
 }
 
 /// What writing into the cell does: its text afterwards, "NULL", or what is thrown.
@@ -294,16 +279,19 @@ private Q_SLOTS:
     {
         const QString message = "Q:String length is not 1 for QChar: 2.";
         FieldValue one(FieldType::VarChar, 1, true);
-        QCOMPARE(outcome([&] { return QString(one.toChar()); }), QString(QChar()));
-        QCOMPARE(outcome([&] { return QString(one.asChar()); }), "Q:String is null for QChar");
-        one = "x";
-        QVERIFY(one.toChar() == 'x' && one.asChar() == 'x');
         FieldValue two(FieldType::VarChar, 2, true);
-        two = "x";
-        QCOMPARE(outcome([&] { return QString(two.toChar()); }), message);
-        QCOMPARE(outcome([&] { return QString(two.asChar()); }), message);
-        const FieldValue number = sample(0);
-        QCOMPARE(outcome([&] { return QString(number.toChar()); }), "Q:Incorrect type of field.");
+        const auto read = [](const Field& f) {
+            return outcome([&] { return QString(f.toChar()); });
+        };
+        const auto demand = [](const Field& f) {
+            return outcome([&] { return QString(f.asChar()); });
+        };
+        QCOMPARE(read(one), QString(QChar()));
+        QCOMPARE(demand(one), QString("Q:String is null for QChar"));
+        one = two = "x";
+        QVERIFY(read(one) == "x" && demand(one) == "x");
+        QVERIFY(read(two) == message && demand(two) == message);
+        QCOMPARE(read(sample(0)), QString("Q:Incorrect type of field."));
     }
 
     void cellsWithoutType()
@@ -331,19 +319,82 @@ private Q_SLOTS:
 
     void nullFlagIsItsOwnBit()
     {
-        TableColumnDef def;
-        def.type = FieldType::Integer;
-        unsigned char data[4] = {};
+        FieldValue value(FieldType::Integer, 0, true);
         for (unsigned char bit = 0; bit < 8; ++bit) {
             unsigned char nullByte = 0xA5;
-            Field field(&def, data, &nullByte, quint8(1 << bit));
+            Field field(value.columnDef(), value.data(), &nullByte, quint8(1 << bit));
             QCOMPARE(field.isNull(), (0xA5 >> bit & 1) == 0);
             field = int(bit);
             QCOMPARE(int(nullByte), 0xA5 | 1 << bit);
             field.setNull();
             QCOMPARE(int(nullByte), 0xA5 & ~(1 << bit));
-            QCOMPARE(data[0], bit); // the bytes stay
+            QCOMPARE(value.data()[0], bit); // the bytes stay
         }
+    }
+
+    void types()
+    {
+        const std::tuple<int, int, QString, QString> rows[] = {
+            // with the width or what is thrown
+            {0, 1, "Undefined", "Q:Type is undefined."},
+            {1, 5, "Integer", "4"},
+            {4, 4, "Decimal[4]", "8"},
+            {5, 2000000000, "VarChar[2000000000]", "4000000000"},
+            {5, 0, "VarChar[0]", "Q:Length of string can't be zero"},
+            {7, 0, "BoardList", "404"},
+            {8, 2, "XDecimal[2]", "16"},
+            {-1, 4, "Undefined", "Q:Type is undefined."},
+        };
+        for (const auto& [number, length, name, width] : rows) {
+            const auto type = static_cast<FieldType::Type>(number);
+            QCOMPARE(outcome([&, l = length] {
+                         return QString::number(FieldType::typeLength(type, l));
+                     }),
+                     width);
+            QCOMPARE(FieldType::typeNameWithLength(type, length), name);
+            QCOMPARE(QString(FieldType::typeName(type)), name.section('[', 0, 0));
+            QCOMPARE(FieldType::typeHasLength(type), name.contains('['));
+        }
+    }
+
+    void textsGoThroughCells()
+    {
+        QRandomGenerator random(1);
+        for (int i = 0; i < 300; ++i) {
+            const int length = random.bounded(0, 14);
+            QString text(random.bounded(20), QChar(0xd83d));
+            for (QChar& c : text)
+                c = QChar(1 + random.bounded(0xffff));
+            QByteArray memory(64, char(0x5a));
+            unsigned char* const cell = reinterpret_cast<unsigned char*>(memory.data()) + 8;
+            if (i % 3 == 0)
+                FieldType::setString(cell, length, text);
+            else if (i % 3 == 1)
+                FieldType::setString(cell, length, ("x" + text + "y").midRef(1, text.size()));
+            else
+                FieldType::setString(cell, length, text.utf16(), text.size());
+            QByteArray expected(64, char(0x5a)); // nothing around the cell, zeros behind the text
+            const QString kept = text.left(length).leftJustified(length, QChar(0));
+            expected.replace(8, 2 * length, reinterpret_cast<const char*>(kept.utf16()),
+                             2 * length);
+            QCOMPARE(memory, expected);
+            for (int end = -1; end <= length; ++end) {
+                QCOMPARE(FieldType::getString(cell, end), text.left(qMax(end, 0)));
+                QCOMPARE(QString(FieldType::getStaticString(cell, end)), text.left(qMax(end, 0)));
+            }
+        }
+    }
+
+    void staticStringSharesTheCell()
+    {
+        alignas(8) unsigned char cell[8];
+        FieldType::setString(cell, 4, QString("abcd"));
+        StaticString text;
+        text = StaticString(FieldType::getStaticString(cell, 4));
+        QCOMPARE(text.view().data(), reinterpret_cast<const QChar*>(cell));
+        const QString outlives = FieldType::getStaticString(cell, 4); // from a temporary
+        FieldType::setString(cell, 4, QString("1234"));
+        QVERIFY(outlives == u"abcd" && QString(text) == u"1234");
     }
 
     void anyBytesOfAnXDecimalAreRead()
@@ -418,9 +469,7 @@ private Q_SLOTS:
 
     void textsCompareAsQStrings()
     {
-        const quint32 seed = testSeeds(1).first();
-        const SeedScope scope(seed);
-        QRandomGenerator random(seed);
+        QRandomGenerator random(1);
         for (int i = 0; i < 9000; ++i) {
             QString texts[2] = {randomText(random, 11), randomText(random, 11)};
             if (i % 3)
@@ -444,6 +493,81 @@ private Q_SLOTS:
             const int expected = qBound(-1, QString::compare(texts[0], texts[1]), 1);
             QCOMPARE(a.compare(b), expected);
             QCOMPARE(b.compare(a), -expected);
+        }
+    }
+
+    void valuesOwnTheirCell()
+    {
+        Table table("t", QString(), nullptr);
+        table.addColumn("id", FieldType::Integer, 0, false, QString(), true, QString());
+        table.addColumn("note", FieldType::VarChar, 40, true, QString(), true, QString());
+        FieldValue note(&table, "note");
+        FieldValue copy(&table, 1);
+        for (const FieldValue& value : {note, copy, FieldValue(table.columnDef(1))}) {
+            const TableColumnDef& def = *value.columnDef();
+            QVERIFY(def.name == "note" && !def.table && def.offset == 0 && def.index == 0);
+            QCOMPARE(bytesOf(value), QByteArray(81, '\0')); // the null byte behind the cell
+        }
+        note = "long enough to lie on the heap";
+        FieldValue assigned(FieldType::Integer, 0, true);
+        assigned = note;
+        const FieldValue fromView{static_cast<const Field&>(note)};
+        const QByteArray bytes = bytesOf(note);
+        note = "changed";
+        QVERIFY(bytesOf(assigned) == bytes && bytesOf(fromView) == bytes);
+        assigned.fromText(QString("<9>").midRef(1, 1));
+        assigned = static_cast<const FieldValue&>(assigned);
+        QCOMPARE(assigned.toText(), QString("9"));
+
+        copy = FieldConstValue(7LL); // takes type and value
+        QCOMPARE(copy.type(), FieldType::Integer64);
+        static_cast<Field&>(copy) = FieldConstValue("8"); // takes the value only
+        copy = FieldValue(copy);
+        QCOMPARE(copy.toInteger64(), 8);
+        const TableColumnDef undefined;
+        QVERIFY_EXCEPTION_THROWN(copy.init(&undefined), QString);
+        QCOMPARE(copy.toInteger64(), 8);
+        copy.init(copy.columnDef()); // its own definition
+        QVERIFY(copy.isNull() && copy.type() == FieldType::Integer64);
+        const auto find = [&](auto column) {
+            return outcome([&] { return FieldValue(&table, column).toText(); });
+        };
+        QCOMPARE(find("a"), QString("Q:Column 'a' not found."));
+        QCOMPARE(find(-1), QString("Q:Column '-1' not found."));
+        QCOMPARE(outcome([] { return FieldValue(FieldType::Undefined, 0, true).toText(); }),
+                 QString("Q:Type is undefined."));
+    }
+
+    void constants()
+    {
+        const std::tuple<QString, FieldConstValue, QString> rows[] = {
+            {"VarChar[1]", QChar(0x42f), "Я"},       {"VarChar[1]", QChar(), ""},
+            {"VarChar[2]", "a\xe9", "aé"},           {"Integer64", 5000000000LL, "5000000000"},
+            {"Decimal[0]", decimal(150, 2), "1.50"},
+        };
+        for (const auto& [type, constant, text] : rows) {
+            FieldConstValue assigned;
+            assigned = constant;
+            for (const auto& value : {assigned, FieldConstValue::fromValue(constant)}) {
+                const TableColumnDef& def = *value.columnDef();
+                QCOMPARE(FieldType::typeNameWithLength(def.type, def.length), type);
+                QCOMPARE(value.toText(), text);
+                QVERIFY(!value.isNull() && !def.nullable && value.compare(constant) == 0);
+            }
+        }
+        const QString noLength = "Q:Length of string can't be zero";
+        QCOMPARE(outcome([] { return FieldConstValue("").toText(); }), noLength);
+        FieldValue cell(FieldType::VarChar, 12, false);
+        cell = "abc";
+        QCOMPARE(FieldConstValue::fromValue(cell).columnDef()->length, 3);
+        std::memset(cell.data(), 0, 24); // there, but empty
+        QCOMPARE(outcome([&] { return FieldConstValue::fromValue(cell).toText(); }), noLength);
+        cell.setNull();
+        FieldValue boards(FieldType::BoardList, 0, true);
+        static_cast<Field&>(boards) = boardlist();
+        for (const Field& none : {Field(), Field(boards), Field(cell)}) {
+            const FieldConstValue constant = FieldConstValue::fromValue(none);
+            QVERIFY(constant.isNull() && constant.type() == FieldType::Integer);
         }
     }
 };

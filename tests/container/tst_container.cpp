@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "container/partitionlist.h"
+#include "container/rangeset.h"
 #include "support/seed.h"
 
 #include <QtTest>
 
+#include <limits>
 #include <random>
+#include <set>
 
 namespace {
 
@@ -68,6 +71,12 @@ QString broken(const List& list, const std::vector<qint64>& model, const std::ve
             list.position(place) != static_cast<int>(i) ||
             (list.isKeyed() && list.keyAt(place) != keys[i]))
             return QStringLiteral("element %1").arg(i);
+        List::Place next = place;
+        List::Place previous = place;
+        const int last = list.count() - 1;
+        if ((list.stepForward(next) ? list.position(next) - 1 : last) != static_cast<int>(i) ||
+            (list.stepBack(previous) ? list.position(previous) + 1 : 0) != static_cast<int>(i))
+            return QStringLiteral("neighbour of element %1").arg(i);
         ++i;
     }
     return i == model.size() ? QString() : QStringLiteral("iteration ended at %1").arg(i);
@@ -87,13 +96,8 @@ public:
     void step(int largest)
     {
         const int n = list.count();
-        switch (int(random() % (n > largest ? 14 : 10))) {
-        case 0:
-        case 1:
-        case 2:
-        case 3:
-            insert(below(n + 1));
-            break;
+        const int what = below(n > largest ? 14 : 10);
+        switch (what) {
         case 4:
             add(n, list.isKeyed() && n ? keys.back() : SortKey(), true);
             break;
@@ -121,7 +125,7 @@ public:
             list.joinPartitions();
             break;
         default:
-            removeRanges();
+            what < 4 ? insert(below(n + 1)) : removeRanges();
         }
     }
 
@@ -205,42 +209,57 @@ private:
     qint64 next = 1;
 };
 
+// --- range sets ---
+
+using Set = RangeSet<int>;
+using Bounds = QList<int>;
+
+Bounds boundsOf(const std::set<int>& model)
+{
+    Bounds bounds;
+    for (int value : model) {
+        if (!bounds.isEmpty() && bounds.last() == value)
+            bounds.last() = value + 1;
+        else
+            bounds << value << value + 1;
+    }
+    return bounds;
+}
+
+std::set<int> within(const std::set<int>& model, int from, int to)
+{
+    return from < to ? std::set<int>(model.lower_bound(from), model.lower_bound(to))
+                     : std::set<int>();
+}
+
 } // namespace
 
-class TestPartitionList : public QObject
+class TestContainer : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void randomOperations_data()
-    {
-        QTest::addColumn<int>("partitionSize");
-        QTest::addColumn<int>("keyWords");
-        QTest::addColumn<int>("largest");
-        QTest::addColumn<int>("steps");
-        QTest::newRow("tiny partitions") << 4 << 0 << 40 << 4000;
-        QTest::newRow("tiny keyed partitions") << 4 << 2 << 300 << 6000;
-        QTest::newRow("more than one group of partitions") << 5 << 1 << 900 << 6000;
-        QTest::newRow("partitions of several leaves") << 1500 << 0 << 4000 << 1500;
-        QTest::newRow("keyed partitions of several leaves") << 1000 << 2 << 3000 << 12000;
-    }
     void randomOperations()
     {
-        QFETCH(int, partitionSize);
-        QFETCH(int, keyWords);
-        QFETCH(int, largest);
-        QFETCH(int, steps);
-        for (const quint32 seed : testSeeds(1)) {
+        const struct
+        {
+            int partitionSize, keyWords, largest, steps;
+        } rows[] = {
+            {4, 0, 40, 4000},       // tiny partitions
+            {4, 2, 300, 6000},      // with keys
+            {5, 1, 900, 6000},      // more than one group of partitions
+            {1500, 0, 4000, 1500},  // partitions of several leaves
+            {1000, 2, 3000, 12000}, // with keys
+        };
+        for (const auto& [partitionSize, keyWords, largest, steps] : rows) {
+            const quint32 seed = testSeeds(1).first();
             const SeedScope scope(seed);
             Driver driver(seed, partitionSize, keyWords);
             for (int i = 0; i < steps; ++i) {
                 driver.step(largest);
                 if (i % (steps / 500) == 0) {
                     const QString error = driver.check();
-                    QVERIFY2(
-                        error.isEmpty(),
-                        qPrintable(
-                            QStringLiteral("seed %1 step %2: %3").arg(seed).arg(i).arg(error)));
+                    QVERIFY2(error.isEmpty(), qPrintable(error));
                     QCOMPARE(Counted::living, driver.list.count());
                 }
             }
@@ -307,7 +326,71 @@ private Q_SLOTS:
             return x.value % 7 != y.value % 7 ? x.value % 7 < y.value % 7 : x.value < y.value;
         }));
     }
+
+    void rangesMayBeNamedByTheirOwnBoundaries()
+    {
+        Set set;
+        for (const int from : {5, 10, 20})
+            set.addRange(from, from + from / 4 + 2);
+        QCOMPARE(set.boundaries(), (Bounds{5, 8, 10, 14, 20, 27}));
+        set.addRange(set.end(0), set.begin(1));
+        QCOMPARE(set.boundaries(), (Bounds{5, 14, 20, 27}));
+        set.remove(set.begin(0), set.begin(1));
+        QCOMPARE(set.boundaries(), (Bounds{20, 27}));
+    }
+
+    void rangesReachTheLimitsOfInt()
+    {
+        const int low = std::numeric_limits<int>::min();
+        const int high = std::numeric_limits<int>::max();
+        Set set;
+        set.addRange(low, high);
+        QCOMPARE(set.size(), qint64(high) - low);
+        QVERIFY(set.contains(low) && set.contains(high - 1) && !set.contains(high));
+        set.remove(low, 0);
+        set.addRange(low, low + 1);
+        QCOMPARE(set.boundaries(), (Bounds{low, low + 1, 0, high}));
+        QCOMPARE(set.intersect(low, high), set);
+    }
+
+    void rangesFollowAModel()
+    {
+        for (const quint32 seed : testSeeds(60)) {
+            const SeedScope scope(seed);
+            std::mt19937 random(seed);
+            // Small universes make ranges touch; most cuts are short.
+            const int universe = seed % 3 == 0 ? 8 : 40;
+            const auto point = [&] { return int(random() % unsigned(universe)) - universe / 4; };
+            Set set;
+            std::set<int> model;
+            for (int step = 0; step < 300; ++step) {
+                const int from = point();
+                const int to = random() % 4 == 0 ? point() : from + int(random() % 4);
+                const Set before = set;
+                const Bounds beforeBounds = boundsOf(model);
+                if (random() % 5 < 3) {
+                    set.addRange(from, to);
+                    for (int i = from; i < to; ++i)
+                        model.insert(i);
+                } else {
+                    set.remove(from, to);
+                    for (int i = from; i < to; ++i)
+                        model.erase(i);
+                }
+                QCOMPARE(set.boundaries(), boundsOf(model));
+                QCOMPARE(before.boundaries(), beforeBounds);
+                QCOMPARE(set.size(), qint64(model.size()));
+                QCOMPARE(set.isEmpty(), model.empty());
+                QCOMPARE(set == before, boundsOf(model) == beforeBounds);
+                for (int i = -universe; i < 2 * universe; ++i)
+                    QCOMPARE(set.contains(i), model.count(i) > 0);
+                const int a = point();
+                const int b = point();
+                QCOMPARE(set.intersect(a, b).boundaries(), boundsOf(within(model, a, b)));
+            }
+        }
+    }
 };
 
-QTEST_APPLESS_MAIN(TestPartitionList)
-#include "tst_partitionlist.moc"
+QTEST_APPLESS_MAIN(TestContainer)
+#include "tst_container.moc"

@@ -1,0 +1,305 @@
+// SPDX-License-Identifier: MIT
+#include "index/indexdependbase.h"
+#include "index/indexvector.h"
+#include "index/sortedview.h"
+#include "index/watchindex.h"
+#include "support/journal.h"
+#include "support/seed.h"
+
+#include <QtTest>
+
+#include <climits>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <random>
+
+namespace {
+
+struct KeyVector : IndexVector
+{
+    using IndexVector::IndexVector;
+    int compare(const Record& a, const Record& b) const override
+    {
+        return a.data(0).compare(b.data(0));
+    }
+};
+
+constexpr double inf = std::numeric_limits<double>::infinity();
+
+class Random
+{
+public:
+    explicit Random(quint32 seed)
+        : engine(seed)
+    {}
+    int below(int n) { return int(engine() % quint32(n)); }
+    qint64 wide()
+    {
+        return qint64((quint64(engine()) << 32 | engine()) >> below(64)) * (below(2) * 2 - 1);
+    }
+
+    // Values that make sort keys hard: close together, at every limit, out of what a key can tell.
+    void fill(Field cell)
+    {
+        if (below(6) == 0)
+            return cell.setNull();
+        switch (cell.type()) {
+        case FieldType::Integer:
+            cell = int(pick<qint64>({wide() % 5, wide(), INT_MIN, INT_MAX}));
+            break;
+        case FieldType::Integer64:
+        case FieldType::DateTime: {
+            const qint64 top = qint64(1) << (57 + below(6));
+            const qint64 v = pick({wide() % 5, wide(), top + below(3) - 1, -top + below(3) - 1});
+            if (cell.type() == FieldType::DateTime)
+                cell = datetime(v);
+            else
+                cell = v;
+            break;
+        }
+        case FieldType::Double:
+            cell = pick({0.0, -0.0, inf, -inf, std::nan(""), 1.0, std::nextafter(1.0, 2.0),
+                         double(wide()), 1e-300, -1e300});
+            break;
+        case FieldType::Decimal: {
+            const qint64 m = pick<qint64>({wide() % 5, wide() >> 7, 10 + below(2), -10 - below(2)});
+            cell = decimal::fromMantissa(m, below(4) ? below(12) : below(120) - 60);
+            break;
+        }
+        case FieldType::XDecimal:
+            cell = xdecimal::fromInt64(wide() % 50, below(3));
+            break;
+        default: {
+            const auto words =
+                QString("A|AB|AB |ABCDEFGHI|ABCDEFGHJ|a|ä|Ж|\x01|~|~\x7f|\x7f|\u0080|\037B")
+                    .split('|');
+            cell = words.at(below(words.size()));
+        }
+        }
+    }
+    Record row(const Table& table)
+    {
+        const Record record(&table);
+        for (int c = 0; c < table.columnCount(); ++c)
+            fill(record.data(c));
+        return record;
+    }
+    QVector<SortColumn> order(const Table& table)
+    {
+        QVector<SortColumn> columns;
+        for (int i = below(4); i >= 0; --i)
+            columns.append({below(table.columnCount()), SortColumn::Order(below(2)),
+                            SortColumn::Nulls(below(2))});
+        return columns;
+    }
+
+private:
+    template <class T>
+    T pick(std::initializer_list<T> values)
+    {
+        return values.begin()[below(int(values.size()))];
+    }
+    std::mt19937 engine;
+};
+
+void addAllColumns(Table& table)
+{
+    table.addColumn("int", FieldType::Integer);
+    table.addColumn("long", FieldType::Integer64);
+    table.addColumn("double", FieldType::Double);
+    table.addColumn("decimal", FieldType::Decimal, 2);
+    table.addColumn("text", FieldType::VarChar, 10);
+    table.addColumn("time", FieldType::DateTime);
+    table.addColumn("char", FieldType::VarChar, 1);
+    table.addColumn("wide", FieldType::XDecimal, 2);
+}
+
+// The order as its user would write it, from Field::compare alone.
+int plainCompare(const QVector<SortColumn>& columns, const Record& a, const Record& b)
+{
+    for (const SortColumn& column : columns) {
+        const Field x = a.data(column.column);
+        const Field y = b.data(column.column);
+        if (x.isNull() != y.isNull())
+            return x.isNull() == (column.nulls == SortColumn::NullsFirst) ? -1 : 1;
+        const int order = x.compare(y);
+        if (order != 0)
+            return (order < 0) == (column.order == SortColumn::Ascending) ? -1 : 1;
+    }
+    return 0;
+}
+
+} // namespace
+
+class TestIndexes : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // a .. d stand for rows, + - * for adding, removing and updating, ! for clear, ? for build.
+    void watchFollowsScripts()
+    {
+        const std::pair<QString, QString> scripts[] = {
+            // and what is then added/removed/updated
+            {"+a+b", "ab//"},   {"-a-b", "/ab/"},        {"*a*b*a", "//aba"},
+            {"-a+a", "//a"},    {"+a-a", "a/a/"},        {"+a-a+a", "a//a"},
+            {"*a-a", "/a/a"},   {"*a-a+a", "//aa"},      {"-a-b-c+b", "/ac/b"},
+            {"-a-a+a", "/a/a"}, {"-a-a+a+a+a", "a//aa"}, {"-a-b-a+a", "/ba/a"},
+            {"-a!+a", "a//"},   {"-a?+a", "a//"},        {"+a-b*c!", "//"},
+        };
+        Table table("rows");
+        table.addColumn("name", FieldType::VarChar, 1);
+        Record rows[4];
+        for (int i = 0; i < 4; ++i)
+            rows[i] = row(table, QChar('a' + i));
+        const auto text = [](const QList<Record>& records) {
+            QString names;
+            for (const Record& record : records)
+                names += record.data(0).toString();
+            return names;
+        };
+        for (const auto& [script, expected] : scripts) {
+            WatchIndex watch(&table);
+            for (int i = 0; i < script.size(); ++i) {
+                const char operation = script.at(i).toLatin1();
+                if (operation == '!')
+                    watch.clear();
+                else if (operation == '?')
+                    watch.build();
+                else {
+                    const Record& named = rows[script.at(++i).unicode() - 'a'];
+                    operation == '+'   ? watch.add(named)
+                    : operation == '-' ? watch.remove(named, 7)
+                                       : watch.update(named, 0, 0, 3);
+                }
+            }
+            const QString added = text(watch.added());
+            const QString updated = text(watch.updated());
+            QCOMPARE(added + '/' + text(watch.removed()) + '/' + updated, expected);
+            for (const Record& r : rows)
+                QCOMPARE(watch.contains(r), (added + updated).contains(r.data(0).toString()));
+        }
+    }
+
+    void dependentsAreToldAll()
+    {
+        Table table("t");
+        table.addColumn("n", FieldType::Integer);
+        const Record eight = row(table, 8);
+        QStringList log;
+        Journal a(log, "a");
+        Journal b(log, "b");
+        IndexDependBase base(&a);
+        QCOMPARE(base.index(), &a);
+        base.add(eight); // nobody hears it
+        for (Journal* dependent : {&b, &a, &b})
+            base.addDependentIndex(dependent);
+        base.add(eight);
+        base.removeDependentIndex(&b);
+        QCOMPARE(base.dependentIndexes(), (QList<Index*>{&a, &b}));
+        base.removeDependentIndex(&b);
+        base.removeDependentIndex(&b);
+        base.clear();
+        base.build();
+        base.remove(eight, 3);
+        base.update(eight, 1, 2, 4);
+        base.preprocess({eight}, {eight, eight}, 5, 6, {}, {eight, eight, eight});
+        base.process({}, {eight}, -1, 3, {eight, eight});
+        QCOMPARE(log, (QStringList{"b add 8", "a add 8", "b add 8", "a clear", "a build",
+                                   "a remove 3 : 8", "a update 1-2 4 : 8",
+                                   "a pre 1 2 0 5-6 state -1 : 8 8", "a new 8 8 8",
+                                   "a process 0 1 2 -1-3 state -1 : 8"}));
+    }
+
+    void dependentsMayComeAndGo()
+    {
+        QStringList log;
+        IndexDependBase base;
+        std::unique_ptr<Journal> journals[4];
+        for (std::size_t i = 0; i < 4; ++i)
+            journals[i] = std::make_unique<Journal>(log, QString(QChar('a' + int(i))));
+        for (std::size_t i = 0; i < 3; ++i)
+            base.addDependentIndex(journals[i].get());
+        const auto leave = [&](std::size_t i) {
+            base.removeDependentIndex(journals[i].get());
+            journals[i].reset();
+        };
+        journals[1]->at("clear", [&] {
+            base.addDependentIndex(journals[3].get());
+            for (const std::size_t i : {0u, 1u, 2u})
+                leave(i);
+        });
+        base.clear();
+        journals[3]->at("build", [&] { leave(3); });
+        base.build();
+        base.build();
+        QCOMPARE(log, (QStringList{"a clear", "b clear", "d build"}));
+    }
+
+    void tablesMayDieFirst()
+    {
+        auto table = std::make_unique<Table>("t");
+        table->addColumn("n", FieldType::Integer);
+        table->appendList({row(*table, 1)});
+        WatchIndex watch(table.get());
+        KeyVector vector(table.get());
+        vector.rebuild();
+        watch.add(vector.records().at(0));
+        QCOMPARE(vector.indexOf(vector.records().at(0)), -1);
+        QCOMPARE(vector.getClassName(), QString("IndexVector"));
+        QVERIFY(watch.table() == table.get() && vector.table() == table.get());
+        table.reset();
+        QVERIFY(!watch.table() && !vector.table());
+        vector.rebuild();
+        QVERIFY(watch.added().isEmpty() && vector.records().isEmpty());
+    }
+
+    // Keys must never contradict the order that Field::compare gives, whatever the cells hold.
+    void keysKeepTheOrder()
+    {
+        for (const quint32 seed : testSeeds(60)) {
+            const SeedScope scope(seed);
+            Random random(seed);
+            Table table("t");
+            addAllColumns(table);
+            QList<Record> rows;
+            for (int i = 0; i < 50; ++i)
+                rows.append(random.row(table));
+            const QVector<SortColumn> columns = random.order(table);
+            SortedView view(&table, columns);
+            for (const Record& a : rows) {
+                for (const Record& b : rows) {
+                    const int want = plainCompare(columns, a, b);
+                    QCOMPARE(qBound(-1, view.compare(a, b), 1), want);
+                    const SortKey x = view.sortKey(a);
+                    const SortKey y = view.sortKey(b);
+                    QVERIFY(view.sortKeyWords() == 2 || (x.low == 0 && y.low == 0));
+                    QVERIFY2(!(x < y) || want < 0, qPrintable(a.dump() + '\n' + b.dump()));
+                    QVERIFY(x != y || !view.isSortKeyExact(x) || want == 0);
+                }
+            }
+        }
+    }
+
+    // The usual orders are told by their keys alone: no row is read to search in them.
+    void usualKeysAreExact()
+    {
+        Table table("t");
+        addAllColumns(table);
+        Record r(&table);
+        r.data("int") = 20200320;
+        r.data("char") = QString("C");
+        r.data("text") = QString("ESH20");
+        r.data("decimal") = decimal(QStringLiteral("3213.625"));
+        r.data("time") = datetime(1578268800000);
+        for (const char* columns : {"decimal", "-time", "text,decimal", "int,char,-decimal"}) {
+            const SortedView view(&table, QString(columns).split(','));
+            QVERIFY2(view.isSortKeyExact(view.sortKey(r)), columns);
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestIndexes)
+
+#include "tst_indexes.moc"
