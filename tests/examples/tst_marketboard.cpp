@@ -81,8 +81,10 @@ struct Outcome
 
 Outcome runBoard(const QStringList& arguments)
 {
+    const QTemporaryDir settings; // what a run keeps does not reach the next, unless it asks for it
     QProcess process;
-    process.start(QStringLiteral(MARKETBOARD), arguments);
+    process.start(QStringLiteral(MARKETBOARD),
+                  QStringList{"--settings-dir", settings.path()} + arguments);
     if (!process.waitForFinished(120'000) || process.exitStatus() != QProcess::NormalExit)
         return {-1, QString(), process.errorString()};
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
@@ -106,6 +108,7 @@ private Q_SLOTS:
     void programPlays_data();
     void programPlays();
     void programPrintsSmiles();
+    void programRemembers();
     void programRefuses_data();
     void programRefuses();
 };
@@ -373,6 +376,33 @@ void tst_marketboard::programPrintsSmiles()
     }
 }
 
+void tst_marketboard::programRemembers()
+{
+    const DayFolder day;
+    const QTemporaryDir program;
+    const QDir shipped(program.filePath("user_distrib/workplaces"));
+    QVERIFY(shipped.mkpath("."));
+    QFile evening(shipped.filePath("evening.json"));
+    QVERIFY(evening.open(QIODevice::WriteOnly));
+    evening.write(R"({"board": {"columns": ["ask", "none"], "top": -1, "dataFolder": "/no"}})");
+    evening.close();
+    const auto table = [&](const QStringList& arguments) {
+        const Outcome outcome =
+            runBoard(QStringList{"--settings-dir", program.path(), "--quotes", "9"} + arguments);
+        return outcome.error + outcome.out.section('\n', 2, -3).simplified();
+    };
+    QCOMPARE(table({"--data", day.path(), "--columns", "strike,bid-size", "--top", "1"}),
+             QString("strike size 3000 3"));
+    QCOMPARE(table({"--data", "last"}), QString("strike size 3000 3"));
+    QCOMPARE(table({"--data", "last", "--workplace", "noon", "--columns", "ask"}),
+             QString("ask 30.50"));
+    QCOMPARE(table({"--data", "last", "--top", "2"}), QString("strike size 3000 3 3000 11"));
+    QCOMPARE(table({"--data", "last", "--workplace", "noon"}), QString("ask 30.50"));
+    QCOMPARE(table({"--data", day.path(), "--workplace", "evening"}), QString("ask 30.50 -"));
+    QCOMPARE(runBoard({"--settings-dir", program.path(), "--list-workplaces"}).out,
+             QString("evening\nnoon\n"));
+}
+
 void tst_marketboard::programRefuses_data()
 {
     QTest::addColumn<QStringList>("arguments");
@@ -389,6 +419,10 @@ void tst_marketboard::programRefuses_data()
     QTest::newRow("no quotes") << QStringList{"--quotes", "0"} << "--quotes needs a whole number";
     QTest::newRow("no time") << QStringList{"--until", "24:00"} << "--until needs a time";
     QTest::newRow("unknown option") << QStringList{"--fast"} << "fast";
+    QTest::newRow("unknown column") << QStringList{"--columns", "bid,mid"} << "--columns takes";
+    QTest::newRow("no workplace") << QStringList{"--workplace", "x"} << "no workplace 'x'";
+    QTest::newRow("no name") << QStringList{"--workplace", "../x", "--top", "1"} << "no workplace";
+    QTest::newRow("no last day") << QStringList{"--data", "last"} << "no recorded day";
     QTest::newRow("stray word") << QStringList{"fast"} << "unexpected argument 'fast'";
 }
 

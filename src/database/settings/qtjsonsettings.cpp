@@ -31,8 +31,9 @@ constexpr int mostLevels = 500; // of a key; Qt reads 1024 levels of JSON
 
 QTextCodec* utf8()
 {
-    constexpr int mibOfUtf8 = 106;
-    return QTextCodec::codecForMib(mibOfUtf8);
+    // Kept: looking for it takes Qt milliseconds.
+    static QTextCodec* const codec = QTextCodec::codecForName("utf-8");
+    return codec;
 }
 
 void skipByteOrderMark(QIODevice& device)
@@ -43,6 +44,20 @@ void skipByteOrderMark(QIODevice& device)
             device.read(qint64(qstrlen(mark)));
             return;
         }
+}
+
+/// All that is left, or a little more than is too much.
+QByteArray readAll(QIODevice& device)
+{
+    constexpr qint64 chunk = 64 << 10;
+    QByteArray bytes;
+    while (bytes.size() <= QtJsonSettings::mostBytes) {
+        const QByteArray more = device.read(chunk);
+        if (more.isEmpty())
+            break;
+        bytes += more;
+    }
+    return bytes;
 }
 
 /// Turns nested objects into a flat map.
@@ -323,7 +338,7 @@ bool QtJsonSettings::readJsonFile(QIODevice& device, QMap<QString, QVariant>& ma
     QMap<QString, QVariant> flat;
     QJsonParseError error = {};
     bool isWhole = false;
-    const bool isRead = readDocument(device.read(mostBytes + 1), flat, error, isWhole);
+    const bool isRead = readDocument(readAll(device), flat, error, isWhole);
     if (isRead && isWhole)
         DamagedFiles::remove(path);
     else if (file)

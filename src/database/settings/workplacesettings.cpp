@@ -16,12 +16,6 @@ QFileInfo fileToOpen(const QString& name)
     return !own.exists() && shipped.exists() ? shipped : own;
 }
 
-/// A name that leads to another folder is none.
-bool isName(const QString& name)
-{
-    return !name.isEmpty() && !name.contains(QChar::Null) && QFileInfo(name).fileName() == name;
-}
-
 } // namespace
 
 WorkplaceSettings::WorkplaceSettings(const QString& name)
@@ -47,6 +41,11 @@ QList<WorkplaceSettings::Workplace> WorkplaceSettings::workplaces(bool custom)
     for (const QFileInfo& file : files)
         result.append({file.completeBaseName(), file});
     return result;
+}
+
+bool WorkplaceSettings::isName(const QString& name)
+{
+    return !name.isEmpty() && !name.contains(QChar::Null) && QFileInfo(name).fileName() == name;
 }
 
 QFileInfo WorkplaceSettings::fileInfoByName(const QString& name, bool custom)

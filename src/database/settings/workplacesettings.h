@@ -40,6 +40,8 @@ public:
     static QDir appDir();
     /// The user's workplaces (`custom` true) or the shipped ones, in the order of their names.
     static QList<Workplace> workplaces(bool custom);
+    /// Whether a workplace may be called so: a file of the folder may, and the name is not empty.
+    static bool isName(const QString& name);
     /// The file of a name, existing or not.
     static QFileInfo fileInfoByName(const QString& name, bool custom);
     /// The workplace of a name, existing or not.
