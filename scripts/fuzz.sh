@@ -14,6 +14,7 @@ seconds=${1:-60}
 cmake --preset fuzz >/dev/null
 # shellcheck disable=SC2046 # a word for each target
 cmake --build --preset fuzz -j"${JOBS:-2}" --target $(printf 'fuzz_%s ' "$@")
+export QT_LOGGING_RULES='QGuiLog=false' # tells what of each input is no good
 for name; do
     corpus=build/fuzz/corpus/$name
     mkdir -p "$corpus"

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int keys = 200;
+constexpr int keys = 100;
 
 QString key(const char* name, int i)
 {

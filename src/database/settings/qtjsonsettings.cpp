@@ -72,7 +72,7 @@ public:
     /// this returns.
     void processReadKey(QString& key, const QVariant& value);
     bool isTooLarge() const { return charactersLeft < 0; }
-    /// Whether a key had too many levels.
+    /// Whether something will be missing when the map is written.
     bool hasLeftOut() const { return isLeftOut; }
 
 private:
@@ -89,9 +89,10 @@ void KeyMapper::store(const QString& key, const QVariant& value)
 {
     // A long name over many members would take a multiple of the file's size.
     charactersLeft -= key.size();
-    if (key.count(slash) >= mostLevels)
-        isLeftOut = true;
-    else if (!isTooLarge())
+    const bool isTooDeep = key.count(slash) >= mostLevels;
+    // Nor can an empty key be written again, nor one that comes twice ("a/b" and, in "a", "b").
+    isLeftOut = isLeftOut || isTooDeep || key.isEmpty() || map.contains(key);
+    if (!isTooDeep && !isTooLarge())
         map.insert(key, value);
 }
 
@@ -149,12 +150,18 @@ void KeyMapper::processReadKey(QString& key, const QVariant& value)
     }
 }
 
-/// The value as JSON would give it back, in another type of number at most.
+/// Qt drops a byte-order mark at the start of a text, and keeps all else.
+bool isTextCarried(const QString& text)
+{
+    return !text.startsWith(QChar(QChar::ByteOrderMark));
+}
+
+/// Whether JSON gives the value back as it is, in another type of number or list at most.
 bool isCarriedByJson(const QVariant& value)
 {
     switch (value.userType()) {
     case QMetaType::QString:
-        return value.toString().isValidUtf16();
+        return isTextCarried(value.toString());
     case QMetaType::Bool:
     case QMetaType::Int:
     case QMetaType::UInt:
@@ -167,8 +174,7 @@ bool isCarriedByJson(const QVariant& value)
         return std::isfinite(value.toDouble());
     case QMetaType::QStringList: {
         const QStringList texts = value.toStringList();
-        return std::all_of(texts.begin(), texts.end(),
-                           [](const QString& text) { return text.isValidUtf16(); });
+        return std::all_of(texts.begin(), texts.end(), isTextCarried);
     }
     case QMetaType::QVariantList: {
         const QVariantList list = value.toList();

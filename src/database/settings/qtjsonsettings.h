@@ -28,10 +28,10 @@ class QIODevice;
  * an array of objects, which is read as an array of Qt's. In an object that names a member twice
  * the last one counts.
  *
- * Three things cannot be written, and a warning in the log names the key: a value whose key is also
- * a group (the group is kept), anything in a group whose name starts with "@Map_", and a "size" in
- * a group with nothing but the entries 1 to that size except one (it becomes a list without names).
- * Half a surrogate pair in a key is lost too.
+ * Some keys cannot be written, and a warning in the log names each: one that is also a group (the
+ * group is kept), one in a group whose name starts with "@Map_", a "size" in a group with nothing
+ * but the entries 1 to that size except one (these become a list without names), one with a part
+ * that starts with U+FEFF, and one with 500 parts or more.
  *
  * Crashes and others: a file is replaced as a whole, and only after every byte is on the disk; when
  * that fails the old file stays, the change is kept in memory and QSettings::status() is
