@@ -37,8 +37,8 @@ def main():
                 sys.exit("after kill %d: %s %s" % (i, checked.stdout.decode(), os.listdir(folder)))
             states.add(checked.stdout)
     print("%d kills, %d different states seen, each whole" % (kills, len(states)))
-    if len(states) < min(kills, 3):
-        sys.exit("the saver was never far enough: nothing was tested")
+    if len(states) < max(kills // 10, min(kills, 3)):
+        sys.exit("the saver was not far enough often: little was tested")
 
 
 main()

@@ -6,8 +6,50 @@
 #include "settings/qtjsonsettings.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+#include <QThread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int deadAfterMs = 1000;
+
+/// Removes a lock whose maker was killed before writing into it who has it. Qt would wait half a
+/// minute for that; anybody alive writes within a millisecond, and holds the file locked as well.
+/// Returns whether the lock may yet turn out to be such a one.
+bool mayBeDeadLock(const QByteArray& path)
+{
+    const int file = ::open(path.constData(), O_RDWR | O_CLOEXEC);
+    if (file < 0)
+        return false;
+    struct stat open = {};
+    struct stat there = {};
+    const bool isEmpty = ::fstat(file, &open) == 0 && open.st_size == 0;
+    const qint64 changedMs =
+        qint64(open.st_mtim.tv_sec) * 1000 + qint64(open.st_mtim.tv_nsec) / 1000000;
+    const bool isOld = qAbs(QDateTime::currentMSecsSinceEpoch() - changedMs) >= deadAfterMs;
+    if (isEmpty && isOld && ::flock(file, LOCK_EX | LOCK_NB) == 0 &&
+        ::stat(path.constData(), &there) == 0 && there.st_ino == open.st_ino)
+        ::unlink(path.constData());
+    ::close(file);
+    return isEmpty && !isOld;
+}
+
+void removeDeadLock(const QSettings& settings)
+{
+    constexpr int stepMs = 10;
+    const QByteArray lock = QFile::encodeName(settings.fileName()) + ".lock";
+    for (int waitedMs = 0; mayBeDeadLock(lock) && waitedMs <= 2 * deadAfterMs; waitedMs += stepMs)
+        QThread::msleep(stepMs);
+}
+
+} // namespace
 
 class SettingsPrivate
 {
@@ -20,7 +62,14 @@ public:
     explicit SettingsPrivate(std::unique_ptr<QSettings> opened)
         : own(std::move(opened))
         , settings(own.get())
-    {}
+    {
+        mayBeDeadLock(QFile::encodeName(own->fileName()) + ".lock");
+    }
+    ~SettingsPrivate()
+    {
+        if (own && isChanged)
+            removeDeadLock(*own); // what is left is written now
+    }
 
     bool isFile() const { return settings->format() == SettingsInitializer::jsonFormat(); }
 
@@ -149,6 +198,8 @@ void Settings::endArray() const
 
 void Settings::sync()
 {
+    if (d->isChanged && d->isFile())
+        removeDeadLock(*d->settings);
     d->settings->sync();
     if (!d->isChanged || !d->isFile() || d->settings->status() != QSettings::NoError)
         return;
