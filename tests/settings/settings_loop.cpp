@@ -42,8 +42,6 @@ int main(int argc, char** argv)
     Settings settings(QFileInfo(QString::fromLocal8Bit(argv[2]) + QStringLiteral("/s.json")));
     if (std::strcmp(argv[1], "check") == 0)
         return check(settings);
-    std::printf("saving\n");
-    std::fflush(stdout);
     if (std::strcmp(argv[1], "mark") == 0) {
         for (int i = 0; i < keys; ++i) {
             settings.setValue(key(argv[3], i), 1); // a 0 before: the file's size tells nothing
@@ -58,6 +56,8 @@ int main(int argc, char** argv)
                               QString(300, QLatin1Char('x')) + QString::number(number));
         settings.sync();
         ++number;
+        std::printf("saved\n");
+        std::fflush(stdout);
     } while (std::strcmp(argv[1], "once") != 0 && settings.status() == QSettings::NoError);
     return settings.status();
 }

@@ -331,6 +331,13 @@ void tst_Settings::processesAndThreadsShareAFile()
     for (QProcess& process : processes)
         QVERIFY(process.waitForFinished(120000) && process.exitCode() == 0);
     QCOMPARE(contentOf(path).count("\": \"1\""), 3 * keys);
+    // A file is told by its time from the one that it replaces, whatever the clock says.
+    const QDateTime later = QDateTime::currentDateTime().addSecs(3600);
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.setFileTime(later, QFileDevice::FileModificationTime));
+    Settings(QFileInfo(path)).setValue("k", 1);
+    QCOMPARE(QFileInfo(path).lastModified(), later.addMSecs(1));
 }
 
 // LIVETABLE_FULL_DISK: see scripts/full-disk.sh.
