@@ -23,7 +23,8 @@ for name; do
     *) words=fuzz/tablefile.dict ;;
     esac
     echo "== $name, $seconds s"
-    build/fuzz/fuzz/fuzz_$name -max_total_time="$seconds" -max_len=8192 -timeout=10 \
+    "build/fuzz/fuzz/fuzz_$name" -max_total_time="$seconds" -max_len=8192 -timeout=10 \
         -rss_limit_mb=2048 -dict=$words -artifact_prefix=build/fuzz/crash- \
-        -print_final_stats=1 -verbosity=0 "$corpus" fuzz/seeds/$name fuzz/kept/$name
+        -print_final_stats=1 -verbosity=0 "$corpus" "fuzz/seeds/$name" \
+        "fuzz/kept/$name"
 done

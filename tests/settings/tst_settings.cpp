@@ -229,6 +229,7 @@ void tst_Settings::writtenForm_data()
     add({{"r/size", 2147483647}}, R"j({"r":{"size":"2147483647"}})j");
     add({{"a", 1}, {"a/b", 2}}, R"j({"a":{"b":"2"}})j", 1);
     add({{QString("a/").repeated(100000), 1}, {"b", 1}}, R"j({"b":"1"})j", 1);
+    add({{"t", QVariant::fromValue<QObject*>(this)}}, R"j({"t":"@Invalid()"})j", 1);
     add({{"t", QVariant::fromValue(datetime(QString("2020-01-06")))}},
         R"j({"t":"2020.01.06 00:00:00.000"})j");
 }
@@ -246,11 +247,9 @@ void tst_Settings::writtenForm()
 void tst_Settings::damagedFilesAreKept_data()
 {
     QTest::addColumn<QByteArray>("damaged");
-    QTest::addColumn<QSettings::Status>("status");
-    QTest::newRow("cut") << QByteArray("{\"a\": \"1") << QSettings::FormatError;
-    QTest::newRow("zeros") << QByteArray(4096, '\0') << QSettings::FormatError;
-    for (const char* text : {"[1]", "{\"k\":[],\"k\":1}", "{\"k\":{\"x\":1},\"k/x\":1}"})
-        QTest::newRow(text) << QByteArray(text) << QSettings::NoError;
+    for (const char* text :
+         {"{\"a\": \"1", "[1]", "{\"k\":[],\"k\":1}", "{\"k\":{\"x\":1},\"k/x\":1}"})
+        QTest::newRow(text) << QByteArray(text);
 }
 
 void tst_Settings::damagedFilesAreKept()
@@ -267,8 +266,9 @@ void tst_Settings::damagedFilesAreKept()
         damaged += number[0] == '2' ? " " : "";
         putContent(path, damaged);
         Settings settings{QFileInfo(path)};
-        QTEST(settings.status(), "status");
-        QTEST(Settings(QFileInfo(path)).status(), "status"); // Qt tells the first one only
+        const bool isJson = !QJsonDocument::fromJson(damaged).isNull();
+        QCOMPARE(settings.status() == QSettings::NoError, isJson);
+        QCOMPARE(Settings(QFileInfo(path)).status(), settings.status()); // Qt tells one of them
         {
             const NoSync noSync;
             settings.remove("k");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "settings/qjson.h"
 
+#include "settings/damagedfiles_p.h"
 #include "settings/variantstream_p.h"
 
 #include <QPoint>
@@ -202,8 +203,14 @@ QString QJson::variantToString(const QVariant& value)
     case QMetaType::Double:
         break;
     default:
-        if (LiveTable::isStreamable(value) || !value.canConvert(QMetaType::QString))
-            return latin1Text("@Variant(", LiveTable::variantToBytes(value));
+        const QByteArray bytes =
+            LiveTable::isStreamable(value) ? LiveTable::variantToBytes(value) : QByteArray();
+        if (LiveTable::variantFromBytes(bytes).isValid())
+            return latin1Text("@Variant(", bytes);
+        if (!value.canConvert(QMetaType::QString)) {
+            qCWarning(QGuiLog) << "Settings can't hold a value of the type" << value.typeName();
+            return QStringLiteral("@Invalid()");
+        }
     }
     const QString text = value.toString();
     return text.startsWith(QLatin1Char('@')) ? QLatin1Char('@') + text : text;

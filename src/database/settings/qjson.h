@@ -28,9 +28,10 @@ class QTextCodec;
  * | any other type          | @Variant(bytes of a QDataStream)                                  |
  *
  * Numbers and booleans come back as text, which QVariant compares equal to them and converts; all
- * else comes back with its type. What cannot be written to a QDataStream at all (datetime is such a
- * type) but has a text is that text. A QEasingCurve or a QRegExp, and a QVariant in a QVariant, are
- * written but not read: their bytes hold addresses, or make Qt run without bounds.
+ * else comes back with its type. What cannot be read from a QDataStream (datetime is such a type)
+ * but has a text is that text; what has neither is "@Invalid()", with a warning in the log. A
+ * QEasingCurve and a QRegExp, and a QVariant in a QVariant, are never read: their bytes hold
+ * addresses, or make Qt run without bounds.
  *
  * Threads: every function may be called from any thread at any time. Errors: none is thrown;
  * anything at all may be read, and what is no value of the table is read as plain text (a damaged
