@@ -9,13 +9,14 @@ board=$1
 shift
 place=$(mktemp -d)
 trap 'rm -rf -- "$place"' EXIT
-"$board" --top 1000 --save "$place/saved" "$@" | head -n -1 >"$place/played"
+own=(--settings-dir "$place/settings") # what is kept of the arguments is no business of the next run
+"$board" "${own[@]}" --top 1000 --save "$place/saved" "$@" | head -n -1 >"$place/played"
 [ "$(wc -l <"$place/played")" -gt 3 ] || { echo "check-saved-board: nothing was shown"; exit 1; }
 for form in plain gzip; do
     if [ $form = gzip ]; then
         gzip "$place"/saved/*
     fi
-    "$board" --top 1000 --load "$place/saved" | head -n -1 >"$place/loaded"
+    "$board" "${own[@]}" --top 1000 --load "$place/saved" | head -n -1 >"$place/loaded"
     diff -u "$place/played" "$place/loaded"
 done
 echo "check-saved-board: $(wc -l <"$place/played") lines, the same from plain and from gzip files"

@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Kills a process that saves a table over and over, at random moments, and checks after each kill
-that the table's file is one whole saved state: never missing, never cut, never a mixture.
+"""Kills a process that saves a file over and over, at random moments, and checks after each kill
+that the file is one whole saved state: never missing, never cut, never a mixture.
 
     kill_saves.py SAVE_LOOP [KILLS]
 
-SAVE_LOOP is the program of that name in the build's tests/io. LIVETABLE_SEED sets the moments.
+SAVE_LOOP is the program save_loop in the build's tests/io, which saves a table, or settings_loop in
+its tests/settings. LIVETABLE_SEED sets the moments.
 """
 import os
 import random
@@ -36,8 +37,8 @@ def main():
                 sys.exit("after kill %d: %s %s" % (i, checked.stdout.decode(), os.listdir(folder)))
             states.add(checked.stdout)
     print("%d kills, %d different states seen, each whole" % (kills, len(states)))
-    if len(states) < min(kills, 3):
-        sys.exit("the saver was never far enough: nothing was tested")
+    if len(states) < max(kills // 10, min(kills, 3)):
+        sys.exit("the saver was not far enough often: little was tested")
 
 
 main()

@@ -72,13 +72,36 @@ QString underlyingLine(const Board& board, const QString& key)
     return parts.isEmpty() ? QString() : parts.join(QStringLiteral(", ")) + QLatin1Char('\n');
 }
 
-QString spreadTable(const Board& board, int count)
+namespace {
+
+void pickColumns(std::vector<QStringList>& lines, const QStringList& columns)
+{
+    const QStringList all = spreadColumns();
+    for (QStringList& line : lines) {
+        QStringList picked;
+        for (const QString& column : columns)
+            picked.append(line.value(all.indexOf(column)));
+        line = picked;
+    }
+}
+
+} // namespace
+
+QStringList spreadColumns()
+{
+    return QStringLiteral("expiry right strike bid bid-size ask ask-size spread time")
+        .split(QLatin1Char(' '));
+}
+
+QString spreadTable(const Board& board, int count, const QStringList& columns)
 {
     if (count <= 0)
         return QString();
     std::vector<QStringList> lines;
-    lines.push_back(QStringLiteral("expiry right strike bid size ask size spread time")
-                        .split(QLatin1Char(' ')));
+    QStringList headings;
+    for (const QString& column : spreadColumns())
+        headings.append(column.section(QLatin1Char('-'), -1));
+    lines.push_back(headings);
     const SortedView& view = *board.views()[Board::BySpread].index;
     for (const Record& row : view) {
         if (count-- == 0)
@@ -90,6 +113,8 @@ QString spreadTable(const Board& board, int count)
                          cellText(row.data(Board::Spread)),
                          clockText(row.data(Board::Time).toInteger())});
     }
+    if (!columns.isEmpty())
+        pickColumns(lines, columns);
     return alignedText(lines);
 }
 

@@ -4,6 +4,7 @@
 #include "board.h"
 
 #include <QString>
+#include <QStringList>
 
 /// A time of the day as hh:mm.
 QString clockText(int timeMs);
@@ -15,9 +16,14 @@ QString shortText(decimal value);
 /// nearest future. A line, or nothing where both are unknown.
 QString underlyingLine(const Board& board, const QString& key);
 
+/// The names of the columns that spreadTable() knows, in their usual order; in its headings what is
+/// before a dash is left out.
+QStringList spreadColumns();
+
 /// The first `count` rows of the view by spread under a line of headings, columns aligned; fewer
-/// when the view has fewer, nothing when `count` is 0.
-QString spreadTable(const Board& board, int count);
+/// when the view has fewer, nothing when `count` is 0. Only these columns, in this order, unless
+/// there are none.
+QString spreadTable(const Board& board, int count, const QStringList& columns = QStringList());
 
 /// The volatility by strike of each expiry, taken from the side that is out of the money: the put
 /// below the future and the call from there on. Strikes whose side has none are left out.

@@ -7,12 +7,14 @@
 #include "simulation.h"
 #include "storage.h"
 #include "verifier.h"
+#include "workplaces.h"
 
 #include "base/exception.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QTime>
 
 #include <cstdio>
@@ -34,7 +36,9 @@ struct Arguments
     QString folder;
     QString saveTo;
     QString loadFrom;
-    int top = 10;
+    QString workplace;
+    ViewChange change; ///< what the command line asks to see
+    View view;         ///< with what settings say of the rest
     bool verify = false;
     bool volatility = false;
     bool smile = false;
@@ -53,11 +57,11 @@ int complain(const QString& message, ExitCode code)
     return code;
 }
 
-void printBoard(const Board& board, const SessionInfo& session, int top)
+void printBoard(const Board& board, const SessionInfo& session, const View& view)
 {
     print(stdout, QStringLiteral("%1, at %2\n").arg(session.title, clockText(session.timeMs)));
     print(stdout, underlyingLine(board, session.underlying));
-    print(stdout, spreadTable(board, top));
+    print(stdout, spreadTable(board, view.top, view.columns));
 }
 
 /// What a run of a session counts, and the time that it takes with the time of checks left out.
@@ -187,7 +191,7 @@ std::optional<QString> Play::endMinute()
 void Play::report() const
 {
     const int contracts = board.options().rowCount();
-    printBoard(board, info(), arguments.top);
+    printBoard(board, info(), arguments.view);
     if (arguments.smile)
         print(stdout, smileTables(board));
     if (arguments.verify)
@@ -225,11 +229,13 @@ void addOptions(QCommandLineParser& parser)
     parser.addOption({QStringLiteral("data"),
                       QStringLiteral("Replay the recorded day in the folder <dir>: "
                                      "es_options_20200106_quotes.csv.gz, "
-                                     "es_futures_20200106_quotes.csv.gz, instruments.csv.gz."),
+                                     "es_futures_20200106_quotes.csv.gz, instruments.csv.gz. "
+                                     "'last' is the folder of the last time."),
                       QStringLiteral("dir")});
     parser.addOption({QStringLiteral("top"),
-                      QStringLiteral("Print the <n> options of the smallest spread (10)."),
-                      QStringLiteral("n"), QStringLiteral("10")});
+                      QStringLiteral("Print the <n> options of the smallest spread (as the last "
+                                     "time; 10 at first)."),
+                      QStringLiteral("n")});
     parser.addOption(
         {QStringLiteral("verify"),
          QStringLiteral("Compare every view with a fresh sort and filter of the table, "
@@ -252,6 +258,31 @@ void addOptions(QCommandLineParser& parser)
     parser.addOption({QStringLiteral("load"),
                       QStringLiteral("Play nothing: show the board that was saved to <dir>."),
                       QStringLiteral("dir")});
+    addViewOptions(parser);
+}
+
+/// Reads what the command line asks to see, and the settings for the rest.
+void parseView(const QCommandLineParser& parser, Arguments& arguments)
+{
+    chooseSettingsFolder(parser);
+    arguments.change.columns = columnsOf(parser);
+    if (parser.isSet(QStringLiteral("top"))) {
+        arguments.change.top = wholeNumber(parser, QStringLiteral("top"), 0);
+        if (!arguments.change.top)
+            throw InputError{QStringLiteral("--top needs a whole number of rows, 0 or more")};
+    }
+    const bool isLast = arguments.folder == QLatin1String("last");
+    if (!isLast && !arguments.folder.isEmpty())
+        arguments.change.dataFolder = QFileInfo(arguments.folder).absoluteFilePath();
+    arguments.workplace = parser.value(QStringLiteral("workplace"));
+    if (parser.isSet(QStringLiteral("workplace")) && arguments.workplace.isEmpty())
+        throw InputError{QStringLiteral("--workplace needs a name")};
+    arguments.view = loadView(arguments.workplace, arguments.change);
+    if (!isLast)
+        return;
+    if (arguments.view.dataFolder.isEmpty())
+        throw InputError{QStringLiteral("--data last: no recorded day was played before")};
+    arguments.folder = arguments.view.dataFolder;
 }
 
 /// Reads the command line; throws InputError when it is no good.
@@ -274,10 +305,7 @@ Arguments parse(QCommandLineParser& parser, const QStringList& words)
         if (parser.isSet(option) && parser.value(option).isEmpty())
             throw InputError{QStringLiteral("--%1 needs the name of a folder").arg(option)};
     arguments.verify = parser.isSet(QStringLiteral("verify"));
-    const auto top = wholeNumber(parser, QStringLiteral("top"), 0);
-    if (!top)
-        throw InputError{QStringLiteral("--top needs a whole number of rows, 0 or more")};
-    arguments.top = *top;
+    parseView(parser, arguments);
     if (parser.isSet(QStringLiteral("quotes"))) {
         const auto quotes = wholeNumber(parser, QStringLiteral("quotes"), 1);
         if (!quotes)
@@ -303,13 +331,23 @@ void showSaved(const Arguments& arguments)
     if (arguments.volatility)
         board.keepVolatilities();
     const SessionInfo session = loadBoard(board, arguments.loadFrom);
-    printBoard(board, session, arguments.top);
+    printBoard(board, session, arguments.view);
     if (arguments.smile)
         print(stdout, smileTables(board));
     print(stdout, QStringLiteral("loaded %1 contracts, %2 views, tape %3 rows\n")
                       .arg(board.options().rowCount())
                       .arg(board.views().size())
                       .arg(board.tape().rowCount()));
+}
+
+/// Keeps what was asked to see for the next time, and sees to it that all was printed.
+int finish(const Arguments& arguments)
+{
+    if (!saveView(arguments.workplace, arguments.change))
+        print(stderr, QStringLiteral("marketboard: the settings could not be saved\n"));
+    return std::fflush(stdout) == 0
+               ? Played
+               : complain(QStringLiteral("the output could not be written"), Broken);
 }
 
 int run(const QStringList& words)
@@ -320,12 +358,14 @@ int run(const QStringList& words)
         print(stdout, parser.helpText());
         return Played;
     }
+    if (parser.isSet(QStringLiteral("list-workplaces"))) {
+        print(stdout, workplaceLines());
+        return Played;
+    }
 
     if (!arguments.loadFrom.isEmpty()) {
         showSaved(arguments);
-        return std::fflush(stdout) == 0
-                   ? Played
-                   : complain(QStringLiteral("the output could not be written"), Broken);
+        return finish(arguments);
     }
 
     std::unique_ptr<Session> session;
@@ -340,9 +380,7 @@ int run(const QStringList& words)
     if (!arguments.saveTo.isEmpty())
         play.save(arguments.saveTo);
     play.report();
-    if (std::fflush(stdout) != 0)
-        return complain(QStringLiteral("the output could not be written"), Broken);
-    return Played;
+    return finish(arguments);
 }
 
 } // namespace

@@ -81,8 +81,10 @@ struct Outcome
 
 Outcome runBoard(const QStringList& arguments)
 {
+    const QTemporaryDir settings; // what a run keeps does not reach the next, unless it asks for it
     QProcess process;
-    process.start(QStringLiteral(MARKETBOARD), arguments);
+    process.start(QStringLiteral(MARKETBOARD),
+                  QStringList{"--settings-dir", settings.path()} + arguments);
     if (!process.waitForFinished(120'000) || process.exitStatus() != QProcess::NormalExit)
         return {-1, QString(), process.errorString()};
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
@@ -245,6 +247,33 @@ private Q_SLOTS:
         }
     }
 
+    void programRemembers()
+    {
+        const DayFolder day;
+        const QTemporaryDir program;
+        const QDir shipped(program.filePath("user_distrib/workplaces"));
+        QVERIFY(shipped.mkpath("."));
+        QFile evening(shipped.filePath("evening.json"));
+        QVERIFY(evening.open(QIODevice::WriteOnly));
+        evening.write(R"({"board": {"columns": ["ask", "none"], "top": -1, "dataFolder": "/no"}})");
+        evening.close();
+        const auto table = [&](const QStringList& arguments) {
+            const Outcome outcome =
+                runBoard(QStringList{"--settings-dir", program.path(), "--quotes", "9"} + arguments);
+            return outcome.error + outcome.out.section('\n', 2, -3).simplified();
+        };
+        QCOMPARE(table({"--data", day.path(), "--columns", "strike,bid-size", "--top", "1"}),
+                 QString("strike size 3000 3"));
+        QCOMPARE(table({"--data", "last"}), QString("strike size 3000 3"));
+        QCOMPARE(table({"--data", "last", "--workplace", "noon", "--columns", "ask"}),
+                 QString("ask 30.50"));
+        QCOMPARE(table({"--data", "last", "--top", "2"}), QString("strike size 3000 3 3000 11"));
+        QCOMPARE(table({"--data", "last", "--workplace", "noon"}), QString("ask 30.50"));
+        QCOMPARE(table({"--data", day.path(), "--workplace", "evening"}), QString("ask 30.50 -"));
+        QCOMPARE(runBoard({"--settings-dir", program.path(), "--list-workplaces"}).out,
+                 QString("evening\nnoon\n"));
+    }
+
     void programRefuses()
     {
         const QTemporaryDir empty;
@@ -259,6 +288,10 @@ private Q_SLOTS:
             {{"--quotes", "0"}, "--quotes needs a whole number"},
             {{"--until", "24:00"}, "--until needs a time"},
             {{"--fast"}, "fast"},
+            {{"--columns", "bid,mid"}, "--columns takes"},
+            {{"--workplace", "x"}, "no workplace 'x'"},
+            {{"--workplace", "../x", "--top", "1"}, "no workplace"},
+            {{"--data", "last"}, "no recorded day"},
             {{"fast"}, "unexpected argument 'fast'"},
         };
         for (const auto& [arguments, message] : rows) {

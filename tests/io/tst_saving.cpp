@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Saving when things go wrong: every call to the file system fails in turn, and the old file must
 // still be there, or the new one, whole.
-#include "io/fileio_p.h" // excuse(private): the calls that are made to fail are behind it
+#include "base/fileio_p.h" // excuse(private): the calls that are made to fail are behind it
 #include "tables.h"
 
 #include <cerrno>

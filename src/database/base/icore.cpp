@@ -3,6 +3,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QMutex>
 #include <QStandardPaths>
 
 #include <atomic>
@@ -27,9 +28,23 @@ QDir resourcesDir(const QDir& executableDir)
     return QDir(QFileInfo(executableDir.absolutePath()).path() + QLatin1String("/Resources"));
 }
 
+struct ProgramDir
+{
+    QMutex mutex;
+    QString path; // empty: where the executable is
+};
+
+ProgramDir& programDir()
+{
+    static ProgramDir dir;
+    return dir;
+}
+
 QDir executableDir()
 {
-    return QDir(QCoreApplication::applicationDirPath());
+    const QMutexLocker locked(&programDir().mutex);
+    const QString& path = programDir().path;
+    return QDir(path.isEmpty() ? QCoreApplication::applicationDirPath() : path);
 }
 
 /// Enters `sub`, creating it first when it is missing; a failure leaves `dir` where it was.
@@ -64,6 +79,12 @@ bool ICore::isPortable()
     if (QFileInfo::exists(dir.filePath(mark)))
         return false;
     return !isBundle(dir) || !QFileInfo::exists(resourcesDir(dir).filePath(mark));
+}
+
+void ICore::setProgramDir(const QString& dir)
+{
+    const QMutexLocker locked(&programDir().mutex);
+    programDir().path = dir.isEmpty() ? dir : QDir(dir).absolutePath();
 }
 
 QDir ICore::getDir(const QString& sub, bool app)

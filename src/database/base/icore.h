@@ -80,4 +80,9 @@ public:
     /// False when the program was installed: a file ".installed" lies in the executable's directory
     /// or, in a bundle, in "Resources" beside it. Needs a QCoreApplication.
     static bool isPortable();
+
+    /// Takes `dir` for the executable's directory in the two functions above from now on; empty
+    /// means the executable's own again. For programs that are told where their files lie, and for
+    /// tests.
+    static void setProgramDir(const QString& dir);
 };

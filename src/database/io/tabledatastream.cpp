@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "io/tabledatastream.h"
 
+#include "base/fileio_p.h"
 #include "base/icore.h"
-#include "io/fileio_p.h"
 #include "io/qtiocompressor_p.h"
 
 #include <QFile>

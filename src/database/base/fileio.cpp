@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "io/fileio_p.h"
+#include "base/fileio_p.h"
 
 #include <QFile>
 #include <QFileInfo>
