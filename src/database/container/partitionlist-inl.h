@@ -431,22 +431,31 @@ int PartitionList<T>::lastBefore(int n, IsBefore isBefore)
 }
 
 namespace LiveTable {
-// The first of n ascending keys that is not below `key`. Without a branch to mispredict.
-inline int lowerKey(const quint64* keys, int n, quint64 key) noexcept
+// How many of n ascending keys are below `key`. Without a branch to mispredict.
+template <typename Key>
+inline int countBelow(const Key* keys, int n, Key key) noexcept
 {
-    const quint64* base = keys;
+    const Key* base = keys;
     while (n > 1) {
         const int half = n / 2;
-        base += base[half - 1] < key ? half : 0;
+        base += half * static_cast<int>(base[half - 1] < key);
         n -= half;
     }
     return static_cast<int>(base - keys) + (n == 1 && *base < key ? 1 : 0);
 }
 
+// Asks for the cache lines from `begin` to `end`, so that they come side by side instead of one
+// after the other as a search steps on them.
+inline void prefetchLines(const void* begin, const void* end) noexcept
+{
+    for (auto* line = static_cast<const char*>(begin); line < end; line += 64)
+        __builtin_prefetch(line);
+}
+
 // Narrows from..to, a run of ascending keys, to those that equal `key`.
 inline void narrowToKey(const quint64* keys, quint64 key, int& from, int& to) noexcept
 {
-    from += lowerKey(keys + from, to - from, key);
+    from += countBelow(keys + from, to - from, key);
     if (from == to || keys[from] != key)
         to = from;
     else if (from + 1 == to || keys[from + 1] != key)
@@ -456,25 +465,36 @@ inline void narrowToKey(const quint64* keys, quint64 key, int& from, int& to) no
 }
 } // namespace LiveTable
 
+// The last of n runs whose first element is before the searched one; -1 when none is. `firsts` are
+// the first keys, null in a search without them; isBefore(i) decides where keys do not.
+template <typename T>
+template <typename IsBefore>
+int PartitionList<T>::lastFirst(const SortKey* firsts, int n, SortKey key, IsBefore isBefore)
+{
+    if (!firsts)
+        return lastBefore(n, isBefore);
+    const int below = LiveTable::countBelow(firsts, n, key);
+    int equal = 0;
+    while (below + equal < n && firsts[below + equal] == key)
+        ++equal;
+    return equal == 0 ? below - 1
+                      : below + lastBefore(equal, [&](int i) { return isBefore(below + i); });
+}
+
 template <typename T>
 template <typename Before>
 typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, SortKey key,
                                                                   Before before) const
 {
     byKey = byKey && words > 0;
-    const int p = lastBefore(partCount(), [&](int i) {
-        const SortKey first = byKey ? partFirsts[static_cast<size_t>(i)] : key;
-        return first != key ? first < key : before(parts.at(i)->leaves[0].items[0]);
-    });
+    const int p = lastFirst(byKey ? partFirsts.data() : nullptr, partCount(), key,
+                            [&](int i) { return before(parts.at(i)->leaves[0].items[0]); });
     if (p < 0)
         return {0, 0, 0};
     const APartList<T>* part = parts.at(p);
-    const int l =
-        std::max(0, lastBefore(part->leafCount(), [&](int i) {
-                     const size_t at = static_cast<size_t>(i);
-                     const SortKey first = byKey ? part->firsts[at] : key;
-                     return first != key ? first < key : before(part->leaves[at].items[0]);
-                 }));
+    const int l = std::max(
+        0, lastFirst(byKey ? part->firsts.data() : nullptr, part->leafCount(), key,
+                     [&](int i) { return before(part->leaves[static_cast<size_t>(i)].items[0]); }));
     const typename APartList<T>::Leaf& leafNow = part->leaves[static_cast<size_t>(l)];
     int from = 0;
     int to = part->counts[static_cast<size_t>(l)];
@@ -486,6 +506,47 @@ typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, So
     const int offset =
         from + 1 + lastBefore(to - from, [&](int i) { return before(leafNow.items[from + i]); });
     return {p, l, offset};
+}
+
+template <typename T>
+void PartitionList<T>::approach(Approach* first, int n) noexcept
+{
+    using LiveTable::countBelow;
+    using LiveTable::prefetchLines;
+    Approach* end = first + n;
+    for (Approach* a = first; a < end; ++a) {
+        const std::vector<SortKey>& firsts = a->list->partFirsts;
+        if (firsts.empty() || !a->list->isKeyed())
+            continue;
+        a->part = std::max(countBelow(firsts.data(), a->list->partCount(), a->key) - 1, 0);
+        prefetchLines(a->list->parts.at(a->part), a->list->parts.at(a->part) + 1);
+    }
+    end = std::remove_if(first, end, [](const Approach& a) { return a.part < 0; });
+    for (Approach* a = first; a < end; ++a) {
+        const APartList<T>* part = a->list->parts.at(a->part);
+        prefetchLines(part->firsts.data(), part->firsts.data() + part->leafCount());
+        prefetchLines(part->counts.data(), part->counts.data() + part->leafCount());
+    }
+    for (Approach* a = first; a < end; ++a) {
+        const APartList<T>* part = a->list->parts.at(a->part);
+        a->leaf = std::max(countBelow(part->firsts.data(), part->leafCount(), a->key) - 1, 0);
+        __builtin_prefetch(&part->leaves[static_cast<size_t>(a->leaf)]);
+    }
+    const auto count = [](const Approach* a) {
+        return a->list->parts.at(a->part)->counts[static_cast<size_t>(a->leaf)];
+    };
+    const auto leaf = [](const Approach* a) -> const typename APartList<T>::Leaf& {
+        return a->list->parts.at(a->part)->leaves[static_cast<size_t>(a->leaf)];
+    };
+    for (const Approach* a = first; a < end; ++a)
+        prefetchLines(leaf(a).keys, leaf(a).keys + count(a));
+    for (const Approach* a = first; a < end; ++a) {
+        const int offset = countBelow(leaf(a).keys, count(a), a->key.high);
+        prefetchLines(leaf(a).items + offset, leaf(a).items + count(a));
+        if (a->list->words > 1)
+            prefetchLines(leaf(a).keys + leaf(a).capacity + offset,
+                          leaf(a).keys + leaf(a).capacity + count(a));
+    }
 }
 
 template <typename T>

@@ -39,6 +39,8 @@ public:
         } state;
     };
 
+    using Approach = PartitionList<Record>::Approach;
+
     static IndexListPrivate* get(const IndexList* index) { return index->listPrivate(); }
 
     IndexListPrivate(IndexList* index, Table* viewed, bool attach)

@@ -141,11 +141,7 @@ void IndexSort::locate(const QList<Record>& removed, const QList<Record>& update
     const IndexSortWork work(this);
     if (work.canSkip(removed, firstColumn, lastColumn, inserted))
         return;
-    d->hints.reserve(static_cast<size_t>(removed.size() + updated.size()));
-    for (const Record& record : removed)
-        d->hints.push_back(work.locate(record));
-    for (const Record& record : updated)
-        d->hints.push_back(work.locate(record));
+    work.locateAll(removed, updated);
     d->hintsVersion = d->records.version();
 }
 
@@ -221,7 +217,15 @@ int IndexSort::searchFull(const Record& key, int after) const
 
 Record IndexSort::find(const Record& key, int after) const
 {
-    return at(search(key, after));
+    if (after >= 0)
+        return at(search(key, after));
+    const PartitionList<Record>& records = listPrivate()->records;
+    if (records.isEmpty())
+        return Record();
+    PartitionList<Record>::Place place = IndexSortWork(this).lower(key);
+    if (!records.normalize(place) || compare(records.at(place), key) != 0)
+        return Record();
+    return records.at(place);
 }
 
 int IndexSort::indexOf(const Record& record) const

@@ -94,7 +94,16 @@ bool IndexSortWork::find(const Record& record, Place& place) const
         return false;
     if (list.at(place) == record)
         return true;
-    // Among its equals only the row itself will do.
+    // Among its equals only the row itself will do. Most runs of equals are short.
+    const SortKey key = list.keyAt(place);
+    if (isExact(key)) {
+        for (int i = 0; i < 8; ++i) {
+            if (!list.stepForward(place) || list.keyAt(place) != key)
+                return false;
+            if (list.at(place) == record)
+                return true;
+        }
+    }
     Place end = upper(record);
     const bool hasEnd = list.normalize(end);
     const auto atEnd = [&] {
@@ -105,6 +114,54 @@ bool IndexSortWork::find(const Record& record, Place& place) const
         if (list.at(place) == record)
             return true;
     return false;
+}
+
+void IndexSortWork::approach(const std::vector<const IndexSort*>& indexes,
+                             const QList<Record>& removed, const QList<Record>& updated,
+                             int firstColumn, int lastColumn, const QList<Record>& inserted,
+                             const QList<Record>& changed) noexcept
+{
+    Approach searches[4 * SideBySide];
+    int n = 0;
+    try {
+        for (const IndexSort* index : indexes) {
+            const IndexSortWork work(index);
+            if (work.d->keys != IndexListPrivate::SortKeys || work.list.isEmpty())
+                continue;
+            const bool skipsUpdates = !index->isAffected(firstColumn, lastColumn);
+            for (const QList<Record>* records : {&removed, &updated, &changed, &inserted}) {
+                if (skipsUpdates && (records == &updated || records == &changed))
+                    continue;
+                for (const Record& record : *records) {
+                    if (n == 4 * SideBySide)
+                        break;
+                    searches[n] = {&work.list, index->sortKey(record)};
+                    ++n;
+                }
+            }
+        }
+    } catch (...) {
+    }
+    PartitionList<Record>::approach(searches, n);
+}
+
+void IndexSortWork::locateAll(const QList<Record>& removed, const QList<Record>& updated) const
+{
+    const int n = removed.size() + updated.size();
+    d->hints.reserve(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i) {
+        const auto record = [&](int at) -> const Record& {
+            return at < removed.size() ? removed.at(at) : updated.at(at - removed.size());
+        };
+        if (n > FewRecords && i % SideBySide == 0 && d->keys == IndexListPrivate::SortKeys) {
+            Approach searches[SideBySide];
+            const int count = std::min(int(SideBySide), n - i);
+            for (int j = 0; j < count; ++j)
+                searches[j] = {&list, q->sortKey(record(i + j))};
+            PartitionList<Record>::approach(searches, count);
+        }
+        d->hints.push_back(locate(record(i)));
+    }
 }
 
 bool IndexSortWork::isUntold(const Record& record) const
@@ -541,7 +598,15 @@ void IndexSortWork::putIncoming()
     // A row that only moves keeps its number and its tag.
     if (!leaving.isEmpty())
         d->removeRanges(leaving);
-    for (Incoming& one : incoming) {
+    for (size_t i = 0; i < incoming.size(); ++i) {
+        if (i % SideBySide == 0 && d->keys == IndexListPrivate::SortKeys) {
+            Approach searches[SideBySide];
+            const size_t count = std::min(size_t(SideBySide), incoming.size() - i);
+            for (size_t j = 0; j < count; ++j)
+                searches[j] = {&list, incoming[i + j].key};
+            PartitionList<Record>::approach(searches, static_cast<int>(count));
+        }
+        Incoming& one = incoming[i];
         if (d->keys == IndexListPrivate::ArrivalNumbers)
             one.key = SortKey{++d->lastArrival, 0};
         const Place place = upper(one.key, *one.record);

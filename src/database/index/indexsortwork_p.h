@@ -40,6 +40,13 @@ public:
     /// Searches this very row; true and its place when it is where its values say.
     bool find(const Record& record, Place& place) const;
     Hint locate(const Record& record) const;
+    /// Before a small transaction: brings all places in all indexes that it will touch into the
+    /// cache. Throws nothing; host functions that throw do so again when they are needed.
+    static void approach(const std::vector<const IndexSort*>& indexes, const QList<Record>& removed,
+                         const QList<Record>& updated, int firstColumn, int lastColumn,
+                         const QList<Record>& inserted, const QList<Record>& changed) noexcept;
+    /// Finds where removed and updated records stand.
+    void locateAll(const QList<Record>& removed, const QList<Record>& updated) const;
     /// Whether its cells were changed in place and no index has heard of it yet.
     bool isUntold(const Record& record) const;
     /// Whether an update of these columns alone cannot concern the index.
@@ -58,8 +65,12 @@ public:
     void apply(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
                int lastColumn, const QList<Record>& inserted);
 
-private:
     static constexpr int FewRecords = 8; // up to here one by one is the quickest
+
+private:
+    using Approach = IndexListPrivate::Approach;
+    // How many searches wait for the memory side by side: what they fetch must stay in the cache.
+    static constexpr int SideBySide = 16;
 
     struct Item // a removed or updated record
     {

@@ -122,6 +122,9 @@ void RowOrder::resolve(const Table* table)
                 : cell.type == FieldType::Integer ? 33
                                                   : 64;
     words = cells.empty() ? 0 : bits <= 64 ? 1 : 2;
+    isOneNumber = cells.size() == 1 &&
+                  (cells[0].type == FieldType::Integer64 || cells[0].type == FieldType::DateTime ||
+                   cells[0].type == FieldType::Decimal);
 }
 
 bool RowOrder::touches(int firstColumn, int lastColumn) const
@@ -150,8 +153,30 @@ int RowOrder::compare(const unsigned char* a, const unsigned char* b) const
     return 0;
 }
 
+// What the writer makes of one number in one word.
+SortKey RowOrder::numberKey(const Cell& cell, const unsigned char* row)
+{
+    int relation = 0;
+    const unsigned char* data = row + cell.offset;
+    qint64 value = cell.type == FieldType::Decimal ? fixedPoint(load<decimal>(data), relation)
+                                                   : load<qint64>(data);
+    constexpr qint64 top = (qint64(1) << (numberWidth - 1)) - 1;
+    if (value > top || value < -top - 1) {
+        relation = value < 0 ? -1 : 1;
+        value = value < 0 ? -top - 1 : top;
+    }
+    constexpr quint64 mask = (quint64(1) << numberWidth) - 1;
+    const quint64 bits = static_cast<quint64>(value + top + 1);
+    const quint64 high = (cell.descending ? ~bits & mask : bits) << 3 |
+                         static_cast<quint64>(cell.descending ? 1 - relation : 1 + relation) << 1 |
+                         (relation == 0 ? 1 : 0);
+    return {high | quint64(cell.nullsLast ? 0 : 1) << 63, 0};
+}
+
 SortKey RowOrder::key(const unsigned char* row) const
 {
+    if (isOneNumber && (row[cells[0].nullByte] & cells[0].nullMask))
+        return numberKey(cells[0], row);
     KeyWriter key(words);
     for (const Cell& cell : cells) {
         const bool isNull = !(row[cell.nullByte] & cell.nullMask);
@@ -224,18 +249,25 @@ void RowOrder::writeNumber(KeyWriter& key, const Cell& cell, qint64 value, int r
 // closes the key; a text shorter than its column ends with a 0.
 void RowOrder::writeText(KeyWriter& key, const Cell& cell, const unsigned char* data)
 {
-    for (int i = 0; i < cell.length && !key.isClosed(); ++i) {
-        const quint16 unit = load<quint16>(data + 2 * i);
-        quint64 code = 0;
+    constexpr int Gathered = 9; // as many as one word holds
+    for (int i = 0; i < cell.length && !key.isClosed();) {
+        quint64 codes = 0;
+        int width = 0;
+        quint64 code = 1;
         bool told = true;
-        if (unit >= 0x20 && unit < 0x7F)
-            code = unit - 0x20u + 2;
-        else if (unit != 0)
-            told = false, code = unit < 0x20 ? 1 : 0x61;
-        key.write(cell.descending ? 0x7F - code : code, 7);
-        if (!told)
+        for (int n = 0; n < Gathered && i < cell.length && code != 0 && told; ++n, ++i) {
+            const quint16 unit = load<quint16>(data + 2 * i);
+            told = unit == 0 || (unit >= 0x20 && unit < 0x7F);
+            code = unit == 0 ? 0 : told ? unit - 0x20u + 2 : unit < 0x20 ? 1 : 0x61;
+            codes = codes << 7 | code;
+            width += 7;
+        }
+        const quint64 mask = (quint64(1) << width) - 1;
+        const bool fits = width <= key.room();
+        key.write(cell.descending ? ~codes & mask : codes, width);
+        if (!told && fits)
             return key.close();
-        if (unit == 0)
+        if (code == 0)
             return;
     }
 }

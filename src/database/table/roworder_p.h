@@ -54,6 +54,10 @@ private:
         bool nullsLast;
     };
     class KeyWriter;
+    // The bits of a number that has a word to itself, but for a bit for NULL and three for
+    // exactness.
+    static constexpr int numberWidth = 60;
+    static SortKey numberKey(const Cell& cell, const unsigned char* row);
     static void writeCell(KeyWriter& key, const Cell& cell, const unsigned char* data);
     static void writeNumber(KeyWriter& key, const Cell& cell, qint64 value, int relation);
     static void writeText(KeyWriter& key, const Cell& cell, const unsigned char* data);
@@ -61,6 +65,7 @@ private:
     std::vector<Column> columns;
     std::vector<Cell> cells;
     int words = 0;
+    bool isOneNumber = false;
 };
 
 } // namespace LiveTable

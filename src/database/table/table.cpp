@@ -5,6 +5,7 @@
 
 #include "index/indexlimit.h"
 #include "index/indexlist_p.h"
+#include "index/indexsortwork_p.h"
 #include "index/indexvector.h"
 #include "index/masterindex.h"
 #include "table/table_p.h"
@@ -472,6 +473,21 @@ void TablePrivate::trimToLimit(QList<Record>& removed, const QList<Record>& upda
     limit->toRemove(insertedCount - removed.size(), removed, inOrder);
 }
 
+// The sorted ones among the indexes: asked for with every transaction, so they are kept.
+const std::vector<const IndexSort*>& TablePrivate::sortedIndexes()
+{
+    if (sortedVersion != indexesVersion) {
+        sorted.clear();
+        for (const Index* index : qAsConst(indexes))
+            if (auto* one = dynamic_cast<const IndexSort*>(index))
+                sorted.push_back(one);
+        if (master)
+            sorted.push_back(master);
+        sortedVersion = indexesVersion;
+    }
+    return sorted;
+}
+
 void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int first, int last,
                          const QList<Record>& inserted, const QList<Record>& changed)
 {
@@ -488,6 +504,8 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
             untold.unite(std::exchange(untoldNow, {}));
     });
     const StateGuard guard(transactionState, BeforeChange);
+    if (removed.size() + updated.size() + inserted.size() <= IndexSortWork::FewRecords)
+        IndexSortWork::approach(sortedIndexes(), removed, updated, first, last, inserted, changed);
     // What is thrown here stops the transaction while nothing has changed yet.
     if (master)
         master->locate(removed, updated, first, last, inserted);
@@ -534,6 +552,7 @@ void Table::setMasterIndex(MasterIndex* index)
 {
     if (index == d->master)
         return;
+    ++d->indexesVersion;
     delete std::exchange(d->master, nullptr);
     d->master = index;
     if (index)

@@ -40,9 +40,10 @@ inline decimal shareInPercent(qint64 part, qint64 total)
 }
 } // namespace LiveTable
 
-/// What a Table keeps. Its functions that touch no index are in tablelayout.cpp.
 class IndexLimit;
+class IndexSort;
 
+/// What a Table keeps. Its functions that touch no index are in tablelayout.cpp.
 class TablePrivate
 {
 public:
@@ -72,6 +73,7 @@ public:
                            QList<Record>& changed) const;
     void apply(QList<Record>& removed, QList<Record>& updated, int first, int last,
                const QList<Record>& inserted, const QList<Record>& changed);
+    const std::vector<const IndexSort*>& sortedIndexes();
     void namesChanged();
     void forgetNames(const Index* index);
     template <typename Notify>
@@ -86,6 +88,8 @@ public:
     MasterIndex* master = nullptr;
     QList<Index*> indexes; // in the order of notification
     quint32 indexesVersion = 0;
+    std::vector<const IndexSort*> sorted; // of the indexes, and the master, as of sortedVersion
+    quint32 sortedVersion = 0;
     QMap<QString, Index*> namedIndexes;
     IndexLimit* limit = nullptr; // the one named "IndexLimit", if it is one
     QList<Index*> dependents;
