@@ -812,6 +812,7 @@ void PartitionList<T>::compactLeaf(APartList<T>* part, size_t l, int position,
         }
     }
     part->counts[l] = kept;
+    part->noteFirst(leafAt);
 }
 
 template <typename T>
@@ -854,10 +855,8 @@ template <typename T>
 void PartitionList<T>::tidyPart(int index)
 {
     APartList<T>* part = parts.at(index);
-    for (int l = part->leafCount() - 1; l >= 0; --l) {
-        part->noteFirst(l);
+    for (int l = part->leafCount() - 1; l >= 0; --l)
         part->shrinkAround(l);
-    }
     if (part->total == 0) {
         dropPart(index);
         return;

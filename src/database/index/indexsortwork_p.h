@@ -77,6 +77,7 @@ private:
         const Record* record;
         int order; // in removed, then updated
         int position;
+        Place place; // the same, as long as the list is as it was
         SortKey key;
         bool isRemoval;
         bool isLeaving; // its position is to be deleted
@@ -86,6 +87,7 @@ private:
     {
         int item; // or -1: an unchanged neighbour
         int position;
+        Place place;
         int previous;
         int next;
     };
