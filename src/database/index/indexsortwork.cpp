@@ -514,8 +514,7 @@ bool IndexSortWork::fits(const std::vector<Node>& nodes, int left, int right) co
     if (left < 0 || right < 0)
         return true;
     const auto record = [&](const Node& node) -> const Record& {
-        return node.item >= 0 ? *items[static_cast<size_t>(node.item)].record
-                              : list.at(node.place);
+        return node.item >= 0 ? *items[static_cast<size_t>(node.item)].record : list.at(node.place);
     };
     const auto key = [&](const Node& node) {
         if (node.item >= 0)
