@@ -391,7 +391,9 @@ void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& upd
     decide();
     findOutOfOrder();
     takeIncoming(inserted);
-    if (incoming.size() > static_cast<size_t>(list.count()) / 2) {
+    if (incoming.size() <= static_cast<size_t>(list.count()) / 2) {
+        sortIncoming();
+    } else {
         // So much comes in that sorting all is less than placing each.
         RangeSet<int> leaving;
         for (const Item& item : items)
@@ -567,7 +569,7 @@ void IndexSortWork::findOutOfOrder()
     }
 }
 
-// What comes in, sorted: the inserted records, then the updated ones, equal ones in that order.
+// What comes in: the inserted records, then the updated ones.
 void IndexSortWork::takeIncoming(const QList<Record>& inserted)
 {
     for (const Record& record : inserted)
@@ -581,10 +583,15 @@ void IndexSortWork::takeIncoming(const QList<Record>& inserted)
               [](const Item* a, const Item* b) { return a->order < b->order; });
     for (const Item* item : updated)
         incoming.push_back({item->record, item->key, item->position, -1});
-    std::stable_sort(incoming.begin(), incoming.end(),
-                     [this](const Incoming& a, const Incoming& b) {
-                         return order(a.key, *a.record, b.key, *b.record) < 0;
-                     });
+}
+
+void IndexSortWork::sortIncoming()
+{
+    const auto isBefore = [this](const Incoming& a, const Incoming& b) {
+        return order(a.key, *a.record, b.key, *b.record) < 0;
+    };
+    if (!std::is_sorted(incoming.begin(), incoming.end(), isBefore))
+        std::stable_sort(incoming.begin(), incoming.end(), isBefore);
 }
 
 void IndexSortWork::putIncoming()

@@ -109,12 +109,13 @@ private:
     std::vector<Node> neighbours() const;
     bool fits(const std::vector<Node>& nodes, int left, int right) const;
     void takeIncoming(const QList<Record>& inserted);
+    void sortIncoming();
     void putIncoming();
     void tellAll(int firstColumn, int lastColumn);
 
     IndexSort* q;
     IndexListPrivate* d;
     PartitionList<Record>& list;
-    std::vector<Item> items; // by position, those without one last
-    std::vector<Incoming> incoming;
+    std::vector<Item> items;        // by position, those without one last
+    std::vector<Incoming> incoming; // equal ones in the order in which they came
 };
