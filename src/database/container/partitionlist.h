@@ -252,7 +252,7 @@ public:
     /// Adds behind the last element: to the last partition while it holds fewer than
     /// partitionSize() - 1, else in a new one (so a list that is only appended to is densely
     /// packed).
-    void append(const T& value, SortKey key = SortKey());
+    void append(T value, SortKey key = SortKey());
     /// Inserts before position i, clamped to 0..count(). At a boundary the element goes to the end
     /// of the earlier partition; a partition that reaches partitionSize() is then split in half.
     void insert(int i, const T& value, SortKey key = SortKey());

@@ -30,10 +30,11 @@ Record IndexListPrivate::takeAt(const Place& place)
     return record;
 }
 
-void IndexListPrivate::append(const Record& record, SortKey key)
+void IndexListPrivate::append(Record record, SortKey key)
 {
-    records.append(record, key);
-    tag(record, key);
+    unsigned char* const row = record.row();
+    records.append(std::move(record), key);
+    tag(Record::borrowed(row), key);
 }
 
 void IndexListPrivate::removeRanges(const RangeSet<int>& ranges)
@@ -234,8 +235,8 @@ void IndexList::build()
         for (const Record& record : *master)
             if (filter(record))
                 accepted.push_back(record);
-        for (const Record& record : accepted)
-            listData->append(record, SortKey());
+        for (Record& record : accepted)
+            listData->append(std::move(record), SortKey());
     } catch (...) {
         listData->needsRebuild = true;
         table->unlock();

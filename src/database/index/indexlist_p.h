@@ -51,7 +51,7 @@ public:
 
     void insertAt(const Place& place, const Record& record, SortKey key);
     Record takeAt(const Place& place);
-    void append(const Record& record, SortKey key);
+    void append(Record record, SortKey key);
     void removeRanges(const RangeSet<int>& ranges);
     void clear();
     /// Takes the records at first..last out and puts them back at `to`, keys and all.

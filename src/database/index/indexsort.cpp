@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "index/indexsort.h"
 
-#include "concurrent/concurrentsort.h"
 #include "index/indexsortwork_p.h"
+#include "index/keyedsort_p.h"
 
 #include <algorithm>
 #include <cstring>
@@ -53,17 +53,6 @@ void IndexSort::build()
     resort();
 }
 
-namespace {
-
-// A record during a sort: its key and its bare row, moved about without counting.
-struct SortItem
-{
-    SortKey key;
-    unsigned char* row;
-};
-
-} // namespace
-
 void IndexSort::resort()
 {
     IndexListPrivate* d = listPrivate();
@@ -76,12 +65,28 @@ void IndexSort::resort()
         return;
     }
     d->needsResort = true; // until it has come to its end
-    std::vector<SortItem> items;
-    items.reserve(static_cast<size_t>(count()));
+    using LiveTable::SortItem;
+    std::vector<SortItem> items(static_cast<size_t>(count()));
+    struct Run
+    {
+        const Record* records;
+        int count;
+        SortItem* items;
+    };
+    std::vector<Run> runs;
+    SortItem* next = items.data();
     d->records.forEachRun([&](const Record* records, int n) {
-        for (int i = 0; i < n; ++i)
-            items.push_back({keyed ? sortKey(records[i]) : SortKey(), records[i].row()});
+        runs.push_back({records, n, next});
+        next += n;
     });
+    const auto fill = [&](const Run& run) {
+        for (int i = 0; i < run.count; ++i)
+            run.items[i] = {keyed ? sortKey(run.records[i]) : SortKey(), run.records[i].row()};
+    };
+    if (keyed && count() > ConcurrentSort::serialLimit)
+        LiveTable::blockingMap(runs, fill);
+    else
+        std::for_each(runs.cbegin(), runs.cend(), fill);
     const auto lessThan = [this, keyed](const SortItem& a, const SortItem& b) {
         if (a.key != b.key)
             return a.key < b.key;
@@ -89,8 +94,7 @@ void IndexSort::resort()
             return false;
         return compare(Record::borrowed(a.row), Record::borrowed(b.row)) < 0;
     };
-    if (!std::is_sorted(items.begin(), items.end(), lessThan))
-        ConcurrentSort::stableSortHelper(items.data(), items.data() + items.size(), lessThan);
+    LiveTable::KeyedSort<decltype(lessThan)>(items, lessThan).run(keyed);
     d->records.reorder([&](int i, void* slot, SortKey* key) {
         const SortItem& item = items[static_cast<size_t>(i)];
         std::memcpy(slot, &item.row, sizeof(item.row));

@@ -11,8 +11,8 @@
 ///
 /// A subclass gives compare() and may give filter(). compare() must be a strict weak order over the
 /// cells of the two rows, must not allocate where speed matters, and may be called from threads of
-/// Qt's global pool while the caller waits. A subclass may also offer sortKey(): an
-/// order-preserving number kept beside each record, so that searches read no rows.
+/// Qt's global pool while the caller waits. A subclass may also offer sortKey(), of which the same
+/// holds: an order-preserving number kept beside each record, so that searches read no rows.
 ///
 /// A transaction costs, for each changed record, one search for its old place before the rows
 /// change and one for its new place after: O(log n), with no scan. A record that is still in order

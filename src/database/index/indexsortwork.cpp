@@ -143,9 +143,12 @@ void IndexSortWork::approach(const std::vector<const IndexSort*>& indexes,
             for (const QList<Record>* records : {&removed, &updated, &changed, &inserted}) {
                 if (skipsUpdates && (records == &updated || records == &changed))
                     continue;
-                for (const Record& record : *records)
-                    if (n < 4 * SideBySide)
-                        searches[n++] = {&work.list, index->sortKey(record)};
+                for (const Record& record : *records) {
+                    if (n == 4 * SideBySide)
+                        break;
+                    searches[n] = {&work.list, index->sortKey(record)};
+                    ++n;
+                }
             }
         }
     } catch (...) {
@@ -399,7 +402,9 @@ void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& upd
     decide();
     findOutOfOrder();
     takeIncoming(inserted);
-    if (incoming.size() > static_cast<size_t>(list.count()) / 2) {
+    if (incoming.size() <= static_cast<size_t>(list.count()) / 2) {
+        sortIncoming();
+    } else {
         // So much comes in that sorting all is less than placing each.
         RangeSet<int> leaving;
         for (const Item& item : items)
@@ -426,7 +431,7 @@ void IndexSortWork::collect(const QList<Record>& removed, const QList<Record>& u
     for (int i = 0; i < n; ++i) {
         const bool isRemoval = i < removed.size();
         const Record& record = isRemoval ? removed.at(i) : updated.at(i - removed.size());
-        items.push_back({&record, i, -1, SortKey(), isRemoval, isRemoval, false});
+        items.push_back({&record, i, -1, {0, 0, 0}, SortKey(), isRemoval, isRemoval, false});
     }
     std::sort(items.begin(), items.end(), [](const Item& a, const Item& b) {
         return *a.record != *b.record ? *a.record < *b.record : a.order < b.order;
@@ -443,15 +448,15 @@ void IndexSortWork::findPositions(const std::vector<Hint>& hints)
     for (Item& item : items) {
         const size_t i = static_cast<size_t>(item.order);
         const bool known = hintsAreGood && i < hints.size() && hints[i].row == item.record->row();
-        Place place{0, 0, 0};
         if (known && hints[i].state == Hint::Absent)
             continue;
         if (known && hints[i].state == Hint::Found)
-            item.position = list.position(hints[i].place);
-        else if (find(*item.record, place))
-            item.position = list.position(place);
-        else
+            item.place = hints[i].place;
+        else if (!find(*item.record, item.place)) {
             missing.push_back(&item);
+            continue;
+        }
+        item.position = list.position(item.place);
     }
     if (!missing.empty())
         scanFor(missing);
@@ -470,8 +475,10 @@ void IndexSortWork::scanFor(std::vector<Item*>& missing)
     int position = 0;
     list.forEachRun([&](const Record* records, int n) {
         for (int i = 0; i < n; ++i, ++position)
-            if (Item* item = wanted.value(records[i], nullptr))
+            if (Item* item = wanted.value(records[i], nullptr)) {
                 item->position = position;
+                item->place = list.place(position);
+            }
     });
 }
 
@@ -495,18 +502,20 @@ std::vector<IndexSortWork::Node> IndexSortWork::neighbours() const
 {
     std::vector<Node> nodes;
     nodes.reserve(items.size() * 3);
-    const auto add = [&](int item, int position) {
-        nodes.push_back({item, position, static_cast<int>(nodes.size()) - 1, -1});
+    const auto add = [&](int item, int position, const Place& place) {
+        nodes.push_back({item, position, place, static_cast<int>(nodes.size()) - 1, -1});
     };
     for (size_t i = 0; i < items.size() && items[i].position >= 0; ++i) {
         const int position = items[i].position;
         const int before = nodes.empty() ? -1 : nodes.back().position;
-        if (position > 0 && before < position - 1)
-            add(-1, position - 1);
-        add(static_cast<int>(i), position);
+        Place place = items[i].place;
+        if (position > 0 && before < position - 1 && list.stepBack(place))
+            add(-1, position - 1, place);
+        add(static_cast<int>(i), position, items[i].place);
         const bool nextIsItem = i + 1 < items.size() && items[i + 1].position == position + 1;
-        if (!nextIsItem && position + 1 < list.count())
-            add(-1, position + 1);
+        place = items[i].place;
+        if (!nextIsItem && list.stepForward(place))
+            add(-1, position + 1, place);
     }
     for (size_t i = 0; i + 1 < nodes.size(); ++i)
         nodes[i].next = static_cast<int>(i) + 1;
@@ -518,13 +527,12 @@ bool IndexSortWork::fits(const std::vector<Node>& nodes, int left, int right) co
     if (left < 0 || right < 0)
         return true;
     const auto record = [&](const Node& node) -> const Record& {
-        return node.item >= 0 ? *items[static_cast<size_t>(node.item)].record
-                              : list.at(node.position);
+        return node.item >= 0 ? *items[static_cast<size_t>(node.item)].record : list.at(node.place);
     };
     const auto key = [&](const Node& node) {
         if (node.item >= 0)
             return items[static_cast<size_t>(node.item)].key;
-        return list.keyAt(list.place(node.position));
+        return list.keyAt(node.place);
     };
     const Node& a = nodes[static_cast<size_t>(left)];
     const Node& b = nodes[static_cast<size_t>(right)];
@@ -572,7 +580,7 @@ void IndexSortWork::findOutOfOrder()
     }
 }
 
-// What comes in, sorted: the inserted records, then the updated ones, equal ones in that order.
+// What comes in: the inserted records, then the updated ones.
 void IndexSortWork::takeIncoming(const QList<Record>& inserted)
 {
     for (const Record& record : inserted)
@@ -586,10 +594,15 @@ void IndexSortWork::takeIncoming(const QList<Record>& inserted)
               [](const Item* a, const Item* b) { return a->order < b->order; });
     for (const Item* item : updated)
         incoming.push_back({item->record, item->key, item->position, -1});
-    std::stable_sort(incoming.begin(), incoming.end(),
-                     [this](const Incoming& a, const Incoming& b) {
-                         return order(a.key, *a.record, b.key, *b.record) < 0;
-                     });
+}
+
+void IndexSortWork::sortIncoming()
+{
+    const auto isBefore = [this](const Incoming& a, const Incoming& b) {
+        return order(a.key, *a.record, b.key, *b.record) < 0;
+    };
+    if (!std::is_sorted(incoming.begin(), incoming.end(), isBefore))
+        std::stable_sort(incoming.begin(), incoming.end(), isBefore);
 }
 
 void IndexSortWork::putIncoming()
@@ -601,7 +614,7 @@ void IndexSortWork::putIncoming()
         if (item.isLeaving)
             leaving.addRange(item.position, item.position + 1);
         else if (list.isKeyed())
-            list.setKey(list.place(item.position), item.key);
+            list.setKey(item.place, item.key);
     }
     // A row that only moves keeps its number and its tag.
     if (!leaving.isEmpty())

@@ -81,6 +81,7 @@ private:
         const Record* record;
         int order; // in removed, then updated
         int position;
+        Place place; // the same, as long as the list is as it was
         SortKey key;
         bool isRemoval;
         bool isLeaving; // its position is to be deleted
@@ -90,6 +91,7 @@ private:
     {
         int item; // or -1: an unchanged neighbour
         int position;
+        Place place;
         int previous;
         int next;
     };
@@ -111,12 +113,13 @@ private:
     std::vector<Node> neighbours() const;
     bool fits(const std::vector<Node>& nodes, int left, int right) const;
     void takeIncoming(const QList<Record>& inserted);
+    void sortIncoming();
     void putIncoming();
     void tellAll(int firstColumn, int lastColumn);
 
     IndexSort* q;
     IndexListPrivate* d;
     PartitionList<Record>& list;
-    std::vector<Item> items; // by position, those without one last
-    std::vector<Incoming> incoming;
+    std::vector<Item> items;        // by position, those without one last
+    std::vector<Incoming> incoming; // equal ones in the order in which they came
 };
