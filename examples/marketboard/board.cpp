@@ -114,8 +114,9 @@ std::unique_ptr<Table> makeOptionTable()
     addCell(*table, "ask", FieldType::Decimal, PriceDecimals);
     for (const char* name : {"volatility", "delta", "gamma", "vega", "theta"})
         addCell(*table, name, FieldType::Double);
-    table->setMasterIndex(
-        new MasterIndex_Column_Pure(table.get(), names({"expiry", "right", "strike"})));
+    // Options are found by contract through a view; the table's key is what they are joined by.
+    addKey(*table, "contract", FieldType::Integer);
+    table->setMasterIndex(new MasterIndex_Column_Pure(table.get(), QStringLiteral("contract")));
     return table;
 }
 
@@ -164,6 +165,18 @@ std::unique_ptr<Table> makeInstrumentTable()
     return table;
 }
 
+/// Which line of the directory a future is told by.
+std::unique_ptr<Table> makeUnderlyingTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("underlyings"));
+    for (const char* name : {"market", "symbol", "type"})
+        addKey(*table, name, FieldType::VarChar, 16);
+    addKey(*table, "contract", FieldType::Integer);
+    table->setMasterIndex(
+        new MasterIndex_Column_Pure(table.get(), names({"market", "symbol", "type"})));
+    return table;
+}
+
 } // namespace
 
 void QuoteWatch::update(const Record& record, int firstColumn, int lastColumn, int position)
@@ -174,15 +187,20 @@ void QuoteWatch::update(const Record& record, int firstColumn, int lastColumn, i
 
 Board::Board()
     : instrumentTable(makeInstrumentTable())
+    , underlyingTable(makeUnderlyingTable())
     , futureTable(makeFutureTable())
     , optionTable(makeOptionTable())
     , tapeTable(makeTapeTable())
+    , describedUnderlyings(underlyingTable.get(), instrumentTable.get(), names({"description"}))
+    , underlyingsOfOptions(optionTable.get(), {futureTable.get(), underlyingTable.get()},
+                           names({"bid", "ask", "description"}))
     , byBid(optionTable.get(), {{Bid, SortColumn::Descending, SortColumn::NullsLast}})
     , bySpread(
           optionTable.get(),
           {{Spread, SortColumn::Ascending, SortColumn::NullsLast}, {Expiry}, {Right}, {Strike}})
     , byContract(optionTable.get(), names({"expiry", "right", "strike"}))
     , twoSided(optionTable.get(), names({"expiry", "strike", "right"}))
+    , byDistance(optionTable.get())
     , watch(optionTable.get())
     , newest(TapeLimit, tapeTable.get(), names({"sequence"}))
     , optionChanges(optionTable.get())
@@ -196,8 +214,9 @@ Board::Board()
         {Bid, Ask});
 }
 
-void Board::load(const QVector<Instrument>& directory)
+void Board::load(const QVector<Instrument>& directory, const QString& underlying)
 {
+    underlyingKey = underlying.split(QLatin1Char(','));
     QList<Record> rows;
     for (const Instrument& instrument : directory) {
         Record row(instrumentTable.get());
@@ -223,6 +242,7 @@ void Board::apply(const OptionQuote& quote)
     if (live.isNull()) {
         Record added(optionTable.get());
         writeKey(added, quote);
+        added.data(Contract) = contractOf(quote.expiry);
         writeQuote(added, quote);
         if (byVolatility)
             writeGreeks(added, price(quote));
@@ -241,19 +261,40 @@ void Board::apply(const OptionQuote& quote)
 void Board::apply(const FutureQuote& quote)
 {
     futureTable->beginUpdate();
-    futureKey.data(Contract) = quote.contract;
+    futureKey.data(FutureContract) = quote.contract;
     const Record live = futureTable->masterIndex()->find(futureKey);
     if (live.isNull()) {
         Record added(futureTable.get());
-        added.data(Contract) = quote.contract;
+        added.data(FutureContract) = quote.contract;
         writeQuote(added, quote);
         futureChanges.insert(added);
     } else {
         RecordUpdater updater(futureChanges, live);
         writeQuote(updater, quote);
     }
-    futureChanges.execute();
+    futureChanges.execute(); // the options of the future have its new prices by the end of it
+    if (live.isNull())
+        addUnderlying(quote.contract);
     futureTable->endUpdate();
+}
+
+// A future is quoted for the first time: options that had to do with another one, or with none, may
+// be on it.
+void Board::addUnderlying(int contract)
+{
+    if (underlyingKey.size() == 3) {
+        Record added(underlyingTable.get());
+        for (int i = 0; i < 3; ++i)
+            added.data(i) = underlyingKey.at(i);
+        added.data(3) = contract;
+        underlyingTable->appendList({added});
+    }
+    for (int i = 0; i < optionTable->rowCount(); ++i) {
+        const Record option = optionTable->at(i);
+        RecordUpdater(optionChanges, option).data(Contract) =
+            contractOf(option.data(Expiry).toInteger());
+    }
+    optionChanges.execute();
 }
 
 void Board::apply(const QVector<Repriced>& rows)
@@ -277,12 +318,23 @@ void Board::keepVolatilities()
                             {Right}});
 }
 
+// The future of the expiry's month, or the nearest of all.
+Record Board::futureOf(int expiry) const
+{
+    futureKey.data(FutureContract) = expiry / 100;
+    const Record future = futureTable->masterIndex()->find(futureKey);
+    return future.isNull() ? futureTable->at(0) : future;
+}
+
+int Board::contractOf(int expiry) const
+{
+    const Record future = futureOf(expiry);
+    return future.isNull() ? expiry / 100 : future.data(FutureContract).toInteger();
+}
+
 double Board::futureMid(int expiry) const
 {
-    futureKey.data(Contract) = expiry / 100;
-    Record future = futureTable->masterIndex()->find(futureKey);
-    if (future.isNull())
-        future = futureTable->at(0);
+    const Record future = futureOf(expiry);
     if (future.isNull() || future.data(FutureBid).isNull() || future.data(FutureAsk).isNull())
         return 0;
     return middle(future.data(FutureBid).toDouble(), future.data(FutureAsk).toDouble());
@@ -342,7 +394,8 @@ QVector<Board::View> Board::views() const
     QVector<View> views{{ByBid, QStringLiteral("by bid"), &byBid},
                         {BySpread, QStringLiteral("by spread"), &bySpread},
                         {ByContract, QStringLiteral("by contract"), &byContract},
-                        {TwoSided, QStringLiteral("two-sided"), &twoSided}};
+                        {TwoSided, QStringLiteral("two-sided"), &twoSided},
+                        {ByDistance, QStringLiteral("by distance"), &byDistance}};
     if (byVolatility)
         views.append({ByVolatility, QStringLiteral("by volatility"), byVolatility.get()});
     return views;
@@ -353,5 +406,5 @@ Record Board::option(int expiry, char right, decimal strike) const
     optionKey.data(Expiry) = expiry;
     optionKey.data(Right) = rightText(right);
     optionKey.data(Strike) = strike;
-    return optionTable->masterIndex()->find(optionKey);
+    return byContract.find(optionKey);
 }

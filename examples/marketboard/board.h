@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "distanceview.h"
 #include "session.h"
 #include "volatility.h"
 
 #include "index/sortedview.h"
 #include "index/watchindex.h"
+#include "join/tablejoin.h"
 #include "table/recordstrans.h"
 #include "table/table.h"
 
@@ -46,11 +48,15 @@ public:
         Delta,
         Gamma,
         Vega,
-        Theta
+        Theta,
+        Contract,      ///< of the future that it is priced from: the key of the options table
+        UnderlyingBid, ///< this and the next two are joined: the future's bid and ask,
+        UnderlyingAsk, ///< and what the contract directory says of it
+        UnderlyingText
     };
     enum FutureColumn
     {
-        Contract,
+        FutureContract,
         FutureTime,
         FutureBid,
         FutureBidSize,
@@ -88,7 +94,8 @@ public:
     Board(const Board&) = delete;
     Board& operator=(const Board&) = delete;
 
-    void load(const QVector<Instrument>& directory);
+    /// `underlying` is the key text of the options' underlying in the directory.
+    void load(const QVector<Instrument>& directory, const QString& underlying);
     void apply(const OptionQuote& quote);
     void apply(const FutureQuote& quote);
 
@@ -131,13 +138,14 @@ public:
         BySpread,
         ByContract,
         TwoSided,
+        ByDistance,  ///< of the strike from the middle of its future
         ByVolatility ///< only after keepVolatilities()
     };
     struct View
     {
         ViewId id;
         QString name;
-        const SortedView* index;
+        const IndexSort* index;
     };
     QVector<View> views() const;
 
@@ -147,27 +155,39 @@ public:
     /// All tables, to save and load them.
     QVector<Table*> tables() const
     {
-        return {instrumentTable.get(), futureTable.get(), optionTable.get(), tapeTable.get()};
+        return {instrumentTable.get(), underlyingTable.get(), futureTable.get(), optionTable.get(),
+                tapeTable.get()};
     }
     const Table& options() const { return *optionTable; }
     const Table& futures() const { return *futureTable; }
     const Table& instruments() const { return *instrumentTable; }
+    /// The directory's key of each future that is quoted.
+    const Table& underlyings() const { return *underlyingTable; }
     const Table& tape() const { return *tapeTable; }
     const SortedLimit& tapeView() const { return newest; }
 
 private:
     std::optional<Greeks> price(const OptionQuote& quote) const;
     void writeOnTape(const OptionQuote& quote);
+    Record futureOf(int expiry) const;
+    int contractOf(int expiry) const;
+    void addUnderlying(int contract);
 
     const std::unique_ptr<Table> instrumentTable;
+    const std::unique_ptr<Table> underlyingTable;
     const std::unique_ptr<Table> futureTable;
     const std::unique_ptr<Table> optionTable;
     const std::unique_ptr<Table> tapeTable;
+
+    // The description goes from the directory by way of the futures' keys to the options.
+    const LiveJoin describedUnderlyings;
+    const LiveJoin underlyingsOfOptions;
 
     SortedView byBid;
     SortedView bySpread;
     SortedView byContract;
     SortedView twoSided;
+    DistanceView byDistance;
     std::unique_ptr<SortedView> byVolatility; ///< null unless volatilities are kept
     QuoteWatch watch;
     SortedLimit newest;
@@ -178,5 +198,6 @@ private:
     RecordsTrans tapeChanges;
     mutable Record optionKey; ///< a row outside the table, to search with
     mutable Record futureKey;
+    QStringList underlyingKey; ///< market, symbol and type
     qint64 sequence = 0;
 };

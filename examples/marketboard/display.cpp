@@ -66,7 +66,7 @@ QString underlyingLine(const Board& board, const QString& key)
     const Record& nearest = board.futures().at(0);
     if (!nearest.isNull())
         parts += QStringLiteral("%1: %2 bid, %3 ask")
-                     .arg(cellText(nearest.data(Board::Contract)),
+                     .arg(cellText(nearest.data(Board::FutureContract)),
                           cellText(nearest.data(Board::FutureBid)),
                           cellText(nearest.data(Board::FutureAsk)));
     return parts.isEmpty() ? QString() : parts.join(QStringLiteral(", ")) + QLatin1Char('\n');
@@ -102,7 +102,7 @@ QString spreadTable(const Board& board, int count, const QStringList& columns)
     for (const QString& column : spreadColumns())
         headings.append(column.section(QLatin1Char('-'), -1));
     lines.push_back(headings);
-    const SortedView& view = *board.views()[Board::BySpread].index;
+    const IndexSort& view = *board.views()[Board::BySpread].index;
     for (const Record& row : view) {
         if (count-- == 0)
             break;

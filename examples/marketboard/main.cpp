@@ -118,7 +118,7 @@ std::optional<QString> Play::check(Check run)
 
 std::optional<QString> Play::run()
 {
-    board.load(session.instruments());
+    board.load(session.instruments(), session.underlying());
     clock.start();
     std::optional<QString> difference;
     while (!difference && quotes < arguments.mostQuotes) {

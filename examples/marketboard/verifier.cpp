@@ -25,6 +25,7 @@ struct Row
     std::optional<decimal> ask;
     std::optional<decimal> spread;
     std::optional<double> volatility;
+    std::optional<decimal> distance; ///< twice that of the strike from the middle of the future
 };
 
 std::optional<decimal> priceOf(const Record& record, int column)
@@ -39,7 +40,34 @@ std::optional<double> volatilityOf(const Record& record)
     return cell.isNull() ? std::nullopt : std::make_optional(cell.toDouble());
 }
 
-Row rowOf(const Record& record)
+/// The row of another table of which a column holds that number; the plain way to find it.
+Record rowWith(const Table& table, int column, int number)
+{
+    for (int i = 0; i < table.rowCount(); ++i)
+        if (table.at(i).data(column).toInteger() == number)
+            return table.at(i);
+    return Record();
+}
+
+/// The future that an option of the expiry is on.
+Record futureOf(const Board& board, int expiry)
+{
+    const Record future = rowWith(board.futures(), Board::FutureContract, expiry / 100);
+    return future.isNull() ? board.futures().at(0) : future;
+}
+
+std::optional<decimal> distanceOf(const Record& record, const Record& future)
+{
+    const auto bid = priceOf(future, Board::FutureBid);
+    const auto ask = priceOf(future, Board::FutureAsk);
+    if (!bid || !ask)
+        return std::nullopt;
+    const decimal strike = record.data(Board::Strike).toDecimal();
+    const decimal twice = strike + strike - *bid - *ask;
+    return twice < decimal() ? decimal() - twice : twice;
+}
+
+Row rowOf(const Record& record, const Record& future = Record())
 {
     return {record.data(Board::Expiry).toInteger(),
             record.data(Board::Right).toString(),
@@ -47,7 +75,8 @@ Row rowOf(const Record& record)
             priceOf(record, Board::Bid),
             priceOf(record, Board::Ask),
             priceOf(record, Board::Spread),
-            volatilityOf(record)};
+            volatilityOf(record),
+            distanceOf(record, future)};
 }
 
 QString text(const std::optional<decimal>& price)
@@ -114,6 +143,12 @@ int orderByVolatility(const Row& a, const Row& b)
     return byVolatility ? byVolatility : orderByStrike(a, b);
 }
 
+int orderByDistance(const Row& a, const Row& b)
+{
+    const int byDistance = orderNoneLast(a.distance, b.distance);
+    return byDistance ? byDistance : orderByStrike(a, b);
+}
+
 struct Expectation
 {
     int (*order)(const Row&, const Row&);
@@ -133,6 +168,8 @@ Expectation expectationOf(Board::ViewId id)
         return {orderByContract, false};
     case Board::TwoSided:
         return {orderByStrike, true};
+    case Board::ByDistance:
+        return {orderByDistance, false};
     case Board::ByVolatility:
         return {orderByVolatility, false};
     }
@@ -277,6 +314,24 @@ Difference Verifier::check(bool wholeTape)
     return difference;
 }
 
+// What the directory says of a future, looked up the plain way.
+QString Verifier::descriptionOf(const Record& future) const
+{
+    if (future.isNull())
+        return QString();
+    const Record underlying =
+        rowWith(board.underlyings(), 3, future.data(Board::FutureContract).toInteger());
+    for (int i = 0; i < board.instruments().rowCount() && !underlying.isNull(); ++i) {
+        const Record& instrument = board.instruments().at(i);
+        const auto isSame = [&](int column) {
+            return instrument.data(column).toString() == underlying.data(column).toString();
+        };
+        if (isSame(0) && isSame(1) && isSame(2))
+            return instrument.data(Board::Description).toString();
+    }
+    return QString();
+}
+
 Difference Verifier::checkTable() const
 {
     if (size_t(board.options().rowCount()) != latest.size())
@@ -299,9 +354,18 @@ Difference Verifier::checkTable() const
 Difference Verifier::checkViews() const
 {
     QHash<Record, Row> rows;
+    QHash<Record, QString> descriptions;
+    for (int i = 0; i < board.futures().rowCount(); ++i)
+        descriptions.insert(board.futures().at(i), descriptionOf(board.futures().at(i)));
     for (int i = 0; i < board.options().rowCount(); ++i) {
         const Record& record = board.options().at(i);
-        rows.insert(record, rowOf(record));
+        const Record future = futureOf(board, record.data(Board::Expiry).toInteger());
+        if (priceOf(record, Board::UnderlyingBid) != priceOf(future, Board::FutureBid) ||
+            priceOf(record, Board::UnderlyingAsk) != priceOf(future, Board::FutureAsk) ||
+            record.data(Board::UnderlyingText).toString() != descriptions.value(future))
+            return QStringLiteral("table: %1 does not show its future's quote, or what it is")
+                .arg(text(rowOf(record)));
+        rows.insert(record, rowOf(record, future));
     }
     for (const Board::View& view : board.views())
         if (const Difference difference = checkView(view, rows))

@@ -26,9 +26,9 @@ public:
     /// hundred, so that a row in a wrong place is met before its contract's next quote moves it.
     bool isDue() const { return quotes >= nextCheck; }
 
-    /// Compares the options table with the quotes seen, every view with a fresh sort and filter of
-    /// the table, row by row, and now and then, or with `wholeTape`, the tape with the latest
-    /// quotes. The first difference, or nothing.
+    /// Compares the options table with the quotes seen, its joined cells with a plain look-up,
+    /// every view with a fresh sort and filter of the table, row by row, and now and then, or with
+    /// `wholeTape`, the tape with the latest quotes. The first difference, or nothing.
     std::optional<QString> check(bool wholeTape = false);
 
     /// Compares what the watch list saw with the quotes since the last call; one that brought
@@ -49,6 +49,7 @@ private:
     std::optional<QString> checkTable() const;
     std::optional<QString> checkViews() const;
     std::optional<QString> checkTape() const;
+    QString descriptionOf(const Record& future) const;
 
     const Board& board;
     std::vector<OptionQuote> fresh; ///< seen, and not yet in what follows

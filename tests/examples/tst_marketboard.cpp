@@ -223,13 +223,13 @@ private Q_SLOTS:
 
     void programPlays()
     {
-        const QString built = "replayed 12000 quotes, 200 contracts, 4 views, \\d+ updates/s, "
+        const QString built = "replayed 12000 quotes, 200 contracts, 5 views, \\d+ updates/s, "
                               "tape 10000 rows";
         play({"--quotes", "12000", "--verify"}, 11, built);
         play({"--quotes", "12000", "--top", "3"}, 4, built);
         play({"--quotes", "12000", "--top", "0"}, 0, built);
         play({"--data", "DAY", "--verify"}, 3,
-             "replayed 6 quotes, 2 contracts, 4 views, \\d+ updates/s, tape 6 rows");
+             "replayed 6 quotes, 2 contracts, 5 views, \\d+ updates/s, tape 6 rows");
     }
 
     void programPrintsSmiles()
@@ -258,8 +258,8 @@ private Q_SLOTS:
         evening.write(R"({"board": {"columns": ["ask", "none"], "top": -1, "dataFolder": "/no"}})");
         evening.close();
         const auto table = [&](const QStringList& arguments) {
-            const Outcome outcome =
-                runBoard(QStringList{"--settings-dir", program.path(), "--quotes", "9"} + arguments);
+            const Outcome outcome = runBoard(
+                QStringList{"--settings-dir", program.path(), "--quotes", "9"} + arguments);
             return outcome.error + outcome.out.section('\n', 2, -3).simplified();
         };
         QCOMPARE(table({"--data", day.path(), "--columns", "strike,bid-size", "--top", "1"}),
