@@ -79,7 +79,7 @@ struct Source
 void checkMap(Source source)
 {
     QMap<QString, QVariant> map, back;
-    for (int i = 0; i < 40 && source.left > 0; ++i) {
+    for (int i = 0; i < 12 && source.left > 0; ++i) {
         QString key; // groups start with 'g' and values with 'v': no key is a group of another
         for (int level = source.below(4); level > 0; --level)
             key += QLatin1Char('g') + source.text().remove(QLatin1Char('/')) + QLatin1Char('/');
