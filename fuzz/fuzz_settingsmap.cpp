@@ -101,7 +101,7 @@ void checkCodec(Source source, const QByteArray& bytes)
     for (int i = source.below(5); i > 0; --i)
         texts.append(source.text());
     static QTextCodec* const codecs[] = {QTextCodec::codecForName("UTF-8"),
-                                         QTextCodec::codecForName("KOI8-R"), nullptr};
+                                         QTextCodec::codecForName("ISO-8859-1"), nullptr};
     for (QTextCodec* const codec : codecs) {
         QByteArray line;
         QJson::escapedStringList(texts, line, codec);
