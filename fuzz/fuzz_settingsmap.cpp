@@ -79,7 +79,7 @@ struct Source
 void checkMap(Source source)
 {
     QMap<QString, QVariant> map, back;
-    for (int i = 0; i < 40 && source.left > 0; ++i) {
+    for (int i = 0; i < 12 && source.left > 0; ++i) {
         QString key; // groups start with 'g' and values with 'v': no key is a group of another
         for (int level = source.below(4); level > 0; --level)
             key += QLatin1Char('g') + source.text().remove(QLatin1Char('/')) + QLatin1Char('/');
@@ -101,7 +101,7 @@ void checkCodec(Source source, const QByteArray& bytes)
     for (int i = source.below(5); i > 0; --i)
         texts.append(source.text());
     static QTextCodec* const codecs[] = {QTextCodec::codecForName("UTF-8"),
-                                         QTextCodec::codecForName("KOI8-R"), nullptr};
+                                         QTextCodec::codecForName("ISO-8859-1"), nullptr};
     for (QTextCodec* const codec : codecs) {
         QByteArray line;
         QJson::escapedStringList(texts, line, codec);

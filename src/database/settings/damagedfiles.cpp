@@ -2,6 +2,7 @@
 #include "settings/damagedfiles_p.h"
 
 #include "base/fileio_p.h"
+#include "settings/settingslog_p.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -11,8 +12,6 @@
 #include <cerrno>
 
 #include <unistd.h>
-
-Q_LOGGING_CATEGORY(QGuiLog, "QGuiLog")
 
 using namespace LiveTable;
 
@@ -101,10 +100,12 @@ bool DamagedFiles::keep(const QString& path)
             continue;
         if (code < 0 || !isSynced(copy))
             break;
-        qCWarning(QGuiLog).noquote() << "The damaged settings file" << path << "is kept as" << copy;
+        settingsWarning(
+            QStringLiteral("The damaged settings file %1 is kept as %2").arg(path, copy));
         return true;
     }
-    qCWarning(QGuiLog).noquote() << "The damaged settings file" << path
-                                 << "can't be kept aside and is not replaced";
+    settingsWarning(
+        QStringLiteral("The damaged settings file %1 can't be kept aside and is not replaced")
+            .arg(path));
     return false;
 }

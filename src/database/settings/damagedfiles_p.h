@@ -2,10 +2,7 @@
 // Private: not installed, may change at any time.
 #pragma once
 
-#include <QLoggingCategory>
 #include <QString>
-
-Q_DECLARE_LOGGING_CATEGORY(QGuiLog)
 
 namespace LiveTable {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "settings/qjson.h"
 
-#include "settings/damagedfiles_p.h"
+#include "settings/settingslog_p.h"
 #include "settings/variantstream_p.h"
 
 #include <QPoint>
@@ -208,7 +208,8 @@ QString QJson::variantToString(const QVariant& value)
         if (LiveTable::variantFromBytes(bytes).isValid())
             return latin1Text("@Variant(", bytes);
         if (!value.canConvert(QMetaType::QString)) {
-            qCWarning(QGuiLog) << "Settings can't hold a value of the type" << value.typeName();
+            LiveTable::settingsWarning(QStringLiteral("Settings can't hold a value of the type ") +
+                                       QLatin1String(value.typeName()));
             return QStringLiteral("@Invalid()");
         }
     }

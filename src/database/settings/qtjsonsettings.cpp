@@ -6,6 +6,7 @@
 #include "settings/jsonmembers_p.h"
 #include "settings/mapsettings.h"
 #include "settings/qjson.h"
+#include "settings/settingslog_p.h"
 #include "settings/variantstream_p.h"
 
 #include <QDateTime>
@@ -291,13 +292,15 @@ bool isReadable(const QByteArray& bytes, const QMap<QString, QVariant>& map)
     QJsonParseError error = {};
     bool isWhole = false;
     if (!readDocument(bytes, carried, error, isWhole)) {
-        qCWarning(QGuiLog).noquote()
-            << "The settings could not be read again and are not written:" << error.errorString();
+        LiveTable::settingsWarning(
+            QStringLiteral("The settings could not be read again and are not written: ") +
+            error.errorString());
         return false;
     }
     for (auto entry = map.begin(); entry != map.end(); ++entry)
         if (!entry.key().isEmpty() && !carried.contains(entry.key()))
-            qCWarning(QGuiLog).noquote() << "The settings file can't hold the key" << entry.key();
+            LiveTable::settingsWarning(QStringLiteral("The settings file can't hold the key ") +
+                                       entry.key());
     return true;
 }
 
@@ -350,10 +353,10 @@ bool QtJsonSettings::readJsonFile(QIODevice& device, QMap<QString, QVariant>& ma
     else if (file)
         DamagedFiles::add(path, !isRead);
     if (!isRead) {
-        qCDebug(QGuiLog).noquote()
-            << tr("Ошибка при чтении настроек JSON:\n %1 \n %2 в строке %3")
-                   .arg(file ? path : QString::fromLatin1(device.metaObject()->className()),
-                        error.errorString(), QString::number(error.offset));
+        LiveTable::settingsDebug(
+            tr("Ошибка при чтении настроек JSON:\n %1 \n %2 в строке %3")
+                .arg(file ? path : QString::fromLatin1(device.metaObject()->className()),
+                     error.errorString(), QString::number(error.offset)));
         return false;
     }
     for (auto entry = flat.begin(); entry != flat.end(); ++entry)

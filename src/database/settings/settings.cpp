@@ -4,6 +4,7 @@
 #include "base/fileio_p.h"
 #include "settings/damagedfiles_p.h"
 #include "settings/qtjsonsettings.h"
+#include "settings/settingslog_p.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -83,16 +84,15 @@ namespace {
 
 void tellOfFailure(QSettings::Status status, const QString& path)
 {
-    const auto tell = [](const QString& text) { qCDebug(QGuiLog).noquote() << text; };
     const auto translated = [](const char* text) {
         return QCoreApplication::translate("Settings", text);
     };
-    tell(translated("Файл конфигурации не может быть загружен."));
+    LiveTable::settingsDebug(translated("Файл конфигурации не может быть загружен."));
     if (status == QSettings::AccessError)
-        tell(translated("Невозможно открыть файл."));
+        LiveTable::settingsDebug(translated("Невозможно открыть файл."));
     else if (status == QSettings::FormatError)
-        tell(translated("Формат файла не соответствует заданному."));
-    tell(path);
+        LiveTable::settingsDebug(translated("Формат файла не соответствует заданному."));
+    LiveTable::settingsDebug(path);
 }
 
 } // namespace
