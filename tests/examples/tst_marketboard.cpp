@@ -219,6 +219,16 @@ private Q_SLOTS:
         };
         for (const auto& [bid, ask, isQuoted, difference] : rows)
             checkFinds(bid, ask, isQuoted, difference);
+
+        Board board;
+        Verifier verifier(board);
+        const OptionQuote put{0, 20200320, 'P', decimal(3000), {decimal(30), 1}, {decimal(31), 1}};
+        board.apply(put);
+        board.apply(FutureQuote{0, 202003, {decimal(3100), 1}, {decimal(3101), 1}});
+        verifier.seen(put);
+        QVERIFY(!verifier.check(true));
+        Record(board.options().at(0)).data(Board::UnderlyingAsk) = 3102;
+        QVERIFY(verifier.check(true).value_or(QString()).contains("does not show its future"));
     }
 
     void programPlays()

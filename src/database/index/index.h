@@ -50,8 +50,9 @@ public:
     /// Takes a record in; does not ask filter().
     virtual void add(const Record& record) = 0;
     /// Announces a transaction. The default does nothing. `changes` holds, position for position,
-    /// the new content of `updated`. What it throws stops the transaction before any row has
-    /// changed.
+    /// the new content of `updated`, of which only the columns of the range count: outside it the
+    /// rows keep their cells, and one row of contents may stand for many. What it throws stops the
+    /// transaction before any row has changed.
     virtual void preprocess(const QList<Record>& removed, const QList<Record>& updated,
                             int firstColumn, int lastColumn, const QList<Record>& inserted,
                             const QList<Record>& changes);
