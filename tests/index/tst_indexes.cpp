@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "index/indexdependbase.h"
 #include "index/indexvector.h"
+#include "index/masterindex.h"
 #include "index/sortedview.h"
 #include "index/watchindex.h"
 #include "support/journal.h"
+#include "support/outcome.h"
 #include "support/seed.h"
 
 #include <QtTest>
 
 #include <climits>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <random>
@@ -248,11 +251,81 @@ private Q_SLOTS:
         watch.add(vector.records().at(0));
         QCOMPARE(vector.indexOf(vector.records().at(0)), -1);
         QCOMPARE(vector.getClassName(), QString("IndexVector"));
+        table->appendList({row(*table, 3)});
+        vector.records().at(0).data(0) = 5; // behind its back
+        vector.resort();
+        QCOMPARE(vector.records().at(0).data(0).toInteger(), 3);
         QVERIFY(watch.table() == table.get() && vector.table() == table.get());
         table.reset();
         QVERIFY(!watch.table() && !vector.table());
         vector.rebuild();
         QVERIFY(watch.added().isEmpty() && vector.records().isEmpty());
+    }
+
+    void refusesWhatCannotBeSorted()
+    {
+        Table table("t");
+        for (const char* name : {"a", "b", "d"})
+            table.addColumn(name, FieldType::Integer, 0, name[0] == 'd');
+        table.addColumn("c", FieldType::Double, 0, false);
+        using Names = QStringList;
+        using Numbers = QList<int>;
+        const std::pair<QString, std::function<Index*()>> rows[] = {
+            {"Q:Column 'x' not found to create index.",
+             [&] { return new SortedView(&table, Names("-x"), false); }},
+            {"Q:Column '9' not found to create index.",
+             [&] { return new SortedView(&table, QVector<SortColumn>{{9}}, false); }},
+            {"Q:Column 'x' not found to create index.",
+             [&] {
+                 return new MasterIndex_Column_Pure(&table, Names{"a", "x"});
+             }},
+            {"Q:Columns must be sequenced: 3(c) / 1",
+             [&] {
+                 return new MasterIndex_Fast_Pure(&table, Numbers{0, 3});
+             }},
+            {"Q:Type 'Double' unsuported for c",
+             [&] { return new MasterIndex_Fast_Pure(&table, Names("c")); }},
+            {"Q:Columns can't be nullable d",
+             [&] {
+                 return new MasterIndex_Fast_Pure(&table, Numbers{1, 2});
+             }},
+        };
+        for (const auto& [error, make] : rows)
+            QCOMPARE(outcome([&, make = make] { delete make(); }), error);
+        auto* master = new MasterIndex_Column_Pure(&table, Names{"b", "a"});
+        table.setMasterIndex(master);
+        QCOMPARE(outcome([&] { Record(&table, "1,2,3"); }),
+                 QString("Q:Master index can't restore from text. Incorrect columns numbers: "
+                         "3 != 2"));
+        QVERIFY(master->toText(Record()).isNull() && master->keyRecord(Record()).isEmpty());
+        QCOMPARE(master->keyRecord(row(table, 1, 258)).toHex(), QByteArray("0201000001000000"));
+    }
+
+    void blocksMove()
+    {
+        Table table("t");
+        table.addColumn("n", FieldType::Integer);
+        SortedView list(&table, QStringList("n"));
+        for (int i = 0; i < 6; ++i)
+            table.appendRow();
+        for (int i = 0; i < 8 * 8 * 8; ++i) {
+            const int first = i % 8 - 1;
+            const int last = i / 8 % 8 - 1;
+            const int to = i / 64 - 1;
+            QList<Record> wanted;
+            for (const Record& record : list)
+                wanted.append(record);
+            const int rest = 6 - (last - first + 1);
+            if (first >= 0 && first <= last && last < 6 && to >= 0 && to <= rest && to != last) {
+                const QList<Record> block = wanted.mid(first, last - first + 1);
+                wanted = wanted.mid(0, first) + wanted.mid(last + 1);
+                wanted = wanted.mid(0, to) + block + wanted.mid(to);
+            }
+            list.move(first, last, to);
+            QVERIFY(std::equal(wanted.begin(), wanted.end(), list.begin(), list.end()));
+        }
+        QCOMPARE(list.indexOfs({table.at(5), Record(), row(table, 1)}).keys(),
+                 QList<Record>({table.at(5)}));
     }
 
     // Keys must never contradict the order that Field::compare gives, whatever the cells hold.

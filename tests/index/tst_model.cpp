@@ -395,7 +395,8 @@ private:
         if (row->inTable && (what == 0 || (what < 5 && table.rowCount() > size))) {
             changes.remove(row->record);
             operation = Operation{RecordsTrans::Remove};
-        } else if (what == 1 || (!row->inTable && operation.kind == RecordsTrans::None)) {
+        } else if (what == 1 ||
+                   (!row->inTable && operation.kind == RecordsTrans::None && below(8))) {
             changes.insert(row->record);
             operation = Operation{RecordsTrans::Insert};
         } else {
@@ -415,6 +416,8 @@ private:
             updater.commit();
             if (!ignored && !inPlace && changes.operation(row->record) == RecordsTrans::Update)
                 operation.kind = RecordsTrans::Update;
+            if (!row->inTable && operation.kind == RecordsTrans::None)
+                held.erase(it); // nothing holds that row: it may make room for a new one
         }
     }
     // The limit removes as many of the lowest rows as come in, but for those that change.

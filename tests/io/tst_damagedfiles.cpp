@@ -138,25 +138,17 @@ private Q_SLOTS:
         }
     }
 
-    void everyTruncationOfGzip()
-    {
-        const Damaged damaged(40);
-        const QByteArray whole = gzip(damaged.whole);
-        for (int size = 0; size < whole.size(); ++size) {
-            const auto got = damaged.read("t.gz", whole.left(size));
-            QVERIFY2(got.isPrefix && got.status != TableIO::Ok, qPrintable(QString::number(size)));
-            QVERIFY(got.status != TableIO::Truncated || got.row == got.rows);
-        }
-    }
-
-    void everyByteOfGzipChanged()
+    void everyChangeOfGzip()
     {
         const Damaged damaged(40);
         const QByteArray whole = gzip(damaged.whole);
         QVERIFY(whole.size() < 6000);
         for (int at = 0; at < whole.size(); ++at) {
+            const auto cut = damaged.read("t.gz", whole.left(at));
+            const QByteArray where = QByteArray::number(at);
+            QVERIFY2(cut.isPrefix && cut.status != TableIO::Ok, where);
+            QVERIFY2(cut.status != TableIO::Truncated || cut.row == cut.rows, where);
             const auto got = damaged.read("t.gz", changed(whole, at, 0x55));
-            const QByteArray where = QString("byte %1: %2").arg(at).arg(got.status).toLatin1();
             // A gzip header has a time and two marks that mean nothing for the data.
             QVERIFY2(got.isPrefix && (got.status == TableIO::Ok) == (at >= 4 && at < 10), where);
             // Damage of the data is found before anything was made.

@@ -199,6 +199,25 @@ private Q_SLOTS:
         QCOMPARE(out, bytes);
     }
 
+    void filteredInPlace()
+    {
+        Table table("t");
+        addColumns(table, 3);
+        fill(table, 100);
+        SortedView view(&table, QStringList("c1"));
+        const Record first = table.at(1);
+        Recorder odd;
+        odd.accepts = [&](const Record&) { return odd.steps.size() % 2; };
+        TableIO(&table).filterRecords(odd);
+        QVERIFY(odd.hasSeen(100));
+        QVERIFY(table.rowCount() == 50 && view.count() == 50 && table.at(0) == first);
+        unsigned long rows = 0, slots = 0, padding = 0, unused = 0;
+        TableIO::memoryUsage(&table, rows, padding);
+        TableIO::memoryUsage(&view, slots, unused);
+        QVERIFY(qint64(rows) == 50 * table.rowSize() && padding == 50 * (4 + 6));
+        QVERIFY(slots - unused == 50 * 8 && slots >= 50 * 8);
+    }
+
     void exceptionsCleanUp()
     {
         FilledTable table("t", 3, 11000);

@@ -32,6 +32,13 @@ void keepMessage(QtMsgType, const QMessageLogContext&, const QString& text)
     received.append(text);
 }
 
+QtMessageHandler inner = nullptr;
+
+void passOn(QtMsgType type, const QMessageLogContext& context, const QString& text)
+{
+    inner(type, context, text);
+}
+
 } // namespace
 
 class TestLogFile : public QObject
@@ -170,6 +177,18 @@ private Q_SLOTS:
         }
         for (int count : next)
             QCOMPARE(count, lineCount);
+    }
+
+    void removedBelowAnotherHandler()
+    {
+        {
+            LogFile log(path("app.log"), nullptr);
+            QVERIFY(log.installMessageHandler());
+            inner = qInstallMessageHandler(passOn);
+        }
+        qInfo("late"); // comes to a handler without a log
+        QVERIFY(qInstallMessageHandler(keepMessage) == passOn);
+        QCOMPARE(received, QStringList("late"));
     }
 
     // Logs come and go while threads log: every message is in a file or with the handler before.

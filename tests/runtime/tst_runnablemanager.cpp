@@ -144,6 +144,7 @@ private Q_SLOTS:
     void cleanup()
     {
         pool.reset(); // waits until the last wrapper is gone
+        QThreadPool::globalInstance()->waitForDone();
         QCOMPARE(alive.load(), 0);
         watchdog.reset();
     }
