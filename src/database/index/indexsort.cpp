@@ -226,10 +226,16 @@ Record IndexSort::find(const Record& key, int after) const
     const PartitionList<Record>& records = listPrivate()->records;
     if (records.isEmpty())
         return Record();
-    PartitionList<Record>::Place place = IndexSortWork(this).lower(key);
-    if (!records.normalize(place) || compare(records.at(place), key) != 0)
+    const IndexSortWork work(this);
+    const SortKey sought = work.keyToSearch(key);
+    IndexListPrivate::Approach search{&records, sought};
+    PartitionList<Record>::approach(&search, 1);
+    PartitionList<Record>::Place place = work.lower(sought, key);
+    if (!records.normalize(place))
         return Record();
-    return records.at(place);
+    const bool isEqual = work.isExact(sought) ? records.keyAt(place) == sought
+                                              : compare(records.at(place), key) == 0;
+    return isEqual ? records.at(place) : Record();
 }
 
 int IndexSort::indexOf(const Record& record) const
