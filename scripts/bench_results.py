@@ -143,7 +143,7 @@ def main():
             "told at the top of each program; W2c is W2 with views that compare as a host would write",
             "it.", "",
             f"- Machine: {machine()}", f"- Versions: {versions()}", f"- Command: `{sys.argv[1]}`",
-            f"- Rounds: {sys.argv[2]}; processes waiting for a processor at the end:"
+            f"- Rounds: {sys.argv[2]}; load average of the machine at the end:"
             f" {os.getloadavg()[0]:.1f}", ""]
     text += results_table(medians, units)
     if points:
