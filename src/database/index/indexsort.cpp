@@ -221,8 +221,11 @@ int IndexSort::searchFull(const Record& key, int after) const
 
 Record IndexSort::find(const Record& key, int after) const
 {
-    if (after >= 0)
-        return at(search(key, after));
+    return at(search(key, after));
+}
+
+Record IndexSort::findFirst(const Record& key) const
+{
     const PartitionList<Record>& records = listPrivate()->records;
     if (records.isEmpty())
         return Record();
