@@ -150,7 +150,7 @@ private:
     Record row(qint64 id)
     {
         key.data(Id) = id;
-        return table.masterIndex()->find(key);
+        return table.masterIndex()->findFirst(key);
     }
 
     void execute()

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Runs the benchmarks, ours and the peers in turn, three rounds, and writes benchmarks/RESULTS.md and
+# Runs the benchmarks, ours and the peers in turn, in rounds, and writes benchmarks/RESULTS.md and
 # docs/growth.svg. Fails only when a structure is not in order or does not hold what it must.
-# usage: scripts/bench.sh [--quick] [WORKLOAD...]
+# usage: scripts/bench.sh [--quick] [--rounds=N] [WORKLOAD...]
 #   WORKLOAD  W1 W2 W2c W3 W4 W5 W8 S1 N1 N3 IO pricing growth      (none named: all)
+#   --rounds  how often each contender has its turn; 3 if nothing is said
 #   --quick   100,000 rows and one round, only printed; `growth` only when it is named
 set -euo pipefail
 unset CDPATH
@@ -23,6 +24,8 @@ for word in "$@"; do
         rows=100000
         updates=20000
         rounds=1
+    elif [[ "$word" =~ ^--rounds=[1-9][0-9]?$ ]]; then
+        rounds=${word#*=}
     elif [[ " ${known[*]} " == *" $word "* ]]; then
         wanted+=("$word")
     else
@@ -98,5 +101,5 @@ for ((round = 1; round <= rounds; round++)); do
 done
 
 if [ -z "$quick" ]; then
-    scripts/bench_results.py "$command" <"$lines"
+    scripts/bench_results.py "$command" "$rounds" <"$lines"
 fi

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """Makes benchmarks/RESULTS.md, and docs/growth.svg, of what the benchmarks printed.
 
-usage: bench_results.py COMMAND < lines         (each "subject workload figure value unit")
+usage: bench_results.py COMMAND ROUNDS < lines         (each "subject workload figure value unit")
 """
 import math
 import os
@@ -137,12 +137,14 @@ def main():
     medians, units = read(sys.stdin)
     points = growth_points(medians)
     text = ["# What the benchmarks say", "",
-            "Medians of three rounds in which all contenders took turns. The clock of a machine",
-            "moves between runs: only the ratios are worth comparing. A ratio above 1 means that",
-            "livetable is ahead of the best peer. What the workloads do is told at the top of each",
-            "program; W2c is W2 with views that compare as a host would write it.", "",
+            "All contenders take turns in each round; where there are several rounds the figures are",
+            "medians. The clock of a machine moves between runs: only the ratios are worth comparing.",
+            "A ratio above 1 means that livetable is ahead of the best peer. What the workloads do is",
+            "told at the top of each program; W2c is W2 with views that compare as a host would write",
+            "it.", "",
             f"- Machine: {machine()}", f"- Versions: {versions()}", f"- Command: `{sys.argv[1]}`",
-            ""]
+            f"- Rounds: {sys.argv[2]}; load average of the machine at the end:"
+            f" {os.getloadavg()[0]:.1f}", ""]
     text += results_table(medians, units)
     if points:
         text += ["", "## Growth", "",

@@ -48,8 +48,7 @@ typename APartList<T>::Leaf APartList<T>::allocateLeaf(int capacity) const
     void* block = std::malloc(itemBytes + places * words * sizeof(quint64));
     if (!block)
         qBadAlloc();
-    auto* bytes = static_cast<unsigned char*>(block);
-    return {static_cast<T*>(block), reinterpret_cast<quint64*>(bytes + itemBytes), capacity};
+    return {static_cast<T*>(block), capacity};
 }
 
 template <typename T>
@@ -83,8 +82,8 @@ template <typename T>
 void APartList<T>::putLeaf(int at, const Leaf& leaf, int count) noexcept
 {
     leaves.insert(leaves.begin() + at, leaf);
-    counts.insert(counts.begin() + at, count);
-    firsts.insert(firsts.begin() + at, SortKey());
+    counts.insert(counts.begin() + at, static_cast<Count>(count));
+    firsts.insert(at, SortKey());
     noteFirst(at);
 }
 
@@ -94,7 +93,7 @@ void APartList<T>::dropLeaf(int at) noexcept
     freeLeaf(leaves[static_cast<size_t>(at)]);
     leaves.erase(leaves.begin() + at);
     counts.erase(counts.begin() + at);
-    firsts.erase(firsts.begin() + at);
+    firsts.erase(at);
 }
 
 template <typename T>
@@ -102,7 +101,7 @@ void APartList<T>::noteFirst(int leaf) noexcept
 {
     const size_t i = static_cast<size_t>(leaf);
     if (owner->words > 0 && counts[i] > 0)
-        firsts[i] = keyAt(leaf, 0);
+        firsts.set(leaf, keyAt(leaf, 0));
 }
 
 // Elements are moved as bytes: they are of a movable type.
@@ -113,7 +112,7 @@ void APartList<T>::moveWithin(int leaf, int to, int from, int n) noexcept
     std::memmove(static_cast<void*>(l.items + to), static_cast<const void*>(l.items + from),
                  static_cast<size_t>(n) * sizeof(T));
     for (int word = 0; word < owner->words; ++word) {
-        quint64* keys = l.keys + word * l.capacity;
+        quint64* keys = l.keys() + word * l.capacity;
         std::memmove(keys + to, keys + from, static_cast<size_t>(n) * sizeof(quint64));
     }
 }
@@ -125,7 +124,8 @@ void APartList<T>::copyOver(const Leaf& to, int at, const Leaf& source, int from
     std::memcpy(static_cast<void*>(to.items + at), static_cast<const void*>(source.items + from),
                 static_cast<size_t>(n) * sizeof(T));
     for (int word = 0; word < owner->words; ++word)
-        std::memcpy(to.keys + word * to.capacity + at, source.keys + word * source.capacity + from,
+        std::memcpy(to.keys() + word * to.capacity + at,
+                    source.keys() + word * source.capacity + from,
                     static_cast<size_t>(n) * sizeof(quint64));
 }
 
@@ -133,8 +133,8 @@ template <typename T>
 SortKey APartList<T>::keyAt(int leaf, int offset) const noexcept
 {
     const Leaf& l = leaves[static_cast<size_t>(leaf)];
-    return {owner->words > 0 ? l.keys[offset] : 0,
-            owner->words > 1 ? l.keys[l.capacity + offset] : 0};
+    return {owner->words > 0 ? l.keys()[offset] : 0,
+            owner->words > 1 ? l.keys()[l.capacity + offset] : 0};
 }
 
 template <typename T>
@@ -142,9 +142,9 @@ void APartList<T>::setKey(int leaf, int offset, SortKey key) noexcept
 {
     const Leaf& l = leaves[static_cast<size_t>(leaf)];
     if (owner->words > 0)
-        l.keys[offset] = key.high;
+        l.keys()[offset] = key.high;
     if (owner->words > 1)
-        l.keys[l.capacity + offset] = key.low;
+        l.keys()[l.capacity + offset] = key.low;
 }
 
 template <typename T>
@@ -165,7 +165,7 @@ void APartList<T>::splitLeaf(int leaf, int at)
     const int moved = counts[static_cast<size_t>(leaf)] - at;
     const Leaf right = allocateLeaf(LeafCapacity);
     copyOver(right, 0, leaves[static_cast<size_t>(leaf)], at, moved);
-    counts[static_cast<size_t>(leaf)] = at;
+    counts[static_cast<size_t>(leaf)] = static_cast<Count>(at);
     putLeaf(leaf + 1, right, moved);
 }
 
@@ -199,12 +199,12 @@ bool APartList<T>::mergeLeaf(int leaf) noexcept
     if (leaf < 0 || leaf + 1 >= leafCount())
         return false;
     const Leaf& left = leaves[static_cast<size_t>(leaf)];
-    int& n = counts[static_cast<size_t>(leaf)];
+    const int n = counts[static_cast<size_t>(leaf)];
     const int m = counts[static_cast<size_t>(leaf) + 1];
     if (n + m > LeafCapacity / 2 || n + m > left.capacity)
         return false;
     copyOver(left, n, leaves[static_cast<size_t>(leaf) + 1], 0, m);
-    n += m;
+    counts[static_cast<size_t>(leaf)] = static_cast<Count>(n + m);
     dropLeaf(leaf + 1);
     noteFirst(leaf);
     return true;
@@ -319,7 +319,7 @@ typename PartitionList<T>::Place PartitionList<T>::locate(int i, bool toInsert) 
     }
     while (i >= partCounts[p] + past)
         i -= partCounts[p++];
-    const std::vector<int>& counts = parts.at(static_cast<int>(p))->counts;
+    const auto& counts = parts.at(static_cast<int>(p))->counts;
     size_t l = 0;
     while (i >= counts[l] + past)
         i -= counts[l++];
@@ -337,7 +337,7 @@ int PartitionList<T>::position(const Place& place) const noexcept
         position += groupCounts[static_cast<size_t>(g)];
     for (int p = group * 64; p < place.part; ++p)
         position += partCounts[static_cast<size_t>(p)];
-    const std::vector<int>& counts = parts.at(place.part)->counts;
+    const auto& counts = parts.at(place.part)->counts;
     for (int l = 0; l < place.leaf; ++l)
         position += counts[static_cast<size_t>(l)];
     return position;
@@ -452,6 +452,32 @@ inline void prefetchLines(const void* begin, const void* end) noexcept
         __builtin_prefetch(line);
 }
 
+inline int KeyColumns::countBelow(SortKey key) const noexcept
+{
+    const int below = LiveTable::countBelow(high.data(), size(), key.high);
+    if (key.low == 0 || below == size() || high[static_cast<size_t>(below)] != key.high)
+        return below;
+    const auto end = std::upper_bound(high.begin() + below, high.end(), key.high);
+    const int equal = static_cast<int>(end - high.begin()) - below;
+    return below + LiveTable::countBelow(low.data() + below, equal, key.low);
+}
+
+inline void KeyColumns::prefetchProbes() const noexcept
+{
+    for (int i = 1; i < Probes; ++i)
+        __builtin_prefetch(high.data() + probe(i));
+}
+
+inline void KeyColumns::narrow(SortKey key, int& from, int& to) const noexcept
+{
+    int last = 0;
+    for (int i = 1; i < Probes; ++i)
+        last += high[static_cast<size_t>(probe(i))] < key.high ? 1 : 0;
+    from = probe(last);
+    to = probe(last + 1);
+    prefetchLines(high.data() + from, high.data() + to);
+}
+
 // Narrows from..to, a run of ascending keys, to those that equal `key`.
 inline void narrowToKey(const quint64* keys, quint64 key, int& from, int& to) noexcept
 {
@@ -465,20 +491,19 @@ inline void narrowToKey(const quint64* keys, quint64 key, int& from, int& to) no
 }
 } // namespace LiveTable
 
-// The last of n runs whose first element is before the searched one; -1 when none is. `firsts` are
-// the first keys, null in a search without them; isBefore(i) decides where keys do not.
+// The last of some runs whose first element is before the searched one; -1 when none is. `firsts`
+// are the runs' first keys; isBefore(i) decides between equal ones.
 template <typename T>
 template <typename IsBefore>
-int PartitionList<T>::lastFirst(const SortKey* firsts, int n, SortKey key, IsBefore isBefore)
+int PartitionList<T>::lastFirst(const LiveTable::KeyColumns& firsts, SortKey key, IsBefore isBefore)
 {
-    if (!firsts)
-        return lastBefore(n, isBefore);
-    const int below = LiveTable::countBelow(firsts, n, key);
-    int equal = 0;
-    while (below + equal < n && firsts[below + equal] == key)
-        ++equal;
-    return equal == 0 ? below - 1
-                      : below + lastBefore(equal, [&](int i) { return isBefore(below + i); });
+    const int below = firsts.countBelow(key);
+    if (below == firsts.size() || firsts.at(below) != key)
+        return below - 1;
+    const bool isLast = key.low == ~quint64(0);
+    const int end = firsts.countBelow({key.high + (isLast ? 1 : 0), key.low + 1});
+    const int equal = (isLast && key.high == ~quint64(0) ? firsts.size() : end) - below;
+    return below + lastBefore(equal, [&](int i) { return isBefore(below + i); });
 }
 
 template <typename T>
@@ -487,21 +512,24 @@ typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, So
                                                                   Before before) const
 {
     byKey = byKey && words > 0;
-    const int p = lastFirst(byKey ? partFirsts.data() : nullptr, partCount(), key,
-                            [&](int i) { return before(parts.at(i)->leaves[0].items[0]); });
+    const auto startsBefore = [&](int i) { return before(parts.at(i)->leaves[0].items[0]); };
+    const int p =
+        byKey ? lastFirst(partFirsts, key, startsBefore) : lastBefore(partCount(), startsBefore);
     if (p < 0)
         return {0, 0, 0};
     const APartList<T>* part = parts.at(p);
-    const int l = std::max(
-        0, lastFirst(byKey ? part->firsts.data() : nullptr, part->leafCount(), key,
-                     [&](int i) { return before(part->leaves[static_cast<size_t>(i)].items[0]); }));
+    const auto leafStartsBefore = [&](int i) {
+        return before(part->leaves[static_cast<size_t>(i)].items[0]);
+    };
+    const int l = std::max(0, byKey ? lastFirst(part->firsts, key, leafStartsBefore)
+                                    : lastBefore(part->leafCount(), leafStartsBefore));
     const typename APartList<T>::Leaf& leafNow = part->leaves[static_cast<size_t>(l)];
     int from = 0;
     int to = part->counts[static_cast<size_t>(l)];
     if (byKey) {
-        LiveTable::narrowToKey(leafNow.keys, key.high, from, to);
+        LiveTable::narrowToKey(leafNow.keys(), key.high, from, to);
         if (words > 1)
-            LiveTable::narrowToKey(leafNow.keys + leafNow.capacity, key.low, from, to);
+            LiveTable::narrowToKey(leafNow.keys() + leafNow.capacity, key.low, from, to);
     }
     const int offset =
         from + 1 + lastBefore(to - from, [&](int i) { return before(leafNow.items[from + i]); });
@@ -515,21 +543,22 @@ void PartitionList<T>::approach(Approach* first, int n) noexcept
     using LiveTable::prefetchLines;
     Approach* end = first + n;
     for (Approach* a = first; a < end; ++a) {
-        const std::vector<SortKey>& firsts = a->list->partFirsts;
-        if (firsts.empty() || !a->list->isKeyed())
+        if (a->list->isEmpty() || !a->list->isKeyed())
             continue;
-        a->part = std::max(countBelow(firsts.data(), a->list->partCount(), a->key) - 1, 0);
+        a->part = std::max(a->list->partFirsts.countBelow(a->key) - 1, 0);
         prefetchLines(a->list->parts.at(a->part), a->list->parts.at(a->part) + 1);
     }
     end = std::remove_if(first, end, [](const Approach& a) { return a.part < 0; });
     for (Approach* a = first; a < end; ++a) {
         const APartList<T>* part = a->list->parts.at(a->part);
-        prefetchLines(part->firsts.data(), part->firsts.data() + part->leafCount());
+        part->firsts.prefetchProbes();
         prefetchLines(part->counts.data(), part->counts.data() + part->leafCount());
     }
+    for (Approach* a = first; a < end; ++a)
+        a->list->parts.at(a->part)->firsts.narrow(a->key, a->from, a->to);
     for (Approach* a = first; a < end; ++a) {
         const APartList<T>* part = a->list->parts.at(a->part);
-        a->leaf = std::max(countBelow(part->firsts.data(), part->leafCount(), a->key) - 1, 0);
+        a->leaf = std::max(part->firsts.countBelow(a->key) - 1, 0);
         __builtin_prefetch(&part->leaves[static_cast<size_t>(a->leaf)]);
     }
     const auto count = [](const Approach* a) {
@@ -539,13 +568,16 @@ void PartitionList<T>::approach(Approach* first, int n) noexcept
         return a->list->parts.at(a->part)->leaves[static_cast<size_t>(a->leaf)];
     };
     for (const Approach* a = first; a < end; ++a)
-        prefetchLines(leaf(a).keys, leaf(a).keys + count(a));
+        prefetchLines(leaf(a).keys(), leaf(a).keys() + count(a));
     for (const Approach* a = first; a < end; ++a) {
-        const int offset = countBelow(leaf(a).keys, count(a), a->key.high);
-        prefetchLines(leaf(a).items + offset, leaf(a).items + count(a));
-        if (a->list->words > 1)
-            prefetchLines(leaf(a).keys + leaf(a).capacity + offset,
-                          leaf(a).keys + leaf(a).capacity + count(a));
+        // What lies behind is read in order, which the processor sees coming.
+        const int offset = countBelow(leaf(a).keys(), count(a), a->key.high);
+        __builtin_prefetch(leaf(a).items + offset);
+        __builtin_prefetch(leaf(a).items + offset + 8);
+        if (a->list->words > 1) {
+            __builtin_prefetch(leaf(a).keys() + leaf(a).capacity + offset);
+            __builtin_prefetch(leaf(a).keys() + leaf(a).capacity + offset + 8);
+        }
     }
 }
 
@@ -553,7 +585,7 @@ template <typename T>
 void PartitionList<T>::noteFirst(int part) noexcept
 {
     if (words > 0)
-        partFirsts[static_cast<size_t>(part)] = parts.at(part)->firsts[0];
+        partFirsts.set(part, parts.at(part)->firsts.at(0));
 }
 
 template <typename T>
@@ -580,11 +612,11 @@ APartList<T>* PartitionList<T>::createPart(int at)
     std::unique_ptr<APartList<T>, void (*)(APartList<T>*)> part(new APartList<T>(this),
                                                                 [](APartList<T>* p) { delete p; });
     partCounts.reserve(partCounts.size() + 1);
-    partFirsts.reserve(partFirsts.size() + 1);
+    partFirsts.reserve(partCounts.size() + 1);
     groupCounts.reserve(partCounts.size() / 64 + 1);
     parts.insert(at, part.get());
     partCounts.insert(partCounts.begin() + at, 0);
-    partFirsts.insert(partFirsts.begin() + at, SortKey());
+    partFirsts.insert(at, SortKey());
     partsChanged();
     return part.release();
 }
@@ -594,7 +626,7 @@ void PartitionList<T>::dropPart(int at) noexcept
 {
     APartList<T>* part = parts.takeAt(at);
     partCounts.erase(partCounts.begin() + at);
-    partFirsts.erase(partFirsts.begin() + at);
+    partFirsts.erase(at);
     partsChanged();
     delete part;
 }
@@ -625,7 +657,7 @@ void PartitionList<T>::split(int index, int at)
     }
     part->leaves.resize(static_cast<size_t>(leaf));
     part->counts.resize(static_cast<size_t>(leaf));
-    part->firsts.resize(static_cast<size_t>(leaf));
+    part->firsts.resize(leaf);
     countChanged(index, -movedElements);
     countChanged(index + 1, movedElements);
     noteFirst(index + 1);
@@ -637,10 +669,11 @@ bool PartitionList<T>::join(int index)
 {
     if (index < 0 || index + 1 >= partCount())
         return false;
+    if (partCounts[static_cast<size_t>(index)] + partCounts[static_cast<size_t>(index) + 1] >=
+        minimumSize())
+        return false;
     APartList<T>* part = parts.at(index);
     APartList<T>* next = parts.at(index + 1);
-    if (part->total + next->total >= minimumSize())
-        return false;
     part->reserveLeaves(next->leafCount());
     const int seam = part->leafCount();
     for (int i = 0; i < next->leafCount(); ++i)
@@ -683,11 +716,11 @@ void PartitionList<T>::append(T value, SortKey key)
     const int last = partCount() - 1;
     if (last >= 0 && partCounts[static_cast<size_t>(last)] < maximum - 1) {
         APartList<T>* part = parts.at(last);
-        int& n = part->counts.back();
+        const int n = part->counts.back();
         if (n < part->leaves.back().capacity) { // what nearly all of a long run finds
             new (static_cast<void*>(part->leaves.back().items + n)) T(std::move(value));
             part->setKey(part->leafCount() - 1, n, key);
-            ++n;
+            ++part->counts.back();
             countChanged(last, 1);
             ++changes;
             return;
@@ -820,7 +853,7 @@ void PartitionList<T>::compactLeaf(APartList<T>* part, size_t l, int position,
             break;
         }
     }
-    part->counts[l] = kept;
+    part->counts[l] = static_cast<typename APartList<T>::Count>(kept);
     part->noteFirst(leafAt);
 }
 

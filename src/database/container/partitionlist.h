@@ -6,6 +6,7 @@
 #include <QList>
 #include <QVector>
 
+#include <algorithm>
 #include <iterator>
 #include <vector>
 
@@ -26,6 +27,71 @@ struct SortKey
         return (a.high < b.high) | ((a.high == b.high) & (a.low < b.low));
     }
 };
+
+namespace LiveTable {
+
+/// Keys in one array for each word, so that a search by the first word reads as little as it can.
+class KeyColumns
+{
+public:
+    int size() const noexcept { return static_cast<int>(high.size()); }
+    size_t capacity() const noexcept { return std::min(high.capacity(), low.capacity()); }
+    void reserve(size_t n)
+    {
+        high.reserve(n);
+        low.reserve(n);
+    }
+    SortKey at(int i) const noexcept
+    {
+        return {high[static_cast<size_t>(i)], low[static_cast<size_t>(i)]};
+    }
+    void set(int i, SortKey key) noexcept
+    {
+        high[static_cast<size_t>(i)] = key.high;
+        low[static_cast<size_t>(i)] = key.low;
+    }
+    /// After reserve() these two cannot fail.
+    void insert(int i, SortKey key)
+    {
+        high.insert(high.begin() + i, key.high);
+        low.insert(low.begin() + i, key.low);
+    }
+    void resize(int n)
+    {
+        high.resize(static_cast<size_t>(n));
+        low.resize(static_cast<size_t>(n));
+    }
+    void erase(int i) noexcept
+    {
+        high.erase(high.begin() + i);
+        low.erase(low.begin() + i);
+    }
+    void clear() noexcept
+    {
+        high.clear();
+        low.clear();
+    }
+    void swap(KeyColumns& other) noexcept
+    {
+        high.swap(other.high);
+        low.swap(other.low);
+    }
+    /// How many of the ascending keys are below `key`.
+    int countBelow(SortKey key) const noexcept;
+    /// countBelow() in three steps with waits for memory between them, which other work may fill:
+    /// the first asks for what the second reads, the second narrows from..to and asks for that.
+    void prefetchProbes() const noexcept;
+    void narrow(SortKey key, int& from, int& to) const noexcept;
+
+private:
+    static constexpr int Probes = 8;
+    int probe(int i) const noexcept { return size() * i / Probes; }
+
+    std::vector<quint64> high;
+    std::vector<quint64> low;
+};
+
+} // namespace LiveTable
 
 /// One partition of a PartitionList: a run of at most partitionSize() elements.
 ///
@@ -54,8 +120,9 @@ private:
     struct Leaf
     {
         T* items;
-        quint64* keys; // behind the items in the same block: all high words, then all low ones
         int capacity;
+        /// Behind the items in the same block: all high words, then all low ones.
+        quint64* keys() const { return reinterpret_cast<quint64*>(items + capacity); }
     };
 
     explicit APartList(PartitionList<T>* list)
@@ -85,8 +152,9 @@ private:
     PartitionList<T>* owner;
     int total = 0;
     std::vector<Leaf> leaves;
-    std::vector<int> counts;     // of each leaf: searched and summed without touching the leaves
-    std::vector<SortKey> firsts; // first key of each leaf, in a keyed list
+    using Count = quint8;         // of at most LeafCapacity
+    std::vector<Count> counts;    // of each leaf: searched and summed without touching the leaves
+    LiveTable::KeyColumns firsts; // first key of each leaf, in a keyed list
 };
 
 /// An ordered list cut into partitions of bounded size, so that inserting or removing in the middle
@@ -323,6 +391,8 @@ public:
         SortKey key;
         int part = -1;
         int leaf = 0;
+        int from = 0; // the leaf lies in from..to
+        int to = 0;
     };
     /// Asks the memory for what these searches, and changes at their places, will touch. Level by
     /// level for all of them, so that their waits overlap: a wait for memory costs as much as a
@@ -363,7 +433,7 @@ private:
     template <typename IsBefore>
     static int lastBefore(int n, IsBefore isBefore); // -1 when none is
     template <typename IsBefore>
-    static int lastFirst(const SortKey* firsts, int n, SortKey key, IsBefore isBefore);
+    static int lastFirst(const LiveTable::KeyColumns& firsts, SortKey key, IsBefore isBefore);
 
     int total = 0;
     int maximum;
@@ -374,7 +444,7 @@ private:
     // counts over groups of 64, and their first keys.
     std::vector<int> partCounts;
     std::vector<int> groupCounts;
-    std::vector<SortKey> partFirsts;
+    LiveTable::KeyColumns partFirsts;
 };
 
 #include "container/partitionlist-inl.h"

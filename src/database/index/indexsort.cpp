@@ -221,15 +221,24 @@ int IndexSort::searchFull(const Record& key, int after) const
 
 Record IndexSort::find(const Record& key, int after) const
 {
-    if (after >= 0)
-        return at(search(key, after));
+    return at(search(key, after));
+}
+
+Record IndexSort::findFirst(const Record& key) const
+{
     const PartitionList<Record>& records = listPrivate()->records;
     if (records.isEmpty())
         return Record();
-    PartitionList<Record>::Place place = IndexSortWork(this).lower(key);
-    if (!records.normalize(place) || compare(records.at(place), key) != 0)
+    const IndexSortWork work(this);
+    const SortKey sought = work.keyToSearch(key);
+    IndexListPrivate::Approach search{&records, sought};
+    PartitionList<Record>::approach(&search, 1);
+    PartitionList<Record>::Place place = work.lower(sought, key);
+    if (!records.normalize(place))
         return Record();
-    return records.at(place);
+    const bool isEqual = work.isExact(sought) ? records.keyAt(place) == sought
+                                              : compare(records.at(place), key) == 0;
+    return isEqual ? records.at(place) : Record();
 }
 
 int IndexSort::indexOf(const Record& record) const

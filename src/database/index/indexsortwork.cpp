@@ -54,7 +54,7 @@ int IndexSortWork::order(SortKey keyA, const Record& a, SortKey keyB, const Reco
 
 IndexSortWork::Place IndexSortWork::lower(const Record& record) const
 {
-    return lower(d->keys == IndexListPrivate::SortKeys ? q->sortKey(record) : SortKey(), record);
+    return lower(keyToSearch(record), record);
 }
 
 IndexSortWork::Place IndexSortWork::lower(SortKey key, const Record& record) const
@@ -68,7 +68,7 @@ IndexSortWork::Place IndexSortWork::lower(SortKey key, const Record& record) con
 
 IndexSortWork::Place IndexSortWork::upper(const Record& record) const
 {
-    return upper(d->keys == IndexListPrivate::SortKeys ? q->sortKey(record) : SortKey(), record);
+    return upper(keyToSearch(record), record);
 }
 
 IndexSortWork::Place IndexSortWork::upper(SortKey key, const Record& record) const

@@ -25,6 +25,10 @@ public:
     /// Before the first record comes in: looks up columns, decides on keys.
     void prepare();
     SortKey keyOf(const Record& record) const;
+    SortKey keyToSearch(const Record& record) const
+    {
+        return d->keys == IndexListPrivate::SortKeys ? q->sortKey(record) : SortKey();
+    }
     SortKey keyToInsert(const Record& record);
     /// Orders an element against a record by key, then compare().
     int order(SortKey keyA, const Record& a, SortKey keyB, const Record& b) const;
