@@ -11,6 +11,7 @@
 #include <QVector>
 
 #include <memory>
+#include <vector>
 
 class IndexDependBase;
 class MasterIndex;
