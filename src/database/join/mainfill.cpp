@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "join/mainfill_p.h"
 
+#include "index/indexlist_p.h"
+#include "index/sortedview.h"
 #include "table/table_p.h"
 
 #include <QScopeGuard>
 
 #include <algorithm>
 #include <new>
+#include <typeinfo>
 
 using LiveTable::KeyRun;
 using LiveTable::RowOrder;
@@ -46,6 +49,7 @@ MainFill::MainFill(TableJoinMainPrivate* joinMain, TableJoinDepPrivate* dependen
     const TablePrivate* t = TablePrivate::get(table);
     someLeave = t->isClearing || t->leavingRow || (t->leavingRows && !t->leavingRows->isEmpty());
     keyOrder.resolve(table);
+    unheard = isOneRun && areAllDeaf();
 }
 
 MainFill::MainFill(TableJoinDepPrivate* dependent, const Record& left)
@@ -57,6 +61,40 @@ MainFill::MainFill(TableJoinDepPrivate* dependent, const Record& left)
 MainFill::MainFill(TableJoinMainPrivate* joinMain)
     : MainFill(joinMain, nullptr)
 {}
+
+// Whether the index would do anything about an update of the joined columns.
+bool MainFill::hears(const Index* index) const
+{
+    const int first = numbers.front();
+    const int last = numbers.back();
+    const std::type_info& type = typeid(*index);
+    if (type == typeid(SortedView)) {
+        const auto* view = static_cast<const SortedView*>(index);
+        return view->isAffected(first, last) || IndexListPrivate::get(view)->isObserved();
+    }
+    if (type == typeid(TableJoinMain))
+        return index != main->q &&
+               static_cast<const TableJoinMain*>(index)->d->isTouched(first, last);
+    if (type == typeid(TableJoinDep)) {
+        const auto& dependent = static_cast<const TableJoinDep*>(index)->d;
+        return dependent->isLive() && dependent->isTouched(first, last);
+    }
+    return true;
+}
+
+bool MainFill::areAllDeaf() const
+{
+    const TablePrivate* t = TablePrivate::get(table);
+    if (numbers.empty() || t->transactionState != 0 || t->limit || !t->master)
+        return false;
+    const std::type_info& type = typeid(*t->master);
+    const bool isOurs =
+        type == typeid(MasterIndex_Column_Pure) || type == typeid(MasterIndex_Fast_Pure);
+    return isOurs && !IndexListPrivate::get(t->master)->isObserved() &&
+           !t->master->isAffected(numbers.front(), numbers.back()) &&
+           std::none_of(t->indexes.cbegin(), t->indexes.cend(),
+                        [this](const Index* index) { return hears(index); });
+}
 
 void MainFill::clearAll()
 {
@@ -144,6 +182,11 @@ void MainFill::look(const Record& row)
 
 void MainFill::take(const Record& row)
 {
+    if (unheard) {
+        if (!cells.isSame(row.row(), content.row()))
+            cells.copy(row.row(), content.row());
+        return;
+    }
     if (!findDifference(row) || isLeaving(row))
         return;
     if (isOneRun) {
@@ -170,7 +213,8 @@ void MainFill::forEach(const IndexSort* index, KeyRun run, Visit visit) const
     const auto fetch = [&](int n) {
         for (int i = 0; i < n; ++i, ++ahead) {
             const unsigned char* row = (*ahead).row();
-            __builtin_prefetch(row - sizeof(quint64), 1);
+            if (!unheard)
+                __builtin_prefetch(row - sizeof(quint64), 1);
             __builtin_prefetch(row + joined, 1);
         }
     };
@@ -191,8 +235,10 @@ void MainFill::lookAt(const IndexSort* index, KeyRun run, bool isOneKey)
         forEach(index, run, [this](const Record& row) { look(row); });
         return;
     }
-    updated.reserve(run.end - run.begin);
-    changed.reserve(run.end - run.begin);
+    if (!unheard) {
+        updated.reserve(run.end - run.begin);
+        changed.reserve(run.end - run.begin);
+    }
     compute(index->at(run.begin));
     forEach(index, run, [this](const Record& row) { take(row); });
 }
@@ -236,9 +282,4 @@ void MainFill::write(const Record& row)
     }
     for (const int column : numbers)
         table->copyRowContent(row.row(), content.row(), column, column);
-}
-
-void MainFill::writeAll(const IndexSort* index)
-{
-    forEach(index, {0, index->count()}, [this](const Record& row) { write(row); });
 }

@@ -16,6 +16,10 @@
 /// transaction; or write() rows that no index holds. Lives for one call, holds the main table's
 /// lock.
 ///
+/// Where no index would hear of such a transaction, because all are the library's own and none
+/// reads these columns, look() writes the cells at once: then a row costs little more than its
+/// memory.
+///
 /// What a main row shows depends on its key alone, so rows of one key share one row of contents,
 /// and rows should come by key.
 class MainFill
@@ -35,8 +39,7 @@ public:
     void send();
     /// Sets the joined cells of a row in place.
     void write(const Record& row);
-    /// The same for all rows of a run.
-    void writeAll(const IndexSort* index);
+    bool isUnheard() const { return unheard; }
     /// A main row with the joined cells that a row of this key is to have, and its key.
     const Record& contentFor(const Record& keyRow);
     /// The joined columns in question, ascending.
@@ -46,6 +49,8 @@ private:
     MainFill(TableJoinMainPrivate* main, TableJoinDepPrivate* dependent);
     Q_DISABLE_COPY(MainFill)
     bool hasKeyOf(const Record& row) const;
+    bool hears(const Index* index) const;
+    bool areAllDeaf() const;
     void compute(const Record& keyRow);
     bool findDifference(const Record& row);
     bool isLeaving(const Record& row)
@@ -69,6 +74,7 @@ private:
     std::vector<const TableColumnDef*> defs;
     bool isOneRun = true; // the columns follow each other, so a range of them holds nothing else
     LiveTable::CellRange cells; // then
+    bool unheard = false;
     LiveTable::RowOrder keyOrder;
 
     Record content; // for the key looked at last

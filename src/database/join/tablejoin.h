@@ -97,7 +97,10 @@ private:
 /// that changes nothing notifies nobody. Joined cells that a caller writes are put back. A table
 /// may be the main of one join and a dependent of others, also in a circle.
 ///
-/// In the lists of that transaction (Index::preprocess) only the columns of its range hold content,
+/// Where no index of the main table would act on that transaction, as all are SortedViews and joins
+/// that read none of its columns, the cells are written without one.
+///
+/// In the lists of the transaction (Index::preprocess) only the columns of its range hold content,
 /// and one row of contents may stand for many updated rows.
 ///
 /// **Ownership.** A TableJoin owns the descriptions, not the join indexes: those belong to who

@@ -32,8 +32,6 @@ public:
     /// Rises with every change of a dependent.
     quint64 version() const;
     bool hasAbsentUpdates() const;
-    /// Whether nobody but this index follows the main table.
-    bool isUnwatched() const;
     void followDemand(const QList<Record>& removed, const QList<Record>& updated,
                       const QList<Record>& inserted, bool areKeysKnown);
 

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "join/tablejoinmain.h"
 
-#include "index/indexlist_p.h"
 #include "join/mainfill_p.h"
 #include "table/table_p.h"
 
 #include <QScopeGuard>
 
 #include <algorithm>
-#include <typeinfo>
 
 using LiveTable::RowPool;
 
@@ -47,17 +45,6 @@ quint64 TableJoinMainPrivate::version() const
 bool TableJoinMainPrivate::hasAbsentUpdates() const
 {
     return table && TablePrivate::get(table)->hasAbsentUpdates;
-}
-
-bool TableJoinMainPrivate::isUnwatched() const
-{
-    const QList<Index*> others = table->indexes();
-    const MasterIndex* master = table->masterIndex();
-    const bool isOurMaster = typeid(*master) == typeid(MasterIndex_Column_Pure) ||
-                             typeid(*master) == typeid(MasterIndex_Fast_Pure);
-    return table->transactionState() == 0 && isOurMaster &&
-           !IndexListPrivate::get(master)->isObserved() &&
-           std::all_of(others.cbegin(), others.cend(), [this](Index* index) { return index == q; });
 }
 
 // --- the index ---
@@ -110,17 +97,16 @@ void TableJoinMain::build()
     if (!d->isLive())
         return;
     const IndexSort* rows = d->rows.index();
-    if (d->isUnwatched()) {
-        MainFill(d.get()).writeAll(rows);
-        // Joins of which this table is a dependent may have copied the cells before.
-        const QList<Index*> dependents = d->table->dependentIndexes();
-        for (Index* index : dependents)
-            if (auto* next = dynamic_cast<TableJoinDep*>(index))
-                next->build();
-    } else {
+    {
         MainFill fill(d.get());
         fill.lookAt(rows, {0, rows->count()}, false);
         fill.send();
+        // While the table's indexes are off it, joins of which it is a dependent hear nothing.
+        const QList<Index*> dependents =
+            fill.isUnheard() ? d->table->dependentIndexes() : QList<Index*>();
+        for (Index* index : dependents)
+            if (auto* next = dynamic_cast<TableJoinDep*>(index))
+                next->build();
     }
     if (d->demand) {
         d->demand->reset(rows);

@@ -24,8 +24,7 @@ public:
 
     /// Nothing: the joined cells of rows that leave need no care.
     void clear() override;
-    /// Fills the joined columns of all main rows. Only rows that change make up the transaction;
-    /// where no other index follows the main table, the cells are written without one.
+    /// Fills the joined columns of all main rows; see TableJoin for what is told.
     void build() override;
     /// process() with this record as the one inserted.
     void add(const Record& record) override;
