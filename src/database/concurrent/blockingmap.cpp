@@ -6,11 +6,9 @@
 #include <QVector>
 #include <QtConcurrent>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <exception>
-#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -34,12 +32,17 @@ public:
         , context(argument)
     {}
 
-    /// Takes the next item and runs it; false when none was left. Never throws.
+    /// Takes the next item and runs it; false when none was left. Never throws. The lock also shows
+    /// the thread all that the caller has written, in a way that the thread sanitizer can see.
     bool runNext()
     {
-        const int i = begun.fetch_add(1, std::memory_order_relaxed);
-        if (i >= count)
-            return false;
+        int i = 0;
+        {
+            const std::lock_guard<std::mutex> guard(mutex);
+            if (begun == count)
+                return false;
+            i = begun++;
+        }
         std::exception_ptr error;
         try {
             work(context, i);
@@ -54,6 +57,23 @@ public:
         return true;
     }
 
+    void hold()
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        ++holders;
+    }
+    /// The last one to let go deletes it.
+    void release()
+    {
+        bool isLast = false;
+        {
+            const std::lock_guard<std::mutex> guard(mutex);
+            isLast = --holders == 0;
+        }
+        if (isLast)
+            delete this;
+    }
+
     /// Waits until all items are done (true), or until none is running and none was begun for a
     /// while (false).
     bool waitForProgress()
@@ -61,7 +81,7 @@ public:
         std::unique_lock<std::mutex> lock(mutex);
         int seen = -1;
         while (done != count) {
-            if (done == seen && begun.load(std::memory_order_relaxed) == done)
+            if (done == seen && begun == done)
                 return false;
             seen = done;
             allDone.wait_for(lock, patience);
@@ -82,14 +102,37 @@ public:
     QVector<int> tickets;
 
 private:
+    ~SharedWork() = default;
+
     const int count;
     void (*const work)(void*, int);
     void* const context;
-    std::atomic<int> begun{0}; // may pass count
-    std::mutex mutex;          // guards what follows
+    std::mutex mutex; // guards what follows
     std::condition_variable allDone;
+    int holders = 0;
+    int begun = 0;
     int done = 0;
     std::exception_ptr firstError;
+};
+
+/// One of those who share the work. Counted under the mutex, see runNext().
+class Holder
+{
+public:
+    explicit Holder(SharedWork* held)
+        : work(held)
+    {
+        work->hold();
+    }
+    Holder(const Holder& other)
+        : Holder(other.work)
+    {}
+    Holder& operator=(const Holder&) = delete;
+    ~Holder() { work->release(); }
+    SharedWork* operator->() const { return work; }
+
+private:
+    SharedWork* const work;
 };
 
 /// Qt does not tell which pool a thread belongs to, or whether it belongs to one, except by the
@@ -105,7 +148,7 @@ void LiveTable::runOnPool(int count, void (*work)(void* context, int i), void* c
 {
     if (count < 1)
         return;
-    const auto shared = std::make_shared<SharedWork>(count, work, context);
+    const Holder shared(new SharedWork(count, work, context));
     const QThreadPool* pool = QThreadPool::globalInstance();
     bool helpAtOnce = isPoolThread() || pool->activeThreadCount() >= pool->maxThreadCount();
     try {
