@@ -208,6 +208,8 @@ void MainFill::forEach(const IndexSort* index, KeyRun run, Visit visit) const
     constexpr int Ahead = 24;
     const size_t joined =
         numbers.empty() ? 0 : sizeof(LiveTable::RowHeader) + size_t(defs.front()->offset);
+    const size_t bits =
+        numbers.empty() ? 0 : sizeof(LiveTable::RowHeader) + size_t(defs.back()->nullByte);
     auto next = index->begin() + run.begin;
     auto ahead = next;
     const auto fetch = [&](int n) {
@@ -216,6 +218,7 @@ void MainFill::forEach(const IndexSort* index, KeyRun run, Visit visit) const
             if (!unheard)
                 __builtin_prefetch(row - sizeof(quint64), 1);
             __builtin_prefetch(row + joined, 1);
+            __builtin_prefetch(row + bits, 1);
         }
     };
     const int n = run.end - run.begin;
