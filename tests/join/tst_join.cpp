@@ -4,6 +4,7 @@
 #include "concurrent/concurrentexec.h"
 #include "index/masterindex.h"
 #include "index/sortedview.h"
+#include "io/tableindexrebuilder.h"
 #include "join/recordsranges.h"
 #include "join/tablejoin.h"
 #include "join/tablejoindep.h"
@@ -307,6 +308,27 @@ private Q_SLOTS:
         quotes.endUpdate();
         QCOMPARE(probe.depth, 0);
         QCOMPARE(probe.lastColumn, first + 2);
+        // Two dependents of one key change: each main row is told once.
+        const Record twin = quotes.put({1, 10, 20, 30});
+        probe.rows = 0;
+        RecordsTrans both(&quotes);
+        for (const Record& row : {quote, twin})
+            RecordUpdater(both, row).data(1) = 12;
+        both.execute();
+        QCOMPARE(probe.rows, 2);
+        // The same rows loaded again: nothing was ever missing.
+        const int told = probe.transactions;
+        {
+            QList<Record> rows;
+            for (int i = 0; i < quotes.rowCount(); ++i)
+                rows.append(quotes.at(i));
+            const TableIndexRebuilder guard(&quotes);
+            quotes.clear();
+            quotes.appendList(rows);
+        }
+        QCOMPARE(probe.transactions, told);
+        quotes.remove(twin);
+        update({{1, 12}, {3, 32}});
         // A failure of another index leaves the cells stale until the next word of a change.
         probe.throws = true;
         QCOMPARE(errorOf([&] { update({{1, 13}}); }), QString("no"));
@@ -314,6 +336,47 @@ private Q_SLOTS:
         probe.throws = false;
         quotes.put({7, 7, 7, 7});
         QCOMPARE(cell(main.at(0), first), 13);
+    }
+
+    // A dependent that changes while main rows leave does not bring them back.
+    void leavingRowsStayAway()
+    {
+        struct Changer : Probe
+        {
+            using Probe::Probe;
+            void clear() override { act(); }
+            void remove(const Record&, int) override { act(); }
+            void preprocess(const QList<Record>&, const QList<Record>&, int, int,
+                            const QList<Record>&, const QList<Record>&) override
+            {
+                act();
+            }
+            std::function<void()> act = [] {};
+        };
+        Keyed main("M", {"A"});
+        Keyed quotes("Q", {"A", "v"});
+        const Record quote = quotes.put({1, 2});
+        const LiveJoin join(&main, &quotes, {"v"});
+        Changer changer(&main);
+        int value = 5;
+        for (const int way : {0, 1, 2}) {
+            const Record row = main.put({1});
+            changer.act = [&] {
+                RecordsTrans changes(&quotes);
+                RecordUpdater(changes, quote).data(1) = ++value;
+                changes.execute();
+            };
+            RecordsTrans removal(&main);
+            removal.remove(row);
+            if (way == 0)
+                main.remove(row);
+            else if (way == 1)
+                removal.execute();
+            else
+                main.clear();
+            changer.act = [] {};
+            QCOMPARE(main.rowCount(), 0);
+        }
     }
 
     void circleOfBrackets()
