@@ -313,7 +313,7 @@ private Q_SLOTS:
         probe.rows = 0;
         RecordsTrans both(&quotes);
         for (const Record& row : {quote, twin})
-            RecordUpdater(both, row).data(1) = 12;
+            RecordUpdater(both, row).data(1) = 14;
         both.execute();
         QCOMPARE(probe.rows, 2);
         // The same rows loaded again: nothing was ever missing.
