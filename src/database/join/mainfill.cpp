@@ -165,18 +165,17 @@ bool MainFill::isAmongLeaving(const Record& row)
         return true;
     if (!t->leavingRows)
         return false;
-    if (leaving.isEmpty()) {
-        leaving = QSet<Record>(t->leavingRows->cbegin(), t->leavingRows->cend());
+    if (!leaving) { // made once: the transaction does not change while it is told
+        leaving.emplace(t->leavingRows->cbegin(), t->leavingRows->cend());
         for (const Record& comesBack : *t->comingRows)
-            leaving.remove(comesBack);
+            leaving->remove(comesBack);
     }
-    return leaving.contains(row);
+    return leaving->contains(row);
 }
 
 void MainFill::look(const Record& row)
 {
-    if (!hasKeyOf(row))
-        compute(row);
+    contentFor(row);
     take(row);
 }
 

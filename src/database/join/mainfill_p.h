@@ -10,6 +10,7 @@
 #include <QSet>
 
 #include <limits>
+#include <optional>
 #include <vector>
 
 /// Brings joined cells of main rows up to date: look() at rows, then send() what differs as one
@@ -83,7 +84,7 @@ private:
     QList<Record> updated;
     QList<Record> changed;
     bool someLeave;
-    QSet<Record> leaving;
+    std::optional<QSet<Record>> leaving;
     int firstChanged = std::numeric_limits<int>::max();
     int lastChanged = -1;
 };
