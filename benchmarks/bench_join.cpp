@@ -14,8 +14,6 @@
 #include "table/recordstrans.h"
 #include "table/recordupdater.h"
 
-#include <malloc.h>
-
 #include <cstdlib>
 #include <memory>
 
@@ -107,12 +105,6 @@ void measure(const char* subject, const char* workload, const std::vector<Change
 
 // --- this library ---
 
-size_t heapBytes()
-{
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-}
-
 void runTables(const Size& size, const std::vector<Change>& changes)
 {
     Table main("main");
@@ -149,10 +141,10 @@ void runTables(const Size& size, const std::vector<Change>& changes)
     join.setupIndex(&main, mainMade, true);
     join.setupIndex(&quotes, depsMade.first(), false);
 
-    const size_t before = heapBytes();
+    const double before = usedBytes();
     join.connectIndexes();
     report("livetable", "J1", "fill", timed([&] { join.build(); }), "s");
-    report("livetable", "J1", "memory", double(heapBytes() - before) / size.rows, "bytes/row");
+    report("livetable", "J1", "memory", (usedBytes() - before) / size.rows, "bytes/row");
 
     const auto apply = [&](const Change& change) {
         RecordsTrans transaction(&quotes);

@@ -20,7 +20,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <malloc.h>
 #include <set>
 #include <string>
 #include <tuple>
@@ -79,13 +78,9 @@ public:
     void load(bool reportsTime, bool reportsMemory)
     {
         symbolText(0); // made before the clock runs
-        const auto used = [] {
-            const struct mallinfo2 info = mallinfo2();
-            return static_cast<double>(info.uordblks + info.hblkhd);
-        };
-        const double before = used();
+        const double before = usedBytes();
         const double time = timed([&] { store->load(model); });
-        const double bytes = (used() - before) / rows;
+        const double bytes = (usedBytes() - before) / rows;
         if (reportsTime) {
             report(contender.name, "W1", "load", time, "s");
             check();

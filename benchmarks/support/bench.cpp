@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "support/bench.h"
 
+#include "base/slab.h"
+
 #include <QHash>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <malloc.h>
 #include <string>
 
 namespace bench {
@@ -15,6 +18,12 @@ double seconds()
 {
     using namespace std::chrono;
     return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+double usedBytes()
+{
+    const struct mallinfo2 info = mallinfo2();
+    return static_cast<double>(info.uordblks + info.hblkhd + LiveTable::Slab::regionBytes());
 }
 
 void report(const char* subject, const char* workload, const char* figure, double value,

@@ -32,6 +32,9 @@ private:
 /// The steady clock.
 double seconds();
 
+/// The memory in use: what malloc has given out, and the regions that the library's tables hold.
+double usedBytes();
+
 /// Prints one figure: "subject workload figure value unit". None of the words may hold a blank.
 void report(const char* subject, const char* workload, const char* figure, double value,
             const char* unit);

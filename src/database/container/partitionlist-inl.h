@@ -10,6 +10,48 @@
 #include <memory>
 #include <new>
 
+namespace LiveTable {
+// Narrows from..to, a run of ascending keys, to those that equal `key`.
+inline void narrowToKey(const quint64* keys, quint64 key, int& from, int& to) noexcept
+{
+    from += countBelow(keys + from, to - from, key);
+    if (from == to || keys[from] != key)
+        to = from;
+    else if (from + 1 == to || keys[from + 1] != key)
+        to = from + 1;
+    else
+        to = static_cast<int>(std::upper_bound(keys + from + 1, keys + to, key) - keys);
+}
+
+// Eight at a time, in four sums of 16 bits each: of at most 128 bytes, each of at most 128.
+inline int sumOfBytes(const quint8* bytes, int n) noexcept
+{
+    constexpr quint64 even = Q_UINT64_C(0x00FF00FF00FF00FF);
+    int sum = 0;
+    while (n >= 8) {
+        quint64 sums = 0;
+        for (int step = 0; step < 128 && n >= 8; ++step, bytes += 8, n -= 8) {
+            quint64 eight;
+            std::memcpy(&eight, bytes, sizeof(eight));
+            sums += (eight & even) + (eight >> 8 & even);
+        }
+        sum += static_cast<int>((sums & 0xFFFF) + (sums >> 16 & 0xFFFF) + (sums >> 32 & 0xFFFF) +
+                                (sums >> 48));
+    }
+    while (n > 0)
+        sum += bytes[--n];
+    return sum;
+}
+
+// The key right above. False where there is none.
+inline bool stepKey(SortKey& key, int words) noexcept
+{
+    if (words > 1 && ++key.low != 0)
+        return true;
+    return ++key.high != 0;
+}
+} // namespace LiveTable
+
 // --- one partition ---
 
 template <typename T>
@@ -42,19 +84,32 @@ template <typename T>
 typename APartList<T>::Leaf APartList<T>::allocateLeaf(int capacity) const
 {
     static_assert(sizeof(T) % alignof(quint64) == 0, "keys lie behind the items");
-    const size_t places = static_cast<size_t>(capacity);
-    const size_t itemBytes = places * sizeof(T);
-    const size_t words = static_cast<size_t>(owner->words);
-    void* block = std::malloc(itemBytes + places * words * sizeof(quint64));
-    if (!block)
+    Leaf leaf{nullptr, capacity, static_cast<quint8>(owner->words), true};
+    LiveTable::Slab::Block block{nullptr, true};
+    if (isFromSlab(leaf))
+        block = LiveTable::Slab::allocate(leafBytes(leaf));
+    else
+        block.memory = std::malloc(leafBytes(leaf));
+    if (!block.memory)
         qBadAlloc();
-    return {static_cast<T*>(block), capacity};
+    leaf.items = static_cast<T*>(block.memory);
+    leaf.isPlain = block.isPlain;
+    return leaf;
 }
 
 template <typename T>
 void APartList<T>::freeLeaf(const Leaf& leaf) noexcept
 {
-    std::free(leaf.items);
+    if (isFromSlab(leaf))
+        LiveTable::Slab::free({leaf.items, leaf.isPlain}, leafBytes(leaf));
+    else
+        std::free(leaf.items);
+}
+
+template <typename T>
+size_t APartList<T>::leafBytes(const Leaf& leaf) noexcept
+{
+    return static_cast<size_t>(leaf.capacity) * (sizeof(T) + leaf.words * sizeof(quint64));
 }
 
 template <typename T>
@@ -85,6 +140,7 @@ void APartList<T>::putLeaf(int at, const Leaf& leaf, int count) noexcept
     counts.insert(counts.begin() + at, static_cast<Count>(count));
     firsts.insert(at, SortKey());
     noteFirst(at);
+    ++owner->shapes;
 }
 
 template <typename T>
@@ -94,6 +150,7 @@ void APartList<T>::dropLeaf(int at) noexcept
     leaves.erase(leaves.begin() + at);
     counts.erase(counts.begin() + at);
     firsts.erase(at);
+    ++owner->shapes;
 }
 
 template <typename T>
@@ -135,6 +192,14 @@ SortKey APartList<T>::keyAt(int leaf, int offset) const noexcept
     const Leaf& l = leaves[static_cast<size_t>(leaf)];
     return {owner->words > 0 ? l.keys()[offset] : 0,
             owner->words > 1 ? l.keys()[l.capacity + offset] : 0};
+}
+
+template <typename T>
+LiveTable::KeySpan APartList<T>::keysOf(int leaf) const noexcept
+{
+    const Leaf& l = leaves[static_cast<size_t>(leaf)];
+    return {l.keys(), owner->words > 1 ? l.keys() + l.capacity : nullptr,
+            counts[static_cast<size_t>(leaf)]};
 }
 
 template <typename T>
@@ -315,7 +380,7 @@ typename PartitionList<T>::Place PartitionList<T>::locate(int i, bool toInsert) 
     size_t p = 0;
     for (size_t g = 0; i >= groupCounts[g] + past; ++g) {
         i -= groupCounts[g];
-        p += 64;
+        p += GroupSize;
     }
     while (i >= partCounts[p] + past)
         i -= partCounts[p++];
@@ -332,15 +397,12 @@ int PartitionList<T>::position(const Place& place) const noexcept
     if (partCount() == 0)
         return 0;
     int position = place.offset;
-    const int group = place.part / 64;
+    const int group = place.part / GroupSize;
     for (int g = 0; g < group; ++g)
         position += groupCounts[static_cast<size_t>(g)];
-    for (int p = group * 64; p < place.part; ++p)
+    for (int p = group * GroupSize; p < place.part; ++p)
         position += partCounts[static_cast<size_t>(p)];
-    const auto& counts = parts.at(place.part)->counts;
-    for (int l = 0; l < place.leaf; ++l)
-        position += counts[static_cast<size_t>(l)];
-    return position;
+    return position + LiveTable::sumOfBytes(parts.at(place.part)->counts.data(), place.leaf);
 }
 
 template <typename T>
@@ -430,80 +492,18 @@ int PartitionList<T>::lastBefore(int n, IsBefore isBefore)
     return low - 1;
 }
 
-namespace LiveTable {
-// How many of n ascending keys are below `key`. Without a branch to mispredict.
-template <typename Key>
-inline int countBelow(const Key* keys, int n, Key key) noexcept
-{
-    const Key* base = keys;
-    while (n > 1) {
-        const int half = n / 2;
-        base += half * static_cast<int>(base[half - 1] < key);
-        n -= half;
-    }
-    return static_cast<int>(base - keys) + (n == 1 && *base < key ? 1 : 0);
-}
-
-// Asks for the cache lines from `begin` to `end`, so that they come side by side instead of one
-// after the other as a search steps on them.
-inline void prefetchLines(const void* begin, const void* end) noexcept
-{
-    for (auto* line = static_cast<const char*>(begin); line < end; line += 64)
-        __builtin_prefetch(line);
-}
-
-inline int KeyColumns::countBelow(SortKey key) const noexcept
-{
-    const int below = LiveTable::countBelow(high.data(), size(), key.high);
-    if (key.low == 0 || below == size() || high[static_cast<size_t>(below)] != key.high)
-        return below;
-    const auto end = std::upper_bound(high.begin() + below, high.end(), key.high);
-    const int equal = static_cast<int>(end - high.begin()) - below;
-    return below + LiveTable::countBelow(low.data() + below, equal, key.low);
-}
-
-inline void KeyColumns::prefetchProbes() const noexcept
-{
-    for (int i = 1; i < Probes; ++i)
-        __builtin_prefetch(high.data() + probe(i));
-}
-
-inline void KeyColumns::narrow(SortKey key, int& from, int& to) const noexcept
-{
-    int last = 0;
-    for (int i = 1; i < Probes; ++i)
-        last += high[static_cast<size_t>(probe(i))] < key.high ? 1 : 0;
-    from = probe(last);
-    to = probe(last + 1);
-    prefetchLines(high.data() + from, high.data() + to);
-}
-
-// Narrows from..to, a run of ascending keys, to those that equal `key`.
-inline void narrowToKey(const quint64* keys, quint64 key, int& from, int& to) noexcept
-{
-    from += countBelow(keys + from, to - from, key);
-    if (from == to || keys[from] != key)
-        to = from;
-    else if (from + 1 == to || keys[from + 1] != key)
-        to = from + 1;
-    else
-        to = static_cast<int>(std::upper_bound(keys + from + 1, keys + to, key) - keys);
-}
-} // namespace LiveTable
-
 // The last of some runs whose first element is before the searched one; -1 when none is. `firsts`
 // are the runs' first keys; isBefore(i) decides between equal ones.
 template <typename T>
 template <typename IsBefore>
-int PartitionList<T>::lastFirst(const LiveTable::KeyColumns& firsts, SortKey key, IsBefore isBefore)
+int PartitionList<T>::lastFirst(LiveTable::KeySpan firsts, SortKey key, IsBefore isBefore)
 {
     const int below = firsts.countBelow(key);
-    if (below == firsts.size() || firsts.at(below) != key)
+    if (below == firsts.count || firsts.at(below) != key)
         return below - 1;
-    const bool isLast = key.low == ~quint64(0);
-    const int end = firsts.countBelow({key.high + (isLast ? 1 : 0), key.low + 1});
-    const int equal = (isLast && key.high == ~quint64(0) ? firsts.size() : end) - below;
-    return below + lastBefore(equal, [&](int i) { return isBefore(below + i); });
+    const int end =
+        LiveTable::stepKey(key, firsts.low ? 2 : 1) ? firsts.countBelow(key) : firsts.count;
+    return below + lastBefore(end - below, [&](int i) { return isBefore(below + i); });
 }
 
 template <typename T>
@@ -513,15 +513,15 @@ typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, So
 {
     byKey = byKey && words > 0;
     const auto startsBefore = [&](int i) { return before(parts.at(i)->leaves[0].items[0]); };
-    const int p =
-        byKey ? lastFirst(partFirsts, key, startsBefore) : lastBefore(partCount(), startsBefore);
+    const int p = byKey ? lastFirst(partFirsts.span(words), key, startsBefore)
+                        : lastBefore(partCount(), startsBefore);
     if (p < 0)
         return {0, 0, 0};
     const APartList<T>* part = parts.at(p);
     const auto leafStartsBefore = [&](int i) {
         return before(part->leaves[static_cast<size_t>(i)].items[0]);
     };
-    const int l = std::max(0, byKey ? lastFirst(part->firsts, key, leafStartsBefore)
+    const int l = std::max(0, byKey ? lastFirst(part->firsts.span(words), key, leafStartsBefore)
                                     : lastBefore(part->leafCount(), leafStartsBefore));
     const typename APartList<T>::Leaf& leafNow = part->leaves[static_cast<size_t>(l)];
     int from = 0;
@@ -537,48 +537,126 @@ typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, So
 }
 
 template <typename T>
-void PartitionList<T>::approach(Approach* first, int n) noexcept
+void PartitionList<T>::search(KeySearch* first, int n) noexcept
 {
-    using LiveTable::countBelow;
+    using LiveTable::KeySpan;
     using LiveTable::prefetchLines;
-    Approach* end = first + n;
-    for (Approach* a = first; a < end; ++a) {
-        if (a->list->isEmpty() || !a->list->isKeyed())
-            continue;
-        a->part = std::max(a->list->partFirsts.countBelow(a->key) - 1, 0);
-        prefetchLines(a->list->parts.at(a->part), a->list->parts.at(a->part) + 1);
+    KeySearch* const last = first + n;
+    for (KeySearch* s = first; s < last; ++s) {
+        const PartitionList* list = s->list;
+        Q_ASSERT(list->words > 0 && list->total > 0);
+        if (s->behindEquals)
+            s->behindEquals = !LiveTable::stepKey(s->key, list->words); // all are before it
+        s->keys = list->partFirsts.span(list->words);
+        const int at = std::max(s->keys.countBelow(s->key) - 1, 0);
+        s->place.part = at;
+        s->part = list->parts.constData()[at];
+        prefetchLines(s->part, s->part + 1);
     }
-    end = std::remove_if(first, end, [](const Approach& a) { return a.part < 0; });
-    for (Approach* a = first; a < end; ++a) {
-        const APartList<T>* part = a->list->parts.at(a->part);
-        part->firsts.prefetchProbes();
-        prefetchLines(part->counts.data(), part->counts.data() + part->leafCount());
+    for (KeySearch* s = first; s < last; ++s) {
+        const int at = s->place.part;
+        const bool isLast = at + 1 >= s->keys.count;
+        const SortKey from = s->keys.at(at);
+        const SortKey to = isLast ? from : s->keys.at(at + 1);
+        s->keys = s->part->firsts.span(s->list->words);
+        s->guess = isLast ? int(KeySpan::NoGuess) : s->keys.guess(s->key, from, to);
+        s->keys.prefetch(s->guess);
+        prefetchLines(s->part->counts.data(), s->part->counts.data() + s->keys.count);
+        s->leaf = s->part->leaves.data();
+        __builtin_prefetch(s->leaf + std::max(s->guess - 1, 0));
     }
-    for (Approach* a = first; a < end; ++a)
-        a->list->parts.at(a->part)->firsts.narrow(a->key, a->from, a->to);
-    for (Approach* a = first; a < end; ++a) {
-        const APartList<T>* part = a->list->parts.at(a->part);
-        a->leaf = std::max(part->firsts.countBelow(a->key) - 1, 0);
-        __builtin_prefetch(&part->leaves[static_cast<size_t>(a->leaf)]);
+    for (KeySearch* s = first; s < last; ++s) {
+        const int at = std::max(s->keys.countBelow(s->key, s->guess) - 1, 0);
+        const bool isLast = at + 1 >= s->keys.count;
+        const SortKey from = s->keys.at(at);
+        const SortKey to = isLast ? from : s->keys.at(at + 1);
+        s->keys.count = s->part->counts[static_cast<size_t>(at)];
+        s->guess = isLast ? int(KeySpan::NoGuess) : s->keys.guess(s->key, from, to);
+        s->place.leaf = at;
+        s->leaf += at;
+        __builtin_prefetch(s->leaf);
     }
-    const auto count = [](const Approach* a) {
-        return a->list->parts.at(a->part)->counts[static_cast<size_t>(a->leaf)];
+    for (KeySearch* s = first; s < last; ++s) {
+        s->keys.high = s->leaf->keys();
+        s->keys.low = s->keys.low ? s->leaf->keys() + s->leaf->capacity : nullptr;
+        s->keys.prefetch(s->guess);
+        if (s->guess >= 0)
+            prefetchLines(s->leaf->items + std::max(s->guess - 8, 0),
+                          s->leaf->items + std::min(s->guess + 8, s->keys.count));
+    }
+    for (KeySearch* s = first; s < last; ++s) {
+        s->place.offset = s->keys.countBelow(s->key, s->guess);
+        if (s->behindEquals)
+            s->place = s->list->insertPlace(s->list->total);
+        __builtin_prefetch(s->leaf->items + s->place.offset);
+    }
+}
+
+// Whether a partition and its leaves stay as they are when one of a leaf's elements leaves.
+template <typename T>
+bool PartitionList<T>::staysWhole(int index, int leafAt) const noexcept
+{
+    const APartList<T>* part = parts.at(index);
+    const auto leafTotal = [&](int l) {
+        return l < 0 || l >= part->leafCount() ? int(APartList<T>::LeafCapacity)
+                                               : int(part->counts[static_cast<size_t>(l)]);
     };
-    const auto leaf = [](const Approach* a) -> const typename APartList<T>::Leaf& {
-        return a->list->parts.at(a->part)->leaves[static_cast<size_t>(a->leaf)];
+    const auto partTotal = [&](int p) {
+        return p < 0 || p >= partCount() ? maximum : partCounts[static_cast<size_t>(p)];
     };
-    for (const Approach* a = first; a < end; ++a)
-        prefetchLines(leaf(a).keys(), leaf(a).keys() + count(a));
-    for (const Approach* a = first; a < end; ++a) {
-        // What lies behind is read in order, which the processor sees coming.
-        const int offset = countBelow(leaf(a).keys(), count(a), a->key.high);
-        __builtin_prefetch(leaf(a).items + offset);
-        __builtin_prefetch(leaf(a).items + offset + 8);
-        if (a->list->words > 1) {
-            __builtin_prefetch(leaf(a).keys() + leaf(a).capacity + offset);
-            __builtin_prefetch(leaf(a).keys() + leaf(a).capacity + offset + 8);
+    const int left = leafTotal(leafAt) - 1;
+    constexpr int joined = APartList<T>::LeafCapacity / 2;
+    return left > 0 && left + leafTotal(leafAt - 1) > joined &&
+           left + leafTotal(leafAt + 1) > joined &&
+           part->total - 1 + partTotal(index - 1) >= minimumSize() &&
+           part->total - 1 + partTotal(index + 1) >= minimumSize();
+}
+
+template <typename T>
+bool PartitionList<T>::relocate(Place from, Place to, SortKey key) noexcept
+{
+    APartList<T>* source = parts.at(from.part);
+    APartList<T>* target = parts.at(to.part);
+    const bool samePart = from.part == to.part;
+    const bool sameLeaf = samePart && from.leaf == to.leaf;
+    if (!sameLeaf && target->counts[leaf(to)] == target->leaves[leaf(to)].capacity)
+        return false;
+    if (!samePart && target->total + 1 >= maximum)
+        return false;
+    if (!staysWhole(from.part, from.leaf))
+        return false;
+    T* const slot = source->leaves[leaf(from)].items + from.offset;
+    alignas(T) unsigned char moved[sizeof(T)]; // as bytes: elements are of a movable type
+    std::memcpy(moved, static_cast<const void*>(slot), sizeof(T));
+    if (sameLeaf) {
+        if (to.offset > from.offset) {
+            --to.offset;
+            source->moveWithin(from.leaf, from.offset, from.offset + 1, to.offset - from.offset);
+        } else {
+            source->moveWithin(from.leaf, to.offset + 1, to.offset, from.offset - to.offset);
+        }
+    } else {
+        source->moveWithin(from.leaf, from.offset, from.offset + 1,
+                           --source->counts[leaf(from)] - from.offset);
+        target->moveWithin(to.leaf, to.offset + 1, to.offset,
+                           target->counts[leaf(to)]++ - to.offset);
+        if (!samePart) {
+            countChanged(from.part, -1);
+            countChanged(to.part, 1);
         }
     }
+    std::memcpy(static_cast<void*>(target->leaves[leaf(to)].items + to.offset), moved, sizeof(T));
+    target->setKey(to.leaf, to.offset, key);
+    if (from.offset == 0) {
+        source->noteFirst(from.leaf);
+        noteFirst(from.part);
+    }
+    if (to.offset == 0) {
+        target->noteFirst(to.leaf);
+        noteFirst(to.part);
+    }
+    ++changes;
+    return true;
 }
 
 template <typename T>
@@ -593,16 +671,17 @@ void PartitionList<T>::countChanged(int part, int by) noexcept
 {
     parts.at(part)->total += by;
     partCounts[static_cast<size_t>(part)] += by;
-    groupCounts[static_cast<size_t>(part / 64)] += by;
+    groupCounts[static_cast<size_t>(part / GroupSize)] += by;
     total += by;
 }
 
 template <typename T>
 void PartitionList<T>::partsChanged() noexcept
 {
-    groupCounts.assign((partCounts.size() + 63) / 64, 0);
+    ++shapes;
+    groupCounts.assign((partCounts.size() + GroupSize - 1) / GroupSize, 0);
     for (size_t p = 0; p < partCounts.size(); ++p)
-        groupCounts[p / 64] += partCounts[p];
+        groupCounts[p / GroupSize] += partCounts[p];
 }
 
 template <typename T>
@@ -613,7 +692,7 @@ APartList<T>* PartitionList<T>::createPart(int at)
                                                                 [](APartList<T>* p) { delete p; });
     partCounts.reserve(partCounts.size() + 1);
     partFirsts.reserve(partCounts.size() + 1);
-    groupCounts.reserve(partCounts.size() / 64 + 1);
+    groupCounts.reserve(partCounts.size() / GroupSize + 1);
     parts.insert(at, part.get());
     partCounts.insert(partCounts.begin() + at, 0);
     partFirsts.insert(at, SortKey());
@@ -716,13 +795,20 @@ void PartitionList<T>::append(T value, SortKey key)
     const int last = partCount() - 1;
     if (last >= 0 && partCounts[static_cast<size_t>(last)] < maximum - 1) {
         APartList<T>* part = parts.at(last);
-        const int n = part->counts.back();
+        int n = part->counts.back();
+        if (words > 0 && n == APartList<T>::FilledLeaf) {
+            part->reserveLeaves(1);
+            part->putLeaf(part->leafCount(), part->allocateLeaf(APartList<T>::LeafCapacity), 0);
+            n = 0;
+        }
         if (n < part->leaves.back().capacity) { // what nearly all of a long run finds
             new (static_cast<void*>(part->leaves.back().items + n)) T(std::move(value));
             part->setKey(part->leafCount() - 1, n, key);
             ++part->counts.back();
             countChanged(last, 1);
             ++changes;
+            if (n == 0)
+                part->noteFirst(part->leafCount() - 1);
             return;
         }
         insertAt({last, part->leafCount() - 1, n}, std::move(value), key);
@@ -862,8 +948,8 @@ void PartitionList<T>::removeRanges(const RangeSet<int>& ranges)
 {
     std::vector<T> dead; // released when the list is whole again
     dead.reserve(static_cast<size_t>(std::min<qint64>(ranges.size(), total)));
-    std::vector<int> touched;
-    touched.reserve(partCounts.size());
+    std::vector<std::pair<int, int>> touched; // partitions and their leaves
+    touched.reserve(dead.capacity());
     int range = 0;
     while (range < ranges.rangeCount() && ranges.end(range) <= 0)
         ++range;
@@ -876,11 +962,12 @@ void PartitionList<T>::removeRanges(const RangeSet<int>& ranges)
             const size_t deadBefore = dead.size();
             for (size_t l = 0; l < part->leaves.size() && range < ranges.rangeCount(); ++l) {
                 const int leafEnd = position + part->counts[l];
-                if (ranges.begin(range) < leafEnd)
+                if (ranges.begin(range) < leafEnd) {
                     compactLeaf(part, l, position, ranges, range, dead);
+                    touched.emplace_back(p, static_cast<int>(l));
+                }
                 position = leafEnd;
             }
-            touched.push_back(p);
             countChanged(p, -static_cast<int>(dead.size() - deadBefore));
         }
         position = end;
@@ -889,17 +976,17 @@ void PartitionList<T>::removeRanges(const RangeSet<int>& ranges)
         return;
     ++changes;
     // Backwards, so that what is dropped or joined does not move what is still to be looked at.
-    for (auto it = touched.rbegin(); it != touched.rend(); ++it)
-        tidyPart(*it);
+    for (auto it = touched.rbegin(); it != touched.rend(); ++it) {
+        parts.at(it->first)->shrinkAround(it->second);
+        if (std::next(it) == touched.rend() || std::next(it)->first != it->first)
+            tidyPart(it->first);
+    }
 }
 
 template <typename T>
 void PartitionList<T>::tidyPart(int index)
 {
-    APartList<T>* part = parts.at(index);
-    for (int l = part->leafCount() - 1; l >= 0; --l)
-        part->shrinkAround(l);
-    if (part->total == 0) {
+    if (parts.at(index)->total == 0) {
         dropPart(index);
         return;
     }

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/slab.h"
 #include "container/rangeset.h"
+#include "container/sortkey.h"
 
 #include <QList>
 #include <QVector>
@@ -12,86 +14,6 @@
 
 template <typename T>
 class PartitionList;
-
-/// An order-preserving key of up to 128 bits, kept beside an element: a list with one key word uses
-/// `high` alone.
-struct SortKey
-{
-    quint64 high = 0;
-    quint64 low = 0;
-    friend bool operator==(SortKey a, SortKey b) { return a.high == b.high && a.low == b.low; }
-    friend bool operator!=(SortKey a, SortKey b) { return !(a == b); }
-    friend bool operator<(SortKey a, SortKey b)
-    {
-        // Without a branch: which of two keys is smaller is what nobody can predict.
-        return (a.high < b.high) | ((a.high == b.high) & (a.low < b.low));
-    }
-};
-
-namespace LiveTable {
-
-/// Keys in one array for each word, so that a search by the first word reads as little as it can.
-class KeyColumns
-{
-public:
-    int size() const noexcept { return static_cast<int>(high.size()); }
-    size_t capacity() const noexcept { return std::min(high.capacity(), low.capacity()); }
-    void reserve(size_t n)
-    {
-        high.reserve(n);
-        low.reserve(n);
-    }
-    SortKey at(int i) const noexcept
-    {
-        return {high[static_cast<size_t>(i)], low[static_cast<size_t>(i)]};
-    }
-    void set(int i, SortKey key) noexcept
-    {
-        high[static_cast<size_t>(i)] = key.high;
-        low[static_cast<size_t>(i)] = key.low;
-    }
-    /// After reserve() these two cannot fail.
-    void insert(int i, SortKey key)
-    {
-        high.insert(high.begin() + i, key.high);
-        low.insert(low.begin() + i, key.low);
-    }
-    void resize(int n)
-    {
-        high.resize(static_cast<size_t>(n));
-        low.resize(static_cast<size_t>(n));
-    }
-    void erase(int i) noexcept
-    {
-        high.erase(high.begin() + i);
-        low.erase(low.begin() + i);
-    }
-    void clear() noexcept
-    {
-        high.clear();
-        low.clear();
-    }
-    void swap(KeyColumns& other) noexcept
-    {
-        high.swap(other.high);
-        low.swap(other.low);
-    }
-    /// How many of the ascending keys are below `key`.
-    int countBelow(SortKey key) const noexcept;
-    /// countBelow() in three steps with waits for memory between them, which other work may fill:
-    /// the first asks for what the second reads, the second narrows from..to and asks for that.
-    void prefetchProbes() const noexcept;
-    void narrow(SortKey key, int& from, int& to) const noexcept;
-
-private:
-    static constexpr int Probes = 8;
-    int probe(int i) const noexcept { return size() * i / Probes; }
-
-    std::vector<quint64> high;
-    std::vector<quint64> low;
-};
-
-} // namespace LiveTable
 
 /// One partition of a PartitionList: a run of at most partitionSize() elements.
 ///
@@ -116,11 +38,16 @@ private:
     friend class PartitionList<T>;
     static constexpr int LeafCapacity = 128;
     static constexpr int FirstLeafCapacity = 16; // so that a list of a few records stays small
+    // How far a keyed list that is appended to fills its leaves: such a list is a sorted one, and
+    // the first record that moves would split a full leaf.
+    static constexpr int FilledLeaf = 120;
 
     struct Leaf
     {
         T* items;
         int capacity;
+        quint8 words; // of keys for each item
+        bool isPlain; // as Slab told
         /// Behind the items in the same block: all high words, then all low ones.
         quint64* keys() const { return reinterpret_cast<quint64*>(items + capacity); }
     };
@@ -136,7 +63,13 @@ private:
     void copyOver(const Leaf& to, int at, const Leaf& source, int from, int n) const noexcept;
     SortKey keyAt(int leaf, int offset) const noexcept;
     void setKey(int leaf, int offset, SortKey key) noexcept;
+    LiveTable::KeySpan keysOf(int leaf) const noexcept;
     static void freeLeaf(const Leaf& leaf) noexcept;
+    static size_t leafBytes(const Leaf& leaf) noexcept;
+    static bool isFromSlab(const Leaf& leaf) noexcept
+    {
+        return leaf.capacity == LeafCapacity && LiveTable::Slab::isServed(leafBytes(leaf));
+    }
     int leafOf(int& offset) const noexcept; // offset in the partition -> leaf, offset in the leaf
     int leafCount() const noexcept { return static_cast<int>(leaves.size()); }
     void reserveLeaves(int extra);
@@ -356,6 +289,9 @@ public:
     bool isKeyed() const noexcept { return words > 0; }
     /// Rises with every change of the list; tells whether a Place is still good.
     quint32 version() const noexcept { return changes; }
+    /// Rises with every partition and leaf that comes or goes: while it stays, a change at one
+    /// Place leaves the places before it as they are.
+    quint32 shape() const noexcept { return shapes; }
 
     /// The place of the element at position i, 0 <= i < count().
     Place place(int i) const noexcept { return locate(i, false); }
@@ -384,25 +320,46 @@ public:
     template <typename Before>
     Place partitionPoint(bool byKey, SortKey key, Before before) const;
 
-    /// A search by key to come, in one of several lists.
-    struct Approach
+    /// A search by key alone in a keyed list: for the first element whose key is not below `key`,
+    /// or with `behindEquals` for the first whose key is above it.
+    struct KeySearch
     {
+        KeySearch() = default;
+        KeySearch(const PartitionList* searched, SortKey sought, bool behind)
+            : list(searched)
+            , key(sought)
+            , behindEquals(behind)
+        {}
         const PartitionList* list;
         SortKey key;
-        int part = -1;
-        int leaf = 0;
-        int from = 0; // the leaf lies in from..to
-        int to = 0;
+        bool behindEquals;
+        Place place; ///< found: as from partitionPoint()
+
+    private: // of the search under way
+        friend class PartitionList;
+        int guess;
+        const APartList<T>* part;
+        const typename APartList<T>::Leaf* leaf;
+        LiveTable::KeySpan keys;
     };
-    /// Asks the memory for what these searches, and changes at their places, will touch. Level by
-    /// level for all of them, so that their waits overlap: a wait for memory costs as much as a
-    /// hundred instructions, and a search alone has several in a row. Changes nothing.
-    static void approach(Approach* first, int n) noexcept;
+    /// Searches several lists at once, level by level, so that the waits for memory overlap: one
+    /// wait costs as much as a hundred instructions, and a search alone has several in a row.
+    static void search(KeySearch* first, int n) noexcept;
+    Place search(SortKey key, bool behindEquals) const noexcept
+    {
+        KeySearch one(this, key, behindEquals);
+        search(&one, 1);
+        return one.place;
+    }
 
     /// Inserts at a place got from this list in its present state.
     void insertAt(Place place, T value, SortKey key);
     /// Removes and returns the element at a place.
     T takeAt(Place place);
+    /// Moves the element at `from` before the one at `to` (another element's place, or behind a
+    /// leaf's last) and gives it a new key. Does nothing and returns false where partitions or
+    /// leaves would have to be split or joined for it: then takeAt() and insertAt() are the way.
+    bool relocate(Place from, Place to, SortKey key) noexcept;
 
     /// Calls visit(items, n) for each run of elements in order.
     template <typename Visit>
@@ -433,15 +390,18 @@ private:
     template <typename IsBefore>
     static int lastBefore(int n, IsBefore isBefore); // -1 when none is
     template <typename IsBefore>
-    static int lastFirst(const LiveTable::KeyColumns& firsts, SortKey key, IsBefore isBefore);
+    static int lastFirst(LiveTable::KeySpan firsts, SortKey key, IsBefore isBefore);
+    bool staysWhole(int part, int leaf) const noexcept;
 
     int total = 0;
     int maximum;
     int words = 0;
     quint32 changes = 0;
+    quint32 shapes = 0;
     QVector<APartList<T>*> parts;
     // Beside the partitions, so that searches and sums stay out of them: their counts, sums of
-    // counts over groups of 64, and their first keys.
+    // counts over groups of them, and their first keys.
+    static constexpr int GroupSize = 32;
     std::vector<int> partCounts;
     std::vector<int> groupCounts;
     LiveTable::KeyColumns partFirsts;

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "index/index.h"
 
+#include "index/timerchain_p.h"
 #include "table/table_p.h"
 
 #include <QSet>
 
 #include <atomic>
+#include <chrono>
+#include <utility>
 
 namespace {
 
@@ -13,6 +16,14 @@ namespace {
 std::atomic<qint64> m_nsecsElapsedTotal{0};
 
 } // namespace
+
+thread_local qint64 LiveTable::TimerChain::lastReading = 0;
+thread_local bool LiveTable::TimerChain::isOpen = false;
+
+qint64 LiveTable::TimerChain::read()
+{
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
 
 Index::Index() = default;
 Index::~Index() = default;
@@ -63,10 +74,18 @@ void Index::endUpdate() {}
 void Index::dependentBeginUpdate(Table*) {}
 void Index::dependentEndUpdate(Table*) {}
 
+void Index::restartTimer()
+{
+    qint64& last = LiveTable::TimerChain::lastReading;
+    started = last != 0 ? std::exchange(last, 0) : LiveTable::TimerChain::read();
+}
+
 void Index::addElapsed()
 {
-    elapsed += timer.nsecsElapsed();
-    m_nsecsElapsedTotal.fetch_add(timer.nsecsElapsed(), std::memory_order_relaxed);
+    const qint64 now = LiveTable::TimerChain::read();
+    elapsed += now - started;
+    m_nsecsElapsedTotal.fetch_add(now - started, std::memory_order_relaxed);
+    LiveTable::TimerChain::lastReading = LiveTable::TimerChain::isOpen ? now : 0;
 }
 
 qint64 Index::nsecsElapsedTotal()

@@ -6,7 +6,6 @@
 #include "table/record.h"
 #include "value/decimal.h"
 
-#include <QElapsedTimer>
 #include <QList>
 #include <QString>
 
@@ -83,8 +82,8 @@ public:
     /// Nanoseconds spent in process() so far.
     qint64 nsecsElapsed() const { return elapsed; }
     void setNsecsElapsed(const qint64& nsecs) { elapsed = nsecs; }
-    /// Nanoseconds spent in process() by all indexes of the program. Each index adds a second,
-    /// later reading to it, so it is never less than the sum over the indexes.
+    /// Nanoseconds spent in process() by all indexes of the program; never less than the sum over
+    /// those that live.
     static qint64 nsecsElapsedTotal();
     /// This index's share of the total in percent, two decimals, truncated; zero while the total is
     /// below 10000 ns.
@@ -92,12 +91,13 @@ public:
 
 protected:
     /// For process() of derived classes: restart at its begin, addElapsed at its end.
-    void restartTimer() { timer.start(); }
+    void restartTimer();
     void addElapsed();
 
 private:
+    friend class TablePrivate;
     Q_DISABLE_COPY(Index)
-    QElapsedTimer timer;
+    qint64 started = 0; // a reading of the steady clock
     qint64 elapsed = 0;
 };
 

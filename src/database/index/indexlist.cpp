@@ -113,6 +113,10 @@ bool IndexListPrivate::heal()
 
 void IndexListPrivate::tell(const IndexChange& change)
 {
+    if (observers.size() == 1) { // as nearly always: nobody else can take it away
+        observers.constFirst()->indexChanged(*q, change);
+        return;
+    }
     const QVector<IndexObserver*> told = observers;
     for (IndexObserver* observer : told)
         if (observers.contains(observer))

@@ -26,7 +26,7 @@ public:
         ArrivalNumbers
     };
 
-    /// Where a record stood when a transaction was announced.
+    /// Where a record stood when a transaction was announced, and where its new content belongs.
     struct Hint
     {
         const unsigned char* row;
@@ -37,9 +37,12 @@ public:
             Absent,
             Unknown
         } state;
+        bool hasTarget = false;
+        SortKey targetKey{}; // which the new content had then
+        Place target{0, 0, 0};
     };
 
-    using Approach = PartitionList<Record>::Approach;
+    using KeySearch = PartitionList<Record>::KeySearch;
 
     static IndexListPrivate* get(const IndexList* index) { return index->listPrivate(); }
 
@@ -51,6 +54,11 @@ public:
 
     void insertAt(const Place& place, const Record& record, SortKey key);
     Record takeAt(const Place& place);
+    /// As PartitionList::relocate(): the row stays in the list.
+    bool relocate(const Place& from, const Place& to, SortKey key) noexcept
+    {
+        return records.relocate(from, to, key);
+    }
     void append(Record record, SortKey key);
     void removeRanges(const RangeSet<int>& ranges);
     void clear();
@@ -87,7 +95,7 @@ public:
     bool needsRebuild = false; // a host's function threw: the content may be wrong
 
     // Of a sorted index.
-    std::vector<Hint> hints;  // in the order removed, updated
+    std::vector<Hint> hints;  // in the order removed, updated; then perhaps inserted
     quint32 hintsVersion = 0; // of the list they were taken from
     bool needsResort = false; // content right, order not
 

@@ -136,7 +136,6 @@ void IndexSort::locate(const QList<Record>& removed, const QList<Record>& update
                        int lastColumn, const QList<Record>& inserted)
 {
     IndexListPrivate* d = listPrivate();
-    d->hints.clear();
     try {
         d->heal();
     } catch (...) {
@@ -145,7 +144,8 @@ void IndexSort::locate(const QList<Record>& removed, const QList<Record>& update
     const IndexSortWork work(this);
     if (work.canSkip(removed, firstColumn, lastColumn, inserted))
         return;
-    work.locateAll(removed, updated);
+    const bool matters = d->isObserved() || !work.isSpared(firstColumn, lastColumn);
+    work.locateAll(removed, matters ? updated : QList<Record>());
     d->hintsVersion = d->records.version();
 }
 
@@ -231,8 +231,6 @@ Record IndexSort::findFirst(const Record& key) const
         return Record();
     const IndexSortWork work(this);
     const SortKey sought = work.keyToSearch(key);
-    IndexListPrivate::Approach search{&records, sought};
-    PartitionList<Record>::approach(&search, 1);
     PartitionList<Record>::Place place = work.lower(sought, key);
     if (!records.normalize(place))
         return Record();

@@ -57,13 +57,23 @@ IndexSortWork::Place IndexSortWork::lower(const Record& record) const
     return lower(keyToSearch(record), record);
 }
 
+// Whether an element beside `place` has this key and may still differ: then compare() must tell.
+bool IndexSortWork::isDoubtful(Place place, SortKey key, bool isBehind) const
+{
+    return !isExact(key) && (isBehind ? list.stepBack(place) : list.normalize(place)) &&
+           list.keyAt(place) == key;
+}
+
 IndexSortWork::Place IndexSortWork::lower(SortKey key, const Record& record) const
 {
-    if (isExact(key))
-        return list.partitionPoint(true, key, [](const Record&) { return false; });
+    const bool isKeyed = d->keys == IndexListPrivate::SortKeys;
+    if (isKeyed && !list.isEmpty()) {
+        const Place place = list.search(key, false);
+        if (!isDoubtful(place, key, false))
+            return place;
+    }
     return list.partitionPoint(
-        d->keys == IndexListPrivate::SortKeys, key,
-        [&](const Record& element) { return q->compare(element, record) < 0; });
+        isKeyed, key, [&](const Record& element) { return q->compare(element, record) < 0; });
 }
 
 IndexSortWork::Place IndexSortWork::upper(const Record& record) const
@@ -73,11 +83,14 @@ IndexSortWork::Place IndexSortWork::upper(const Record& record) const
 
 IndexSortWork::Place IndexSortWork::upper(SortKey key, const Record& record) const
 {
-    if (isExact(key))
-        return list.partitionPoint(true, key, [](const Record&) { return true; });
+    const bool isKeyed = d->keys == IndexListPrivate::SortKeys;
+    if (isKeyed && !list.isEmpty()) {
+        const Place place = list.search(key, true);
+        if (!isDoubtful(place, key, true))
+            return place;
+    }
     return list.partitionPoint(
-        d->keys == IndexListPrivate::SortKeys, key,
-        [&](const Record& element) { return q->compare(element, record) <= 0; });
+        isKeyed, key, [&](const Record& element) { return q->compare(element, record) <= 0; });
 }
 
 std::pair<int, int> IndexSortWork::equalRange(const Record& record) const
@@ -96,8 +109,7 @@ bool IndexSortWork::find(const Record& record, Place& place) const
     if (list.isEmpty() || record.isNull() || record.table() != d->table.data())
         return false;
     if (d->keys == IndexListPrivate::ArrivalNumbers) {
-        place = list.partitionPoint(true, SortKey{RowPool::tag(record.row()), 0},
-                                    [](const Record&) { return false; });
+        place = list.search(SortKey{RowPool::tag(record.row()), 0}, false);
         return list.normalize(place) && list.at(place) == record;
     }
     place = lower(record);
@@ -127,51 +139,115 @@ bool IndexSortWork::find(const Record& record, Place& place) const
     return false;
 }
 
-void IndexSortWork::approach(const std::vector<const IndexSort*>& indexes,
-                             const QList<Record>& removed, const QList<Record>& updated,
-                             int firstColumn, int lastColumn, const QList<Record>& inserted,
-                             const QList<Record>& changed) noexcept
+void IndexSortWork::locateAhead(const std::vector<const IndexSort*>& indexes,
+                                const QList<Record>& removed, const QList<Record>& updated,
+                                int firstColumn, int lastColumn, const QList<Record>& inserted,
+                                const QList<Record>& changed) noexcept
 {
-    Approach searches[4 * SideBySide];
-    int n = 0;
+    struct Goal
+    {
+        const IndexSort* index;
+        const Record* record; // of which the place is sought, or null: the target of its content
+        Hint* hint;
+    };
+    // Their room is kept, for they are made with every update; whoever gets here from a host's
+    // function meanwhile has some of his own.
+    static thread_local std::vector<Goal> keptGoals;
+    static thread_local std::vector<KeySearch> keptSearches;
+    std::vector<Goal> goals = std::move(keptGoals);
+    std::vector<KeySearch> searches = std::move(keptSearches);
+    goals.clear();
+    searches.clear();
+    const int outgoing = removed.size() + updated.size();
     try {
         for (const IndexSort* index : indexes) {
-            const IndexSortWork work(index);
-            if (work.d->keys != IndexListPrivate::SortKeys || work.list.isEmpty())
+            IndexSortWork work(index);
+            IndexListPrivate* d = work.d;
+            if (d->keys != IndexListPrivate::SortKeys || d->records.isEmpty() || d->needsRebuild ||
+                d->needsResort || work.canSkip(removed, firstColumn, lastColumn, inserted))
                 continue;
-            const bool skipsUpdates = !index->isAffected(firstColumn, lastColumn);
-            for (const QList<Record>* records : {&removed, &updated, &changed, &inserted}) {
-                if (skipsUpdates && (records == &updated || records == &changed))
+            d->hints.clear();
+            d->hints.reserve(static_cast<size_t>(outgoing + inserted.size()));
+            d->hintsVersion = d->records.version();
+            const bool isMoved = index->isAffected(firstColumn, lastColumn);
+            for (int i = 0; i < outgoing; ++i) {
+                const int update = i - removed.size();
+                const Record& record = update < 0 ? removed.at(i) : updated.at(update);
+                d->hints.push_back({record.row(), {0, 0, 0}, Hint::Unknown});
+                goals.push_back({index, &record, &d->hints.back()});
+                searches.emplace_back(&d->records, index->sortKey(record), false);
+                if (update < 0 || update >= changed.size() || !isMoved)
                     continue;
-                for (const Record& record : *records) {
-                    if (n == 4 * SideBySide)
-                        break;
-                    searches[n] = {&work.list, index->sortKey(record)};
-                    ++n;
-                }
+                goals.push_back({index, nullptr, &d->hints.back()});
+                searches.emplace_back(&d->records, index->sortKey(changed.at(update)), true);
+            }
+            for (const Record& record : inserted) {
+                d->hints.push_back({record.row(), {0, 0, 0}, Hint::Absent});
+                goals.push_back({index, nullptr, &d->hints.back()});
+                searches.emplace_back(&d->records, index->sortKey(record), true);
+            }
+        }
+        for (size_t i = 0; i < goals.size(); ++i)
+            goals[i].hint->targetKey = searches[i].key;
+        PartitionList<Record>::search(searches.data(), static_cast<int>(searches.size()));
+        for (size_t i = 0; i < goals.size(); ++i) {
+            const Goal& goal = goals[i];
+            if (goal.record) {
+                IndexSortWork(goal.index).locateFrom(searches[i].place, *goal.record, *goal.hint);
+            } else {
+                goal.hint->target = searches[i].place;
+                goal.hint->hasTarget =
+                    !IndexSortWork(goal.index)
+                         .isDoubtful(goal.hint->target, goal.hint->targetKey, true);
             }
         }
     } catch (...) {
+        for (const IndexSort* index : indexes)
+            IndexListPrivate::get(index)->hints.clear();
     }
-    PartitionList<Record>::approach(searches, n);
+    keptGoals = std::move(goals);
+    keptSearches = std::move(searches);
+}
+
+// Whether the hints are of these records, and the list has not changed since.
+bool IndexSortWork::knowsAll(const QList<Record>& removed, const QList<Record>& updated) const
+{
+    if (d->hintsVersion != list.version() ||
+        d->hints.size() < static_cast<size_t>(removed.size() + updated.size()))
+        return false;
+    const Hint* hint = d->hints.data();
+    for (const QList<Record>* records : {&removed, &updated})
+        for (int i = 0; i < records->size(); ++i, ++hint)
+            if (hint->row != records->at(i).row())
+                return false;
+    return true;
 }
 
 void IndexSortWork::locateAll(const QList<Record>& removed, const QList<Record>& updated) const
 {
+    if (knowsAll(removed, updated))
+        return;
     const int n = removed.size() + updated.size();
+    d->hints.clear();
     d->hints.reserve(static_cast<size_t>(n));
-    for (int i = 0; i < n; ++i) {
-        const auto record = [&](int at) -> const Record& {
-            return at < removed.size() ? removed.at(at) : updated.at(at - removed.size());
-        };
-        if (n > FewRecords && i % SideBySide == 0 && d->keys == IndexListPrivate::SortKeys) {
-            Approach searches[SideBySide];
-            const int count = std::min(int(SideBySide), n - i);
-            for (int j = 0; j < count; ++j)
-                searches[j] = {&list, q->sortKey(record(i + j))};
-            PartitionList<Record>::approach(searches, count);
+    const auto record = [&](int at) -> const Record& {
+        return at < removed.size() ? removed.at(at) : updated.at(at - removed.size());
+    };
+    if (d->keys != IndexListPrivate::SortKeys || list.isEmpty()) {
+        for (int i = 0; i < n; ++i)
+            d->hints.push_back(locate(record(i)));
+        return;
+    }
+    for (int i = 0; i < n; i += SideBySide) {
+        KeySearch searches[SideBySide];
+        const int count = std::min(int(SideBySide), n - i);
+        for (int j = 0; j < count; ++j)
+            searches[j] = {&list, q->sortKey(record(i + j)), false};
+        PartitionList<Record>::search(searches, count);
+        for (int j = 0; j < count; ++j) {
+            d->hints.push_back({record(i + j).row(), {0, 0, 0}, Hint::Unknown});
+            locateFrom(searches[j].place, record(i + j), d->hints.back());
         }
-        d->hints.push_back(locate(record(i)));
     }
 }
 
@@ -191,12 +267,32 @@ IndexSortWork::Hint IndexSortWork::locate(const Record& record) const
     return hint;
 }
 
+// The same from the first place of the record's key on.
+void IndexSortWork::locateFrom(Place place, const Record& record, Hint& hint) const
+{
+    if (list.normalize(place) && list.at(place) == record) {
+        hint.place = place;
+        hint.state = Hint::Found;
+        return;
+    }
+    const Hint found = locate(record);
+    hint.place = found.place;
+    hint.state = found.state;
+}
+
 bool IndexSortWork::canSkip(const QList<Record>& removed, int firstColumn, int lastColumn,
                             const QList<Record>& inserted) const
 {
-    return removed.isEmpty() && inserted.isEmpty() && !d->isObserved() && d->table &&
-           !TablePrivate::get(d->table.data())->hasAbsentUpdates &&
-           TablePrivate::get(d->table.data())->untoldNow.isEmpty() &&
+    return removed.isEmpty() && inserted.isEmpty() && !d->isObserved() &&
+           isSpared(firstColumn, lastColumn);
+}
+
+bool IndexSortWork::isSpared(int firstColumn, int lastColumn) const
+{
+    if (!d->table)
+        return false;
+    const TablePrivate* table = TablePrivate::get(d->table.data());
+    return !table->hasAbsentUpdates && table->untoldNow.isEmpty() &&
            !q->isAffected(firstColumn, lastColumn);
 }
 
@@ -213,27 +309,37 @@ bool IndexSortWork::isOutOfOrder(const Place& place, SortKey key, const Record& 
 
 // --- single records ---
 
-int IndexSortWork::insert(const Record& record)
+int IndexSortWork::insert(const Record& record, const Hint* hint)
 {
     prepare();
     const SortKey key = keyToInsert(record);
-    const Place place = upper(key, record);
+    const Place* known = targetOf(hint, key);
+    const Place place = known ? *known : upper(key, record);
     const int position = d->isObserved() ? list.position(place) : 0;
     d->insertAt(place, record, key);
     return position;
 }
 
-bool IndexSortWork::move(Place place, SortKey key, int& from, int& to)
+bool IndexSortWork::move(Place place, SortKey key, const Hint* hint, int& from, int& to)
 {
     const bool tells = d->isObserved();
     from = to = tells ? list.position(place) : 0;
-    const Record record = list.at(place);
-    if (!isOutOfOrder(place, key, record)) {
+    if (!isOutOfOrder(place, key, list.at(place))) {
         if (list.isKeyed())
             list.setKey(place, key);
         return false;
     }
-    d->takeAt(place);
+    const Place* known = targetOf(hint, key);
+    if (known || isExact(key)) {
+        const Place target = known ? *known : list.search(key, true);
+        if (tells) {
+            to = list.position(target);
+            to -= to > from ? 1 : 0;
+        }
+        if (d->relocate(place, target, key))
+            return true;
+    }
+    const Record record = d->takeAt(place);
     Place target{0, 0, 0};
     try {
         target = upper(key, record);
@@ -248,67 +354,88 @@ bool IndexSortWork::move(Place place, SortKey key, int& from, int& to)
     return true;
 }
 
-// Removes a record, found before the transaction if nothing has moved since.
+const IndexSortWork::Hint* IndexSortWork::hintOf(const Record& record) const
+{
+    const auto hint = std::find_if(d->hints.cbegin(), d->hints.cend(),
+                                   [&](const Hint& h) { return h.row == record.row(); });
+    return hint == d->hints.cend() ? nullptr : &*hint;
+}
+
+// Where an element of this key goes, if a hint tells it.
+const IndexSortWork::Place* IndexSortWork::targetOf(const Hint* hint, SortKey key) const
+{
+    return hint && hint->hasTarget && hint->targetKey == key && d->hintsVersion == list.version()
+               ? &hint->target
+               : nullptr;
+}
+
+// Finds where a record stands: as it was before the transaction if nothing has moved since, else by
+// its value, else by a scan. False when it is not here.
+bool IndexSortWork::placeNow(const Record& record, const Hint* hint, Place& place) const
+{
+    if (hint && hint->state == Hint::Absent)
+        return false;
+    if (hint && hint->state == Hint::Found && d->hintsVersion == list.version()) {
+        place = hint->place;
+        return true;
+    }
+    if (find(record, place))
+        return true;
+    const int position = q->IndexList::indexOf(record);
+    if (position >= 0)
+        place = list.place(position);
+    return position >= 0;
+}
+
 void IndexSortWork::takeOut(const Record& record)
 {
     Place place{0, 0, 0};
-    const auto hint = std::find_if(d->hints.cbegin(), d->hints.cend(),
-                                   [&](const Hint& h) { return h.row == record.row(); });
-    const bool known = hint != d->hints.cend();
-    if (known && hint->state == Hint::Absent)
-        return;
-    if (known && hint->state == Hint::Found && d->hintsVersion == list.version()) {
-        place = hint->place;
-    } else if (!find(record, place)) {
-        const int position = q->IndexList::indexOf(record);
-        if (position < 0)
-            return;
-        place = list.place(position);
-    }
-    d->takeAt(place);
+    if (placeNow(record, hintOf(record), place))
+        d->takeAt(place);
 }
 
-bool IndexSortWork::applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn)
+void IndexSortWork::applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn)
 {
     Place place{0, 0, 0};
-    bool isAbsent = false;
-    const bool hintIsGood = d->hints.size() == 1 && d->hints[0].row == record.row() &&
-                            d->hintsVersion == list.version();
-    if (hintIsGood && d->hints[0].state != Hint::Unknown) {
-        place = d->hints[0].place;
-        isAbsent = d->hints[0].state == Hint::Absent;
-    } else if (!find(record, place)) {
-        const int position = q->IndexList::indexOf(record);
-        isAbsent = position < 0;
-        if (!isAbsent)
-            place = list.place(position);
+    const Hint* hint = d->hintsVersion == list.version() ? hintOf(record) : nullptr;
+    const bool isHere = placeNow(record, hint, place);
+    if (isHere && !isRemoval && isSpared(firstColumn, lastColumn)) {
+        if (d->isObserved())
+            d->tellStayed(list.position(place), firstColumn, lastColumn);
+        return;
     }
     const bool belongs = !isRemoval && q->filter(record);
-    if (isAbsent) {
+    if (!isHere) {
         if (!belongs)
-            return false;
-        const int position = insert(record);
+            return;
+        const int position = insert(record, hint);
         if (d->isObserved())
             d->tellInserted(position);
-        return true;
+        return;
     }
     if (!belongs) {
         const int position = d->isObserved() ? list.position(place) : 0;
         const Record taken = d->takeAt(place);
         if (d->isObserved())
             d->tellRemoved(position);
-        return true;
+        return;
     }
+    follow(place, keyOf(record), hint, firstColumn, lastColumn);
+}
+
+// A record at a place has changed: moves it if it must, and tells.
+void IndexSortWork::follow(const Place& place, SortKey key, const Hint* hint, int firstColumn,
+                           int lastColumn)
+{
     int from = 0;
     int to = 0;
-    const bool moved = move(place, keyOf(record), from, to);
-    if (d->isObserved()) {
-        if (moved)
-            d->tellMoved(from, to, firstColumn, lastColumn);
-        else
-            d->tellStayed(from, firstColumn, lastColumn);
-    }
-    return true;
+    const bool moved = move(place, key, hint, from, to);
+    if (!d->isObserved())
+        return;
+    if (moved)
+        d->tellMoved(from, to, firstColumn, lastColumn);
+    else
+        d->tellStayed(from, firstColumn, lastColumn);
 }
 
 void IndexSortWork::update(const Record& record, int firstColumn, int lastColumn, int position)
@@ -334,15 +461,7 @@ void IndexSortWork::update(const Record& record, int firstColumn, int lastColumn
                    << "Full search can impact the performance";
         place = list.place(found);
     }
-    int from = 0;
-    int to = 0;
-    const bool moved = move(place, keyOf(list.at(place)), from, to);
-    if (!d->isObserved())
-        return;
-    if (moved)
-        d->tellMoved(from, to, firstColumn, lastColumn);
-    else
-        d->tellStayed(from, firstColumn, lastColumn);
+    follow(place, keyOf(list.at(place)), nullptr, firstColumn, lastColumn);
 }
 
 // --- exceptions of the host's functions ---
@@ -397,10 +516,12 @@ void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& upd
         return;
     }
     prepare();
-    collect(removed, updated);
+    spares = isSpared(firstColumn, lastColumn);
+    collect(removed, listsUpdates() ? updated : QList<Record>());
     findPositions(d->hints);
     decide();
-    findOutOfOrder();
+    if (!spares)
+        findOutOfOrder();
     takeIncoming(inserted);
     if (incoming.size() <= static_cast<size_t>(list.count()) / 2) {
         sortIncoming();
@@ -433,6 +554,8 @@ void IndexSortWork::collect(const QList<Record>& removed, const QList<Record>& u
         const Record& record = isRemoval ? removed.at(i) : updated.at(i - removed.size());
         items.push_back({&record, i, -1, {0, 0, 0}, SortKey(), isRemoval, isRemoval, false});
     }
+    if (d->table && TablePrivate::get(d->table.data())->isDistinct)
+        return;
     std::sort(items.begin(), items.end(), [](const Item& a, const Item& b) {
         return *a.record != *b.record ? *a.record < *b.record : a.order < b.order;
     });
@@ -456,14 +579,29 @@ void IndexSortWork::findPositions(const std::vector<Hint>& hints)
             missing.push_back(&item);
             continue;
         }
-        item.position = list.position(item.place);
+        item.position = 0;
     }
     if (!missing.empty())
         scanFor(missing);
     std::sort(items.begin(), items.end(), [](const Item& a, const Item& b) {
-        // As unsigned, -1 comes last.
-        return static_cast<unsigned>(a.position) < static_cast<unsigned>(b.position);
+        if ((a.position < 0) != (b.position < 0))
+            return b.position < 0;
+        if (a.place.part != b.place.part)
+            return a.place.part < b.place.part;
+        return a.place.leaf != b.place.leaf ? a.place.leaf < b.place.leaf
+                                            : a.place.offset < b.place.offset;
     });
+    Place last{-1, 0, 0};
+    int leafBegin = 0;
+    for (Item& item : items) {
+        if (item.position < 0)
+            break;
+        if (item.place.part != last.part || item.place.leaf != last.leaf) {
+            last = {item.place.part, item.place.leaf, 0};
+            leafBegin = list.position(last);
+        }
+        item.position = leafBegin + item.place.offset;
+    }
 }
 
 // One pass for all that no search has found.
@@ -486,7 +624,7 @@ void IndexSortWork::scanFor(std::vector<Item*>& missing)
 void IndexSortWork::decide()
 {
     for (Item& item : items) {
-        if (item.isRemoval)
+        if (item.isRemoval || (spares && item.position >= 0))
             continue;
         if (!q->filter(*item.record)) {
             item.isLeaving = true;
@@ -613,27 +751,60 @@ void IndexSortWork::putIncoming()
             break;
         if (item.isLeaving)
             leaving.addRange(item.position, item.position + 1);
-        else if (list.isKeyed())
+        else if (list.isKeyed() && !spares)
             list.setKey(item.place, item.key);
     }
     // A row that only moves keeps its number and its tag.
     if (!leaving.isEmpty())
         d->removeRanges(leaving);
-    for (size_t i = 0; i < incoming.size(); ++i) {
-        if (i % SideBySide == 0 && d->keys == IndexListPrivate::SortKeys) {
-            Approach searches[SideBySide];
-            const size_t count = std::min(size_t(SideBySide), incoming.size() - i);
-            for (size_t j = 0; j < count; ++j)
-                searches[j] = {&list, incoming[i + j].key};
-            PartitionList<Record>::approach(searches, static_cast<int>(count));
-        }
-        Incoming& one = incoming[i];
+    if (d->keys == IndexListPrivate::SortKeys)
+        putByKey();
+    else
+        putOneByOne();
+}
+
+void IndexSortWork::putOneByOne()
+{
+    for (Incoming& one : incoming) {
         if (d->keys == IndexListPrivate::ArrivalNumbers)
             one.key = SortKey{++d->lastArrival, 0};
         const Place place = upper(one.key, *one.record);
         if (d->isObserved())
             one.to = list.position(place);
         d->insertAt(place, *one.record, one.key);
+    }
+}
+
+// From the last to the first, so that what is inserted does not move the places before it.
+void IndexSortWork::putByKey()
+{
+    int end = static_cast<int>(incoming.size());
+    int equals = 0; // how many are in that equal the last one
+    while (end > 0) {
+        KeySearch searches[SideBySide];
+        int i = std::min(int(SideBySide), end);
+        for (int j = 0; j < i; ++j)
+            searches[j] = {&list, incoming[static_cast<size_t>(end - i + j)].key, true};
+        if (!list.isEmpty())
+            PartitionList<Record>::search(searches, i);
+        bool continues = equals > 0; // with what equals the last one that was in before the search
+        for (const quint32 shape = list.shape(); i > 0 && list.shape() == shape;) {
+            const auto later = incoming.begin() + end;
+            Incoming& one = incoming[static_cast<size_t>(--end)];
+            const bool repeats = equals > 0 && later->key == one.key &&
+                                 order(one.key, *one.record, later->key, *later->record) == 0;
+            continues = continues && repeats;
+            equals = repeats ? equals + 1 : 1;
+            Place place = list.isEmpty() ? Place{0, 0, 0} : searches[--i].place;
+            if (continues || isDoubtful(place, one.key, true)) {
+                place = upper(one.key, *one.record);
+                if (repeats) // it belongs before those, which came after it
+                    place = list.insertPlace(list.position(place) - equals + 1);
+            }
+            if (d->isObserved())
+                one.to = list.position(place) + end;
+            d->insertAt(place, *one.record, one.key);
+        }
     }
 }
 

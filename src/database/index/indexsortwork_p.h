@@ -48,22 +48,27 @@ public:
     /// Searches this very row; true and its place when it is where its values say.
     bool find(const Record& record, Place& place) const;
     Hint locate(const Record& record) const;
-    /// Before a small transaction: brings all places in all indexes that it will touch into the
-    /// cache. Throws nothing; host functions that throw do so again when they are needed.
-    static void approach(const std::vector<const IndexSort*>& indexes, const QList<Record>& removed,
-                         const QList<Record>& updated, int firstColumn, int lastColumn,
-                         const QList<Record>& inserted, const QList<Record>& changed) noexcept;
-    /// Finds where removed and updated records stand.
+    /// Before a small transaction: finds, in all indexes side by side, the places that it will
+    /// touch. Throws nothing; host functions that throw do so again when they are needed.
+    static void locateAhead(const std::vector<const IndexSort*>& indexes,
+                            const QList<Record>& removed, const QList<Record>& updated,
+                            int firstColumn, int lastColumn, const QList<Record>& inserted,
+                            const QList<Record>& changed) noexcept;
+    /// Finds where removed and updated records stand, unless that is known already.
     void locateAll(const QList<Record>& removed, const QList<Record>& updated) const;
     /// Whether its cells were changed in place and no index has heard of it yet.
     bool isUntold(const Record& record) const;
     /// Whether an update of these columns alone cannot concern the index.
     bool canSkip(const QList<Record>& removed, int firstColumn, int lastColumn,
                  const QList<Record>& inserted) const;
+    /// Whether an update of these columns leaves every row in the index where it stands, and the
+    /// others outside.
+    bool isSpared(int firstColumn, int lastColumn) const;
     bool isOutOfOrder(const Place& place, SortKey key, const Record& record) const;
-    int insert(const Record& record);
-    /// Moves the record at a place to where it belongs; true when it had to move.
-    bool move(Place place, SortKey key, int& from, int& to);
+    int insert(const Record& record, const Hint* hint = nullptr);
+    /// Moves the record at a place to where it belongs; true when it had to move. `hint` may tell
+    /// where that is.
+    bool move(Place place, SortKey key, const Hint* hint, int& from, int& to);
     /// A record was changed in place.
     void update(const Record& record, int firstColumn, int lastColumn, int position);
     void recover(const QList<Record>& removed, const QList<Record>& updated,
@@ -76,7 +81,7 @@ public:
     static constexpr int FewRecords = 8; // up to here one by one is the quickest
 
 private:
-    using Approach = IndexListPrivate::Approach;
+    using KeySearch = IndexListPrivate::KeySearch;
     // How many searches wait for the memory side by side: what they fetch must stay in the cache.
     static constexpr int SideBySide = 16;
 
@@ -107,8 +112,17 @@ private:
         int to;
     };
 
+    bool knowsAll(const QList<Record>& removed, const QList<Record>& updated) const;
+    const Hint* hintOf(const Record& record) const;
+    const Place* targetOf(const Hint* hint, SortKey key) const;
+    void locateFrom(Place place, const Record& record, Hint& hint) const;
+    bool placeNow(const Record& record, const Hint* hint, Place& place) const;
+    bool isDoubtful(Place place, SortKey key, bool isBehind) const;
+    /// Whether updates are of any interest: to nobody where they move nothing and none listens.
+    bool listsUpdates() const { return !spares || d->isObserved(); }
+    void follow(const Place& place, SortKey key, const Hint* hint, int firstColumn, int lastColumn);
     void takeOut(const Record& record);
-    bool applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn);
+    void applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn);
     void collect(const QList<Record>& removed, const QList<Record>& updated);
     void findPositions(const std::vector<Hint>& hints);
     void scanFor(std::vector<Item*>& missing);
@@ -119,11 +133,14 @@ private:
     void takeIncoming(const QList<Record>& inserted);
     void sortIncoming();
     void putIncoming();
+    void putOneByOne();
+    void putByKey();
     void tellAll(int firstColumn, int lastColumn);
 
     IndexSort* q;
     IndexListPrivate* d;
     PartitionList<Record>& list;
+    bool spares = false;            // the updates leave everything where it stands
     std::vector<Item> items;        // by position, those without one last
     std::vector<Incoming> incoming; // equal ones in the order in which they came
 };

@@ -196,12 +196,17 @@ void RecordsTrans::rebase()
 {
     if (d->last < d->first)
         return;
+    const TablePrivate* table = TablePrivate::get(d->table);
     for (RecordsTransPrivate::Entry& entry : d->entries) {
-        if (entry.content.isNull())
+        if (entry.content.isNull() || entry.live.table() != d->table)
             continue;
-        for (int column = d->first; column <= d->last; ++column)
-            if (!entry.columns.contains(column))
-                entry.content.copy(entry.live, column, column);
+        for (int column = d->first; column <= d->last; ++column) {
+            const int first = column;
+            while (column <= d->last && !entry.columns.contains(column))
+                ++column;
+            if (column > first)
+                table->cells(first, column - 1).copy(entry.content.row(), entry.live.row());
+        }
     }
 }
 
@@ -220,11 +225,14 @@ int RecordsTrans::count() const
 void RecordsTrans::clear()
 {
     // The rows are released last: the transaction is empty by then, whoever looks.
-    RecordsTransPrivate old;
-    old.entries.swap(d->entries);
+    std::vector<RecordsTransPrivate::Entry> old;
+    old.swap(d->entries);
     d->places.clear();
     d->first = RecordsTransPrivate::NoFirst;
     d->last = -1;
+    old.clear();
+    if (d->entries.empty() && old.capacity() <= 4 * RecordsTransPrivate::ScanLimit)
+        d->entries.swap(old); // a little room is kept for the next entries
 }
 
 void RecordsTrans::swap(RecordsTrans& other) noexcept

@@ -8,6 +8,7 @@
 #include "index/indexsortwork_p.h"
 #include "index/indexvector.h"
 #include "index/masterindex.h"
+#include "index/timerchain_p.h"
 #include "table/table_p.h"
 
 #include <QScopeGuard>
@@ -361,8 +362,9 @@ void Table::process(RecordsTrans& transaction)
         Table* table;
         ~Stopwatch()
         {
-            table->elapsed += table->timer.nsecsElapsed();
-            m_nsecsElapsedTotal.fetch_add(table->timer.nsecsElapsed(), std::memory_order_relaxed);
+            const qint64 spent = table->timer.nsecsElapsed();
+            table->elapsed += spent;
+            m_nsecsElapsedTotal.fetch_add(spent, std::memory_order_relaxed);
         }
     } const stopwatch{this};
 
@@ -394,8 +396,13 @@ void Table::processSingleTransaction(RecordsTrans& transaction)
     QList<Record> removed = now.removed();
     QList<Record> updated = now.updated();
     const bool hasRange = now.lastColumn() >= now.firstColumn();
+    d->isDistinct = true;
+    const auto done = qScopeGuard([this] { d->isDistinct = false; });
     processSingleTransaction(removed, updated, hasRange ? now.firstColumn() : -1,
                              hasRange ? now.lastColumn() : -1, now.inserted(), now.changed());
+    now.clear();
+    if (transaction.isEmpty() && transaction.table() == this)
+        transaction.swap(now); // its memory is good for the next one
 }
 
 void Table::processSingleTransaction(QList<Record>& removed, QList<Record>& updated, int first,
@@ -414,6 +421,7 @@ void Table::processSingleTransaction(QList<Record>& removed, QList<Record>& upda
         d->apply(removed, updated, first, last, inserted, changed);
         return;
     }
+    d->isDistinct = false;
     QList<Record> ownInserted = inserted;
     QList<Record> ownChanged = changed;
     if (!allOwn)
@@ -512,8 +520,9 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
     leavingRows = &removed;
     comingRows = &inserted;
     const auto gone = qScopeGuard([this] { leavingRows = nullptr; });
+    const std::vector<const IndexSort*>& sortedOnes = sortedIndexes();
     if (removed.size() + updated.size() + inserted.size() <= IndexSortWork::FewRecords)
-        IndexSortWork::approach(sortedIndexes(), removed, updated, first, last, inserted, changed);
+        IndexSortWork::locateAhead(sortedOnes, removed, updated, first, last, inserted, changed);
     // What is thrown here stops the transaction while nothing has changed yet.
     if (master)
         master->locate(removed, updated, first, last, inserted);
@@ -528,6 +537,7 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
             cellsToCopy.copy(updated.at(i).row(), changed.at(i).row());
 
     std::exception_ptr failure;
+    const LiveTable::TimerChain chain;
     try {
         if (master)
             master->process(removed, updated, first, last, inserted);
@@ -536,6 +546,7 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
     }
     leavingRows = nullptr;
     transactionState = AfterChange;
+    auto timed = sortedOnes.cbegin();
     for (Index* index : announced) {
         if (version != indexesVersion && !indexes.contains(index))
             continue;
@@ -545,6 +556,10 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
             if (!failure)
                 failure = std::current_exception();
         }
+        if (version == indexesVersion && timed != sortedOnes.cend() && *timed == index)
+            ++timed;
+        else
+            LiveTable::TimerChain::interrupt();
     }
     untoldNow.clear();
     if (failure)

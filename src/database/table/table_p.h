@@ -130,6 +130,8 @@ public:
     /// Whether the transaction being applied updates a row that is not in the table: views may then
     /// not skip it by its columns.
     bool hasAbsentUpdates = false;
+    /// Whether it names each row once.
+    bool isDistinct = false;
     /// Rows of which cells were changed in place before any index was told: neither their values
     /// nor a filter tell where they stand. They may be dead by now.
     QSet<const unsigned char*> untold;

@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: MIT
+#include "base/slab.h"
+
+#include "base/asan_p.h"
+
+#include <QtGlobal>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <type_traits>
+
+#ifdef Q_OS_LINUX
+#include <sys/mman.h>
+#endif
+
+namespace LiveTable {
+namespace {
+
+constexpr size_t RegionBytes = size_t(2) << 20;
+constexpr size_t Alignment = 64;
+
+std::atomic<size_t> regionCount{0};
+
+// The address sanitizer watches over blocks of malloc only.
+#if defined(Q_OS_LINUX) && !defined(LIVETABLE_ASAN)
+constexpr bool hasRegions = true;
+
+void* mapRegion() noexcept
+{
+    // Twice as much, and what is not needed for an aligned half is given back.
+    void* mapped = mmap(nullptr, 2 * RegionBytes, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (mapped == MAP_FAILED)
+        return nullptr;
+    char* const begin = static_cast<char*>(mapped);
+    const size_t skipped = (RegionBytes - reinterpret_cast<uintptr_t>(begin)) % RegionBytes;
+    char* const region = begin + skipped;
+    if (skipped > 0)
+        munmap(begin, skipped);
+    munmap(region + RegionBytes, RegionBytes - skipped);
+    madvise(region, RegionBytes, MADV_HUGEPAGE); // where there are none, small ones do
+    return region;
+}
+
+void unmapRegion(void* region) noexcept
+{
+    munmap(region, RegionBytes);
+}
+#else
+constexpr bool hasRegions = false;
+void* mapRegion() noexcept
+{
+    return nullptr;
+}
+void unmapRegion(void*) noexcept {}
+#endif
+
+// At the end of a region, where no block reaches.
+struct Region
+{
+    Region* next; // of those with room
+    Region* previous;
+    void* freeBlock; // each links to the next
+    size_t used;     // bytes cut so far
+    size_t live;     // blocks
+};
+static_assert(sizeof(Region) <= Alignment);
+
+char* begin(Region* region) noexcept
+{
+    return reinterpret_cast<char*>(region) + Alignment - RegionBytes;
+}
+
+Region* regionOf(void* block) noexcept
+{
+    const auto address = reinterpret_cast<uintptr_t>(block);
+    return reinterpret_cast<Region*>((address | (RegionBytes - 1)) + 1 - Alignment);
+}
+
+// All blocks of one size.
+class Size
+{
+public:
+    Slab::Block allocate(size_t size) noexcept
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        if (hasRegions && plainBytes + size > RegionBytes && (withRoom || addRegion()))
+            return {cut(size), false};
+        void* memory = nullptr;
+        if (posix_memalign(&memory, size == Slab::LargestBlock ? size : Alignment, size) != 0)
+            return {nullptr, true};
+        plainBytes += size;
+        return {memory, true};
+    }
+
+    void free(Slab::Block block, size_t size) noexcept
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        if (block.isPlain) {
+            std::free(block.memory);
+            plainBytes -= size;
+            return;
+        }
+        Region* region = regionOf(block.memory);
+        if (isFull(region, size))
+            link(region);
+        std::memcpy(block.memory, &region->freeBlock, sizeof(void*));
+        region->freeBlock = block.memory;
+        // One empty region is kept, so that a block coming and going does not cost one each time.
+        if (--region->live == 0 && (region->next || region->previous)) {
+            unlink(region);
+            unmapRegion(begin(region));
+            --regionCount;
+        }
+    }
+
+private:
+    static bool isFull(const Region* region, size_t size) noexcept
+    {
+        // The last block of 64 KiB shares its end with the region.
+        const size_t room = size == Slab::LargestBlock ? RegionBytes : RegionBytes - Alignment;
+        return !region->freeBlock && region->used + size > room;
+    }
+
+    bool addRegion() noexcept
+    {
+        void* memory = mapRegion();
+        if (!memory)
+            return false;
+        link(new (regionOf(memory)) Region{nullptr, nullptr, nullptr, 0, 0});
+        ++regionCount;
+        return true;
+    }
+
+    void* cut(size_t size) noexcept
+    {
+        Region* region = withRoom;
+        void* block = region->freeBlock;
+        if (block) {
+            std::memcpy(&region->freeBlock, block, sizeof(void*));
+        } else {
+            block = begin(region) + region->used;
+            region->used += size;
+        }
+        ++region->live;
+        if (isFull(region, size))
+            unlink(region);
+        return block;
+    }
+
+    void link(Region* region) noexcept
+    {
+        region->previous = nullptr;
+        region->next = withRoom;
+        if (withRoom)
+            withRoom->previous = region;
+        withRoom = region;
+    }
+
+    void unlink(Region* region) noexcept
+    {
+        (region->previous ? region->previous->next : withRoom) = region->next;
+        if (region->next)
+            region->next->previous = region->previous;
+        region->next = region->previous = nullptr;
+    }
+
+    std::mutex mutex;
+    Region* withRoom = nullptr;
+    size_t plainBytes = 0;
+};
+
+Size& sizeOf(size_t size) noexcept
+{
+    // Made before the program starts and never destroyed, as rows may live longer than anything.
+    static Size sizes[Slab::LargestSmall / Alignment + 1];
+    static_assert(std::is_trivially_destructible_v<Size>);
+    return sizes[size == Slab::LargestBlock ? 0 : size / Alignment];
+}
+
+} // namespace
+
+Slab::Block Slab::allocate(size_t size) noexcept
+{
+    Q_ASSERT(isServed(size));
+    return sizeOf(size).allocate(size);
+}
+
+void Slab::free(Block block, size_t size) noexcept
+{
+    if (block.memory)
+        sizeOf(size).free(block, size);
+}
+
+size_t Slab::regionBytes() noexcept
+{
+    return regionCount * RegionBytes;
+}
+
+} // namespace LiveTable
