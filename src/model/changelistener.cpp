@@ -39,7 +39,14 @@ void ChangeListener::moveBack()
 void ChangeListener::forget()
 {
     cells.clear();
-    std::vector<Record>().swap(rowsBefore);
+    rowsBefore.reset();
+}
+
+// Also called when the table builds its indexes anew for other reasons; they tell that themselves.
+void ChangeListener::build()
+{
+    if (table && shownBy.size() != static_cast<size_t>(table->columnCount()))
+        onNewColumn();
 }
 
 QString ChangeListener::getClassName() const
@@ -88,9 +95,8 @@ void ChangeListener::preprocess(const QList<Record>&, const QList<Record>& updat
     if (n > 1)
         uniteTwice();
     // With fewer rows coming in than this an index does not sort itself anew.
-    const int coming = updated.size() + inserted.size();
-    if (coming > 1 && coming >= source->count() / 2)
-        rowsBefore.assign(source->begin(), source->end());
+    if (updated.size() + inserted.size() > source->count() / 2)
+        rowsBefore.emplace(source->begin(), source->end());
 }
 
 void ChangeListener::note(const Record& before, const Record& after, int firstColumn,

@@ -11,6 +11,8 @@
 #include <QTimer>
 
 #include <deque>
+#include <functional>
+#include <optional>
 #include <utility>
 
 /// Takes the table's lock for a scope; nothing when the table is gone.
@@ -64,11 +66,16 @@ public:
     const Cells* find(const Record& record) const;
     const std::vector<Cells>& all() const { return cells; }
     /// The index before the present transaction, if that may lead to an index sorted anew. Taken.
-    std::vector<Record> takeRowsBefore() { return std::exchange(rowsBefore, {}); }
+    std::optional<std::vector<Record>> takeRowsBefore()
+    {
+        return std::exchange(rowsBefore, std::nullopt);
+    }
     void forget();
+    /// Called when the table has got a column.
+    std::function<void()> onNewColumn;
 
     void clear() override { forget(); }
-    void build() override {}
+    void build() override;
     void add(const Record&) override {}
     void remove(const Record&, int) override {}
     void update(const Record&, int, int, int) override {}
@@ -92,7 +99,7 @@ private:
     QPointer<Table> table;
     std::vector<ColumnSet> shownBy; // for each table column
     std::vector<Cells> cells;       // by row address
-    std::vector<Record> rowsBefore;
+    std::optional<std::vector<Record>> rowsBefore;
 };
 
 /// When and how cells changed, for as long as that is asked for.
@@ -165,6 +172,7 @@ public:
 private:
     bool isForeignThread() const;
     void noteCells(RowChange& change, int row, int firstColumn, int lastColumn);
+    void startAnew();
     void noteAll(RowChange& change);
     void take(const RowChange& change, int rowsBefore);
     void schedule();

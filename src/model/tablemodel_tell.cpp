@@ -22,6 +22,7 @@ TableModelPrivate::TableModelPrivate(TableModel* model, IndexList* shown)
     const TableLockScope lock(table);
     rows = index->count();
     index->addObserver(this);
+    listener.onNewColumn = [this] { startAnew(); };
     listener.attach(index);
     if (!table)
         return;
@@ -84,14 +85,18 @@ void TableModelPrivate::indexChanged(const IndexList& changed, const IndexChange
 
 void TableModelPrivate::indexReset(const IndexList& changed)
 {
-    const std::vector<Record> before = listener.takeRowsBefore();
-    if (!before.empty()) {
+    if (const auto before = listener.takeRowsBefore()) {
         // A transaction so big that the index has sorted itself anew.
-        RowChange change = LiveTable::difference(before, changed);
+        RowChange change = LiveTable::difference(*before, changed);
         noteAll(change);
-        take(change, static_cast<int>(before.size()));
+        take(change, static_cast<int>(before->size()));
         return;
     }
+    startAnew();
+}
+
+void TableModelPrivate::startAnew()
+{
     pending.clear();
     isResetPending = true;
     if (isTelling || isForeignThread()) {

@@ -240,14 +240,14 @@ public:
             return shadow.fault(*world.index);
         if (shadow.resets > (act == 0))
             return "a reset for an update";
-        if (shadow.needless && batches == 0 && act > 3 && !wasNested)
+        if (shadow.needless && batches == 0 && act > 3 && act < 24 && !wasNested)
             return "cells told that have not changed";
         if (heldRecord.isNull() || shadow.resets)
             return QString();
         if (held.isValid() && model.record(held.row()) != heldRecord &&
             !model.record(held.row()).isNull())
             return "a persistent index lost its row";
-        if (!held.isValid() && kind != List && !model.hasPendingChanges() &&
+        if (!held.isValid() && kind != List && !wasNested && !model.hasPendingChanges() &&
             world.index->contains(heldRecord))
             return "a persistent index died";
         return QString();
