@@ -21,7 +21,8 @@ void ChangeListener::attach(IndexList* index)
 void ChangeListener::detach()
 {
     forget();
-    if (table)
+    // A bulk load may have put it back beside the place that it had taken again itself.
+    while (table && table->indexes().contains(this))
         table->removeIndex(this);
     source = nullptr;
     table = nullptr;

@@ -4,6 +4,7 @@
 #include <QHash>
 
 #include <algorithm>
+#include <numeric>
 
 namespace LiveTable {
 
@@ -59,11 +60,16 @@ int RowChange::steps() const
 
 RowChange difference(const std::vector<Record>& before, const IndexList& now)
 {
+    RowChange change;
+    if (before.empty()) {
+        change.inserted.resize(static_cast<size_t>(now.count()));
+        std::iota(change.inserted.begin(), change.inserted.end(), 0);
+        return change;
+    }
     QHash<const unsigned char*, int> places;
     places.reserve(now.count());
     for (const Record& record : now)
         places.insert(record.row(), places.size());
-    RowChange change;
     std::vector<int> targets(before.size());
     std::vector<bool> isTaken(static_cast<size_t>(now.count()));
     for (size_t i = 0; i < before.size(); ++i) {

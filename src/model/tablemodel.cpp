@@ -145,14 +145,15 @@ QVariant TableModel::data(const QModelIndex& index, int role) const
 {
     if (!index.isValid() || index.model() != this || index.column() >= d->columns.size())
         return QVariant();
-    if (role == Qt::TextAlignmentRole) {
+    const bool isAlignment = role == Qt::TextAlignmentRole;
+    if (role != Qt::DisplayRole && role != Qt::EditRole && role < SortRole && !isAlignment)
+        return QVariant();
+    const TableLockScope lock(d->table);
+    if (isAlignment) {
         const Table* table = d->table;
         const bool isRight = table && isNumber(table->columnType(d->columns.at(index.column())));
         return int((isRight ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter);
     }
-    if (role != Qt::DisplayRole && role != Qt::EditRole && role < SortRole)
-        return QVariant();
-    const TableLockScope lock(d->table);
     const Record& record = d->recordAt(index.row());
     const Field cell = record.data(d->columns.at(index.column()));
     switch (role) {
@@ -233,6 +234,7 @@ QString TableModel::lastError() const
 
 void TableModel::setFlushInterval(int milliseconds)
 {
+    const TableLockScope lock(d->table);
     d->intervalMs = qMax(milliseconds, 0);
     d->flush();
 }

@@ -22,16 +22,21 @@ class TableModelPrivate;
 ///
 /// **Signals.** Every change of the index becomes exact signals: rowsInserted and rowsRemoved in
 /// ranges, rowsMoved for single rows, dataChanged for neighbouring rows together and only for the
-/// columns whose cells differ. They come in this order: removals from the last to the first, moves,
-/// insertions, then changed cells; persistent indexes and selections follow their rows. When one
-/// change takes more than layoutThreshold() structural signals it is told by at most one
-/// rowsInserted at the end, one layoutChanged, and one rowsRemoved at the end. modelReset means
-/// that the content is new as a whole (the index was cleared, built or sorted again by its owner or
-/// after a failure, the table got a column, table or index died), never an update of rows.
-/// While signals are on their way rowCount(), data() and record() answer for exactly the state that
-/// was told so far, with the cells' newest values. A row that is about to be removed has left the
-/// index already: its cells are empty and its record is null. A plain IndexList takes an updated
-/// record out and appends it; that is what the model then tells.
+/// columns whose cells differ (columns from the 64th on count as one). They come in this order:
+/// removals from the last to the first, moves, insertions, then changed cells; persistent indexes
+/// and selections follow their rows. When one change takes more than layoutThreshold() structural
+/// signals it is told by at most one rowsInserted at the end, one layoutChanged, and one
+/// rowsRemoved at the end; and more dataChanged than that become one, from the first row to the
+/// last. modelReset means that the content is new as a whole (the index was cleared, built or
+/// sorted again by its owner or after a failure, the table got a column, table or index died),
+/// never an update of rows.
+///
+/// While signals are on their way rowCount(), data() and record() answer for exactly the rows that
+/// were told so far, with the cells' newest values: a transaction writes all its rows before the
+/// first signal. (Sort by the index, then, and not by a QSortFilterProxyModel on top, which may
+/// misplace a row while its neighbour's change is still to be told.) A row that is about to be
+/// removed has left the index already: its cells are empty and its record is null. A plain
+/// IndexList takes an updated record out and appends it; that is what the model then tells.
 ///
 /// **Batches.** With a flush interval or between freeze() and thaw() the rows stay as they were
 /// told last, whatever the index does meanwhile, and then one batch tells the difference: a row
@@ -47,13 +52,16 @@ class TableModelPrivate;
 /// the table on another thread are queued: they are noted under the writer's Table::lock, which a
 /// writer on another thread must hold as for any reader (Table::beginUpdate does), and told as one
 /// batch from the event loop of the model's thread. Every reading call of the model takes
-/// Table::lock for a moment. So a writer must not wait for the model's thread while it holds the
-/// lock. Index and table must die, and the model be made, on the model's thread.
+/// Table::lock for a moment, and a batch holds it while its signals are on their way. So a writer
+/// must not wait for the model's thread while it holds the lock. Index and table must die, and the
+/// model be made, on the model's thread.
 ///
 /// **Cost.** A change costs the same at any number of rows, besides what the index itself takes; a
 /// batch costs O(changes), and each change noted for it O(sqrt(changes)). Only a transaction that
 /// updates or inserts at least half as many rows as the index has makes the model look at all of
-/// them. Make the model after the index was attached to its table.
+/// them. The model adds a listener of its own, of the class name "TableModel", to the table's
+/// indexes and keeps it behind all others; without it (Table::setIndexes may throw it out)
+/// dataChanged tells whole transactions' column ranges, and mass changes are a modelReset.
 ///
 /// **Errors.** An unknown column throws the QString "Column '%1' not found to create model.".
 /// Nothing else throws. What goes wrong in setData() is told by its result, lastError() and
@@ -91,7 +99,7 @@ public:
                               ///< row was written in place, so the value before is not known
     };
 
-    /// Shows all columns of the index's table, later ones too.
+    /// Shows all columns of the index's table, later ones too. A null index gives an empty model.
     explicit TableModel(IndexList* index, QObject* parent = nullptr);
     /// Shows these columns in this order. Throws as told above.
     TableModel(IndexList* index, const QStringList& columns, QObject* parent = nullptr);
@@ -103,8 +111,8 @@ public:
     // Columns. Model columns count from 0 in the order chosen; table columns are those of Table.
 
     /// Chooses the columns, by name or number, with a modelReset. One may be chosen more than once.
-    /// All become read-only. An empty list shows all columns of the table. Throws as told above,
-    /// with nothing changed.
+    /// All become read-only. An empty list shows all columns of the table. Not to be called from a
+    /// slot of the model's own signals. Throws as told above, with nothing changed.
     void setColumns(const QStringList& names);
     void setColumns(const QVector<int>& tableColumns);
     /// The table columns shown.
