@@ -108,8 +108,13 @@ struct Shadow : QObject
     explicit Shadow(TableModel* followed)
         : model(followed)
     {
+        const auto readAll = [this] {
+            rows.clear();
+            for (int row = 0; row < model->rowCount(); ++row)
+                rows.push_back(read(row));
+        };
         readAll();
-        connect(model, &TableModel::modelReset, this, [this] { readAll(), ++resets; });
+        connect(model, &TableModel::modelReset, this, [this, readAll] { readAll(), ++resets; });
         connect(model, &TableModel::rowsInserted, this, [this](auto&, int first, int last) {
             for (int row = first; row <= last; ++row)
                 rows.insert(rows.begin() + row, read(row));
@@ -159,32 +164,23 @@ struct Shadow : QObject
             texts.append(textAt(row, column));
         return {model->record(row), texts};
     }
-    void readAll()
-    {
-        rows.clear();
-        for (int row = 0; row < model->rowCount(); ++row)
-            rows.push_back(read(row));
-    }
-    /// Empty when it equals the index, down to each text.
+    /// Empty when it equals the index, down to each text. While changes wait: when the model has
+    /// the rows as told, and null records where one has left.
     QString fault(const IndexList& index) const
     {
-        if (int(rows.size()) != index.count() || model->rowCount() != index.count())
+        const bool isPending = model->hasPendingChanges();
+        if (model->rowCount() != int(rows.size()) ||
+            (!isPending && index.count() != int(rows.size())))
             return QString("%1 rows for %2").arg(rows.size()).arg(index.count());
-        for (int row = 0; row < index.count(); ++row)
-            if (rows[size_t(row)].record != index.at(row) || model->record(row) != index.at(row) ||
-                rows[size_t(row)].texts != read(row).texts || model->rowOf(index.at(row)) != row)
-                return QString("row %1").arg(row);
-        return QString();
-    }
-    /// The same while changes wait: rows as told, empty where the record has left.
-    QString pendingFault(const IndexList& index) const
-    {
         for (int row = 0; row < model->rowCount(); ++row) {
-            const Record& told = rows[size_t(row)].record;
+            const Row& told = rows[size_t(row)];
             const Record now = model->record(row);
-            if (now.isNull() ? index.contains(told) && model->rowOf(told) >= 0
-                             : now != told || model->rowOf(told) != row)
-                return QString("pending row %1").arg(row);
+            const bool isLost = isPending && now.isNull();
+            if (isLost ? index.contains(told.record) && model->rowOf(told.record) >= 0
+                       : now != told.record || model->rowOf(now) != row)
+                return QString("row %1").arg(row);
+            if (!isPending && (now != index.at(row) || told.texts != read(row).texts))
+                return QString("content of row %1").arg(row);
         }
         return QString();
     }
@@ -231,14 +227,14 @@ public:
         const Record heldRecord = held.data(TableModel::RecordRole).value<Record>();
         const int act = below(40);
         change(act);
-        if (model.hasPendingChanges() && !shadow.pendingFault(*world.index).isEmpty())
-            return shadow.pendingFault(*world.index);
+        const QString pendingFault = shadow.fault(*world.index);
         if (batches == 2 && below(3) == 0)
             model.isFrozen() ? model.thaw() : model.freeze();
         while (model.hasPendingChanges() && !model.isFrozen() && below(3))
             model.flush();
-        if (!model.hasPendingChanges() && !shadow.fault(*world.index).isEmpty())
-            return shadow.fault(*world.index);
+        const QString fault = pendingFault + shadow.fault(*world.index);
+        if (!fault.isEmpty())
+            return fault;
         if (shadow.resets > (act == 0))
             return "a reset for an update";
         if (shadow.needless && batches == 0 && act > 3 && act < 24 && !wasNested)
@@ -280,8 +276,8 @@ private:
             if (auto* sorted = dynamic_cast<IndexSort*>(world.index))
                 sorted->resort();
         } else if (act == 1 && !row.isNull()) { // in place, of which nobody knows the old value
-            row.data(1) = decimal::fromMantissa(below(600), 2);
-            table->updated(row, 1, 1);
+            row.data(2) = QString(QChar('a' + below(26)));
+            table->updated(row, 2, 2);
         } else if (act == 2) {
             table->appendRow();
         } else if (act == 3) {
@@ -317,8 +313,6 @@ class tst_TableModel : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void randomChanges_data();
     void randomChanges();
     void manyPieces();
     void selectionFollows();
@@ -330,29 +324,10 @@ private Q_SLOTS:
     void otherThread();
 };
 
-void tst_TableModel::initTestCase()
-{
-    // The warnings that rows written in place cause are not the matter here.
-    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext&, const QString& text) {
-        if (type != QtWarningMsg || !text.startsWith("update"))
-            fprintf(stderr, "%s\n", qPrintable(text));
-    });
-}
-
-void tst_TableModel::randomChanges_data()
-{
-    QTest::addColumn<bool>("isFirst");
-    QTest::newRow("first") << true;
-    QTest::newRow("second") << false;
-}
-
 void tst_TableModel::randomChanges()
 {
-    QFETCH(bool, isFirst);
     const QVector<quint32> seeds = testSeeds(1000);
     for (const quint32 seed : seeds) {
-        if (seeds.size() > 1 && (seed <= 500) != isFirst)
-            continue;
         const SeedScope scope(seed);
         Run run(seed);
         for (int i = 0; i < 300; ++i) {
@@ -377,7 +352,7 @@ void tst_TableModel::manyPieces()
         else
             world.table->remove(row), world.table->appendList({world.makeRow(i, i)});
     }
-    QCOMPARE(shadow.pendingFault(*world.index), QString());
+    QCOMPARE(shadow.fault(*world.index), QString());
     model.thaw();
     QCOMPARE(shadow.fault(*world.index), QString());
     QVERIFY(shadow.layouts == 1 && shadow.resets == 0);
@@ -404,7 +379,6 @@ void tst_TableModel::selectionFollows()
 
 void tst_TableModel::roles()
 {
-    QLocale::setDefault(QLocale::c());
     World world(Arrival, 1);
     const Record row = world.table->at(0);
     row.data(1) = decimal::fromMantissa(123450, 2);
@@ -508,8 +482,8 @@ void tst_TableModel::deaths()
 {
     QVector<int> order{0, 1, 2};
     do {
-        for (const Kind kind : {View, Arrival})
-            for (const bool isFrozen : {false, true}) {
+        for (const int isFrozen : {0, 1})
+            for (const Kind kind : {View, Arrival}) {
                 World world(kind, 5);
                 auto* model = new TableModel(world.index);
                 QAbstractItemModelTester tester(
