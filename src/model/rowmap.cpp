@@ -41,6 +41,22 @@ std::vector<bool> ascending(const std::vector<int>& targets)
     return marks;
 }
 
+// The first i for which values(i) - i, which never falls, is above `base`.
+template <typename Values>
+int firstAbove(int base, size_t count, Values values)
+{
+    size_t low = 0;
+    size_t high = count;
+    while (low < high) {
+        const size_t middle = low + (high - low) / 2;
+        if (values(middle) - static_cast<int>(middle) > base)
+            high = middle;
+        else
+            low = middle + 1;
+    }
+    return static_cast<int>(low);
+}
+
 } // namespace
 
 // --- changes ---
@@ -115,22 +131,6 @@ RowMap::Extras::const_iterator RowMap::extraAt(int row) const
 {
     return std::lower_bound(extras.begin(), extras.end(), row,
                             [](const Extra& extra, int at) { return extra.row < at; });
-}
-
-// The first i for which values(i) - i, which never falls, is above `base`.
-template <typename Values>
-static int firstAbove(int base, size_t count, Values values)
-{
-    size_t low = 0;
-    size_t high = count;
-    while (low < high) {
-        const size_t middle = low + (high - low) / 2;
-        if (values(middle) - static_cast<int>(middle) > base)
-            high = middle;
-        else
-            low = middle + 1;
-    }
-    return static_cast<int>(low);
 }
 
 int RowMap::target(int row) const
@@ -276,26 +276,23 @@ PendingRows::Place PendingRows::startAt(int row)
     const Piece piece = pieces[place.piece];
     pieces[place.piece].count = row;
     chunks[place.chunk].rows -= piece.count - row;
-    const int wanted = row;
     insert({place.chunk, place.piece + 1},
-           {piece.first + wanted, piece.count - wanted, piece.columns, piece.isMoved});
+           {piece.first + row, piece.count - row, piece.columns, piece.isMoved});
     ++place.piece;
     if (place.piece >= chunks[place.chunk].pieces.size())
         place = {place.chunk + 1, place.piece - chunks[place.chunk].pieces.size()};
     return place;
 }
 
-PendingRows::Piece& PendingRows::single(int row)
+PendingRows::Place PendingRows::singleAt(int row)
 {
     startAt(row + 1);
-    const Place place = startAt(row);
-    return chunks[place.chunk].pieces[place.piece];
+    return startAt(row);
 }
 
 PendingRows::Piece PendingRows::takeAt(int row)
 {
-    single(row);
-    const Place place = startAt(row);
+    const Place place = singleAt(row);
     Chunk& chunk = chunks[place.chunk];
     const Piece piece = chunk.pieces[place.piece];
     chunk.pieces.erase(chunk.pieces.begin() + static_cast<long>(place.piece));
@@ -342,8 +339,10 @@ void PendingRows::add(const RowChange& change, int rowsBefore)
     std::sort(in.begin(), in.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     for (const auto& [row, piece] : in)
         putAt(row, piece);
-    for (const RowChange::Cells& cells : change.changed)
-        single(cells.row).columns |= cells.columns;
+    for (const RowChange::Cells& cells : change.changed) {
+        const Place place = singleAt(cells.row);
+        chunks[place.chunk].pieces[place.piece].columns |= cells.columns;
+    }
 }
 
 RowChange PendingRows::total() const

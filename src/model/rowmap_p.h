@@ -114,12 +114,13 @@ private:
         size_t chunk;
         size_t piece;
     };
-    static constexpr size_t chunkSize = 256;
+    static constexpr size_t chunkSize = 512;
 
     Place startAt(int row);
     Piece takeAt(int row);
     void putAt(int row, const Piece& piece);
-    Piece& single(int row);
+    /// Parts a piece of its own off for the row.
+    Place singleAt(int row);
     void insert(const Place& place, const Piece& piece);
 
     std::vector<Chunk> chunks;

@@ -82,6 +82,8 @@ void TableModelPrivate::setColumns(const QVector<int>& wanted)
     columns = wanted;
     isEditable.clear();
     reset();
+    if (isPending()) // what slots have changed
+        resume();
 }
 
 void TableModel::setColumns(const QStringList& names)
