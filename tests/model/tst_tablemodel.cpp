@@ -508,6 +508,8 @@ void tst_TableModel::deaths()
                         world.table.reset();
                     if (who != 2 && world.table)
                         world.table->appendRow();
+                    if (!isAlive && world.table)
+                        QCOMPARE(world.table->indexes().size(), world.owned ? 1 : 0);
                     if (isAlive && (who == 2 || kind == View)) {
                         QCOMPARE(model->rowCount(), 0);
                         QVERIFY(model->record(0).isNull() && model->rowOf(Record()) == -1);
