@@ -408,3 +408,4 @@ private:
 };
 
 #include "container/partitionlist-inl.h"
+#include "container/partitionsearch-inl.h"
