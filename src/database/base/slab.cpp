@@ -3,6 +3,8 @@
 
 #include "base/asan_p.h"
 
+#include <QRunnable>
+#include <QThreadPool>
 #include <QtGlobal>
 
 #include <atomic>
@@ -12,6 +14,7 @@
 #include <mutex>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 #ifdef Q_OS_LINUX
 #include <sys/mman.h>
@@ -22,6 +25,7 @@ namespace {
 
 constexpr size_t RegionBytes = size_t(2) << 20;
 constexpr size_t Alignment = 64;
+constexpr size_t RegionsBeforeAhead = 8;
 
 std::atomic<size_t> regionCount{0};
 
@@ -50,6 +54,14 @@ void unmapRegion(void* region) noexcept
 {
     munmap(region, RegionBytes);
 }
+
+void clearPages(void* region) noexcept
+{
+    // Large pages take one touch each, small ones many.
+    constexpr size_t pageBytes = 4096;
+    for (size_t at = 0; at < RegionBytes; at += pageBytes)
+        static_cast<volatile char*>(region)[at] = 0;
+}
 #else
 constexpr bool hasRegions = false;
 void* mapRegion() noexcept
@@ -57,6 +69,7 @@ void* mapRegion() noexcept
     return nullptr;
 }
 void unmapRegion(void*) noexcept {}
+void clearPages(void*) noexcept {}
 #endif
 
 // At the end of a region, where no block reaches.
@@ -115,6 +128,7 @@ public:
             unlink(region);
             unmapRegion(begin(region));
             --regionCount;
+            --regions;
         }
     }
 
@@ -128,18 +142,52 @@ private:
 
     bool addRegion() noexcept
     {
-        void* memory = mapRegion();
-        if (!memory)
-            return false;
+        void* memory = std::exchange(ahead, nullptr);
+        if (!memory) {
+            memory = mapRegion();
+            if (!memory)
+                return false;
+            ++regionCount;
+        }
         link(new (regionOf(memory)) Region{nullptr, nullptr, nullptr, 0, 0});
-        ++regionCount;
+        ++regions;
         return true;
+    }
+
+    // A table that grows and grows waits longer for the system to clear its pages than for anything
+    // else. If a thread of the pool has nothing to do, it makes the next region ready meanwhile.
+    void prepareNext()
+    {
+        if (isPreparing || ahead || regions < RegionsBeforeAhead)
+            return;
+        QRunnable* job = QRunnable::create([this] { prepare(); });
+        isPreparing = QThreadPool::globalInstance()->tryStart(job);
+        if (!isPreparing)
+            delete job;
+    }
+
+    void prepare() noexcept
+    {
+        void* memory = mapRegion();
+        if (memory) {
+            clearPages(memory);
+            ++regionCount;
+        }
+        const std::lock_guard<std::mutex> guard(mutex);
+        ahead = memory;
+        isPreparing = false;
     }
 
     void* cut(size_t size) noexcept
     {
         Region* region = withRoom;
         void* block = region->freeBlock;
+        if (size == Slab::LargestBlock && region->used == RegionBytes / 2 && !block) {
+            try {
+                prepareNext();
+            } catch (...) { // it was only to save time
+            }
+        }
         if (block) {
             std::memcpy(&region->freeBlock, block, sizeof(void*));
         } else {
@@ -172,6 +220,9 @@ private:
     std::mutex mutex;
     Region* withRoom = nullptr;
     size_t plainBytes = 0;
+    size_t regions = 0;
+    void* ahead = nullptr; // the next region, its pages ready
+    bool isPreparing = false;
 };
 
 Size& sizeOf(size_t size) noexcept

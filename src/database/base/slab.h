@@ -14,7 +14,8 @@ namespace LiveTable {
 /// 2 MiB, for which the system is asked for large pages. Small tables never get there: their blocks
 /// come from malloc.
 ///
-/// Threads: both functions may be called on any thread; one uncontended lock each. Cost: a few
+/// Threads: both functions may be called on any thread; one uncontended lock each. While a table
+/// grows past 16 MiB an idle thread of Qt's global pool makes the next region ready. Cost: a few
 /// instructions; a region is given back when its last block is. Errors: none; see allocate().
 class LIVETABLE_EXPORT Slab
 {

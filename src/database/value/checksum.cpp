@@ -6,6 +6,7 @@
 #include <QtEndian>
 
 #include <array>
+#include <cstring>
 
 #if defined(__x86_64__) && defined(__GNUC__)
 #define LIVETABLE_HAS_CLMUL 1
@@ -99,26 +100,14 @@ LIVETABLE_CLMUL inline __m128i constant(quint64 high, quint64 low)
     return _mm_set_epi64x(static_cast<qint64>(high), static_cast<qint64>(low));
 }
 
-LIVETABLE_CLMUL quint64 crc64UpdateClmul(quint64 crc, const unsigned char* data,
-                                         std::size_t length) noexcept
+// Brings a row of blocks, and the bytes behind them, to an end.
+LIVETABLE_CLMUL inline quint64 finish(const __m128i* blocks, int n, const unsigned char* data,
+                                      std::size_t length)
 {
-    constexpr std::size_t step = lanes * laneBytes;
-    if (length < 2 * step)
-        return LiveTable::crc64UpdatePortable(crc, data, length);
     constexpr quint64 nextHigh = remainderOfPower(128 + 64), nextLow = remainderOfPower(128);
-    constexpr quint64 farHigh = remainderOfPower(1024 + 64), farLow = remainderOfPower(1024);
     const __m128i next = constant(nextHigh, nextLow);
-    const __m128i far = constant(farHigh, farLow);
-
-    __m128i blocks[lanes];
-    for (std::size_t i = 0; i < lanes; ++i)
-        blocks[i] = loadBlock(data + i * laneBytes);
-    blocks[0] = _mm_xor_si128(blocks[0], constant(crc, 0));
-    for (data += step, length -= step; length >= step; data += step, length -= step)
-        for (std::size_t i = 0; i < lanes; ++i)
-            blocks[i] = _mm_xor_si128(moved(blocks[i], far), loadBlock(data + i * laneBytes));
     __m128i whole = blocks[0];
-    for (std::size_t i = 1; i < lanes; ++i)
+    for (int i = 1; i < n; ++i)
         whole = _mm_xor_si128(moved(whole, next), blocks[i]);
     for (; length >= laneBytes; data += laneBytes, length -= laneBytes)
         whole = _mm_xor_si128(moved(whole, next), loadBlock(data));
@@ -128,8 +117,62 @@ LIVETABLE_CLMUL quint64 crc64UpdateClmul(quint64 crc, const unsigned char* data,
     unsigned char rest[laneBytes];
     qToBigEndian(words[1], rest);
     qToBigEndian(words[0], rest + 8);
-    crc = LiveTable::crc64UpdatePortable(0, rest, laneBytes);
+    const quint64 crc = LiveTable::crc64UpdatePortable(0, rest, laneBytes);
     return LiveTable::crc64UpdatePortable(crc, data, length);
+}
+
+LIVETABLE_CLMUL quint64 crc64UpdateClmul(quint64 crc, const unsigned char* data,
+                                         std::size_t length) noexcept
+{
+    constexpr std::size_t step = lanes * laneBytes;
+    if (length < 2 * step)
+        return LiveTable::crc64UpdatePortable(crc, data, length);
+    constexpr quint64 farHigh = remainderOfPower(1024 + 64), farLow = remainderOfPower(1024);
+    const __m128i far = constant(farHigh, farLow);
+
+    __m128i blocks[lanes];
+    for (std::size_t i = 0; i < lanes; ++i)
+        blocks[i] = loadBlock(data + i * laneBytes);
+    blocks[0] = _mm_xor_si128(blocks[0], constant(crc, 0));
+    for (data += step, length -= step; length >= step; data += step, length -= step)
+        for (std::size_t i = 0; i < lanes; ++i)
+            blocks[i] = _mm_xor_si128(moved(blocks[i], far), loadBlock(data + i * laneBytes));
+    return finish(blocks, lanes, data, length);
+}
+
+// The same with four blocks in a register of 512 bits, sixteen on their way.
+#define LIVETABLE_WIDE_CLMUL __attribute__((target("avx512f,avx512bw,vpclmulqdq,pclmul,ssse3")))
+
+LIVETABLE_WIDE_CLMUL quint64 crc64UpdateWide(quint64 crc, const unsigned char* data,
+                                             std::size_t length) noexcept
+{
+    constexpr int registers = 4;
+    constexpr std::size_t registerBytes = 4 * laneBytes;
+    constexpr std::size_t step = registers * registerBytes;
+    if (length < 2 * step)
+        return crc64UpdateClmul(crc, data, length);
+    constexpr quint64 farHigh = remainderOfPower(2048 + 64), farLow = remainderOfPower(2048);
+    const __m512i far = _mm512_maskz_broadcast_i32x4(0xFFFF, constant(farHigh, farLow));
+    const __m512i reversed = _mm512_maskz_broadcast_i32x4(
+        0xFFFF, _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15));
+
+    __m512i blocks[registers];
+    for (std::size_t i = 0; i < registers; ++i)
+        blocks[i] = _mm512_shuffle_epi8(_mm512_loadu_si512(data + i * registerBytes), reversed);
+    blocks[0] = _mm512_xor_si512(blocks[0],
+                                 _mm512_set_epi64(0, 0, 0, 0, 0, 0, static_cast<qint64>(crc), 0));
+    for (data += step, length -= step; length >= step; data += step, length -= step) {
+        for (std::size_t i = 0; i < registers; ++i) {
+            const __m512i next =
+                _mm512_shuffle_epi8(_mm512_loadu_si512(data + i * registerBytes), reversed);
+            blocks[i] = _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(blocks[i], far, 0x11),
+                                                  _mm512_clmulepi64_epi128(blocks[i], far, 0x00),
+                                                  next, 0x96); // all three by exclusive or
+        }
+    }
+    __m128i narrow[4 * registers];
+    std::memcpy(narrow, blocks, sizeof(narrow));
+    return finish(narrow, 4 * registers, data, length);
 }
 
 } // namespace
@@ -138,8 +181,11 @@ LIVETABLE_CLMUL quint64 crc64UpdateClmul(quint64 crc, const unsigned char* data,
 LiveTable::Crc64Update LiveTable::selectCrc64Update() noexcept
 {
 #ifdef LIVETABLE_HAS_CLMUL
-    if (__builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3"))
+    if (__builtin_cpu_supports("pclmul") && __builtin_cpu_supports("ssse3")) {
+        if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("vpclmulqdq"))
+            return crc64UpdateWide;
         return crc64UpdateClmul;
+    }
 #endif
     return crc64UpdatePortable;
 }
