@@ -3,6 +3,7 @@
 // views are ready SortedViews, or written as a host would, with a compare() of its own.
 #include "views.h"
 
+#include "index/keyindex.h"
 #include "index/masterindex.h"
 #include "index/sortedview.h"
 #include "table/recordstrans.h"
@@ -133,7 +134,12 @@ public:
         return length;
     }
 
-    qint64 find(qint64 id) override { return row(id).data(Quantity).toInteger64(); }
+    qint64 find(qint64 id) override
+    {
+        if (!byId) // made for this workload alone
+            byId = std::make_unique<KeyIndex>(&table, QStringLiteral("id"));
+        return byId->find(id).data(Quantity).toInteger64();
+    }
 
     qint64 findText(const QString& text) override
     {
@@ -166,6 +172,7 @@ private:
     RecordsTrans changes;
     Positions positions;
     std::vector<std::unique_ptr<IndexSort>> views;
+    std::unique_ptr<KeyIndex> byId;
 };
 
 } // namespace

@@ -3,6 +3,7 @@
 // each operation, with what a naive model of the rows says it must hold.
 #include "index/indexdependbase.h"
 #include "index/indexvector.h"
+#include "index/keyindex.h"
 #include "index/masterindex.h"
 #include "index/sortedview.h"
 #include "index/watchindex.h"
@@ -370,6 +371,7 @@ private:
         auto* vector = own(new HostOrder<IndexVector>({{0}}, &table));
         views.append({"vector", {{0}}, even, reader(vector->records()), nullptr, {}, vector});
         watch = own(new WatchIndex(&table));
+        byNumber = own(new KeyIndex(&table, QStringLiteral("i")));
         if (flavour == 0 && below(2)) {
             limit = 12 + below(20);
             add("limit", {{3}}, all, own(new SortedLimit(limit, &table, QStringList("f"))));
@@ -569,6 +571,7 @@ private:
         for (View& view : views)
             checkView(view);
         checkKeyText();
+        checkKeys();
         for (const auto& row : rows) {
             if (row->mark != Row::Untouched && !rebuilt && !watch->contains(row->record) &&
                 row->inTable)
@@ -675,6 +678,22 @@ private:
             fail("master", "inTable is wrong");
     }
 
+    void checkKeys()
+    {
+        int held = 0;
+        for (const auto& row : rows) {
+            const bool isHeld = row->inTable && row->codes[0] != 0;
+            held += isHeld;
+            if (byNumber->contains(row->record) != isHeld)
+                return fail("keys", "a row is missing, or one too many");
+        }
+        const Row* row = anyRow();
+        const Record& found = byNumber->find(row->codes[0]);
+        if (byNumber->count() != held || (found.isNull() && byNumber->contains(row->record)) ||
+            (!found.isNull() && (found.data(0).toInteger() != row->codes[0] || !found.inTable())))
+            fail("keys", "a row is not found by its number");
+    }
+
     std::mt19937 random;
     std::vector<std::unique_ptr<Shadow>> shadows;
     std::vector<std::unique_ptr<Index>> owned; // some outlive the table, as a host's may
@@ -686,6 +705,7 @@ private:
     QVector<View> views;
     Relay* relay = nullptr;
     WatchIndex* watch = nullptr;
+    KeyIndex* byNumber = nullptr;
     int limit = 0;
     int looks = 0;
     bool rebuilt = false;

@@ -33,6 +33,12 @@ std::atomic<size_t> regionCount{0};
 #if defined(Q_OS_LINUX) && !defined(LIVETABLE_ASAN)
 constexpr bool hasRegions = true;
 
+// Where the system has none to give, small ones do.
+void adviseLargePages(void* memory, size_t bytes) noexcept
+{
+    madvise(memory, bytes, MADV_HUGEPAGE);
+}
+
 void* mapRegion() noexcept
 {
     // Twice as much, and what is not needed for an aligned half is given back.
@@ -46,7 +52,7 @@ void* mapRegion() noexcept
     if (skipped > 0)
         munmap(begin, skipped);
     munmap(region + RegionBytes, RegionBytes - skipped);
-    madvise(region, RegionBytes, MADV_HUGEPAGE); // where there are none, small ones do
+    adviseLargePages(region, RegionBytes);
     return region;
 }
 
@@ -64,6 +70,7 @@ void clearPages(void* region) noexcept
 }
 #else
 constexpr bool hasRegions = false;
+void adviseLargePages(void*, size_t) noexcept {}
 void* mapRegion() noexcept
 {
     return nullptr;
@@ -245,6 +252,28 @@ void Slab::free(Block block, size_t size) noexcept
 {
     if (block.memory)
         sizeOf(size).free(block, size);
+}
+
+void* Slab::allocateLarge(size_t n, size_t size)
+{
+    size_t bytes = 0;
+    if (__builtin_mul_overflow(n, size, &bytes))
+        throw std::bad_alloc();
+    if (bytes < RegionBytes)
+        return ::operator new(bytes);
+    void* memory = nullptr;
+    if (posix_memalign(&memory, RegionBytes, bytes) != 0)
+        throw std::bad_alloc();
+    adviseLargePages(memory, bytes);
+    return memory;
+}
+
+void Slab::freeLarge(void* memory, size_t bytes) noexcept
+{
+    if (bytes < RegionBytes)
+        ::operator delete(memory);
+    else
+        std::free(memory);
 }
 
 size_t Slab::regionBytes() noexcept

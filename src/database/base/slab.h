@@ -37,8 +37,30 @@ public:
         return size == LargestBlock || (size > 0 && size <= LargestSmall && size % 64 == 0);
     }
 
+    /// What LargePages calls: n items of `size` bytes each.
+    static void* allocateLarge(size_t n, size_t size);
+    static void freeLarge(void* memory, size_t bytes) noexcept;
+
     static constexpr size_t LargestBlock = 65536;
     static constexpr size_t LargestSmall = 4096;
+};
+
+/// For vectors of many megabytes: an allocator that asks for large pages, too.
+///
+///     std::vector<Slot, LargePages<Slot>> slots(1000000);
+template <typename T>
+struct LargePages
+{
+    using value_type = T;
+    LargePages() = default;
+    template <typename U>
+    LargePages(const LargePages<U>&) noexcept
+    {}
+    /// Throws std::bad_alloc.
+    T* allocate(size_t n) { return static_cast<T*>(Slab::allocateLarge(n, sizeof(T))); }
+    void deallocate(T* memory, size_t n) noexcept { Slab::freeLarge(memory, n * sizeof(T)); }
+    friend bool operator==(LargePages, LargePages) { return true; }
+    friend bool operator!=(LargePages, LargePages) { return false; }
 };
 
 } // namespace LiveTable

@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: MIT
+#include "index/keyindex.h"
+
+#include "index/masterindex.h"
+#include "table/table.h"
+
+#include <QSet>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+int numberColumn(const Table* table, const QString& name)
+{
+    const int column = table ? table->columnIndex(name) : -1;
+    const TableColumnDef* def = table ? table->columnDef(column) : nullptr;
+    if (!def || (def->type != FieldType::Integer && def->type != FieldType::Integer64 &&
+                 def->type != FieldType::DateTime))
+        throw QStringLiteral("Column '%1' not found to create index.").arg(name);
+    return column;
+}
+
+} // namespace
+
+KeyIndex::KeyIndex(Table* table, const QString& columnName)
+    : viewed(table)
+    , column(numberColumn(table, columnName))
+{
+    reset();
+    KeyIndex::build();
+    table->addIndex(this);
+}
+
+KeyIndex::~KeyIndex()
+{
+    if (viewed)
+        viewed->removeIndex(this);
+}
+
+Table* KeyIndex::table() const
+{
+    return viewed;
+}
+
+// --- the hash table: linear steps from a key's home, no marks for what was removed ---
+
+void KeyIndex::reset()
+{
+    Slots(2).swap(places);
+    mask = 1;
+    shift = 63;
+    used = 0;
+}
+
+void KeyIndex::grow(size_t rows)
+{
+    int bits = 64 - shift;
+    while ((size_t(1) << bits) * 2 / 3 < rows)
+        ++bits;
+    if (bits == 64 - shift)
+        return;
+    Slots old(size_t(1) << bits);
+    old.swap(places);
+    mask = places.size() - 1;
+    shift = 64 - bits;
+    for (Slot& slot : old) {
+        if (slot.row.isNull())
+            continue;
+        size_t i = home(slot.key);
+        while (!places[i].row.isNull())
+            i = (i + 1) & mask;
+        places[i] = std::move(slot);
+    }
+}
+
+void KeyIndex::insert(const Record& record)
+{
+    grow(used + 1);
+    const qint64 key = keyOf(record);
+    size_t i = home(key);
+    for (; !places[i].row.isNull(); i = (i + 1) & mask)
+        if (places[i].row == record)
+            return;
+    places[i] = {key, record};
+    ++used;
+}
+
+// What stands behind moves up, unless that would take it before its home.
+void KeyIndex::take(size_t slot) noexcept
+{
+    --used;
+    const Record gone = std::move(places[slot].row); // released when all is in its place
+    size_t hole = slot;
+    for (size_t i = (slot + 1) & mask; !places[i].row.isNull(); i = (i + 1) & mask) {
+        const size_t distance = (i - home(places[i].key)) & mask;
+        if (distance < ((i - hole) & mask))
+            continue;
+        places[hole] = std::move(places[i]);
+        hole = i;
+    }
+}
+
+// By its number; and where that was written without telling, by a look at all.
+void KeyIndex::takeRow(qint64 key, const Record& row) noexcept
+{
+    for (size_t i = home(key); !places[i].row.isNull(); i = (i + 1) & mask)
+        if (places[i].row == row)
+            return take(i);
+    const auto place = std::find_if(places.cbegin(), places.cend(),
+                                    [&](const Slot& slot) { return slot.row == row; });
+    if (place != places.cend())
+        take(static_cast<size_t>(place - places.cbegin()));
+}
+
+// --- as an Index ---
+
+void KeyIndex::clear()
+{
+    reset();
+    leaving.clear();
+    isDamaged = false;
+}
+
+void KeyIndex::build()
+{
+    const MasterIndex* master = viewed ? viewed->masterIndex() : nullptr;
+    if (!master)
+        return;
+    grow(static_cast<size_t>(master->count()));
+    for (const Record& record : *master)
+        if (KeyIndex::filter(record))
+            insert(record);
+}
+
+bool KeyIndex::touches(int firstColumn, int lastColumn) const noexcept
+{
+    return firstColumn <= column && (lastColumn < 0 || lastColumn >= column);
+}
+
+qint64 KeyIndex::keyOf(const Record& record) const
+{
+    const Field cell = record.data(column);
+    return cell.type() == FieldType::DateTime ? cell.toDatetime().toMSecsSinceEpoch()
+                                              : cell.toInteger64();
+}
+
+bool KeyIndex::filter(const Record& record) const
+{
+    return !record.data(column).isNull();
+}
+
+bool KeyIndex::contains(const Record& record) const
+{
+    if (record.isNull() || record.table() != viewed.data() || !filter(record))
+        return false;
+    for (size_t i = home(keyOf(record)); !places[i].row.isNull(); i = (i + 1) & mask)
+        if (places[i].row == record)
+            return true;
+    return false;
+}
+
+void KeyIndex::add(const Record& record)
+{
+    if (!filter(record))
+        return;
+    try {
+        insert(record);
+    } catch (...) {
+        isDamaged = true;
+        throw;
+    }
+}
+
+void KeyIndex::remove(const Record& record, int)
+{
+    if (filter(record))
+        takeRow(keyOf(record), record);
+}
+
+void KeyIndex::preprocess(const QList<Record>& removed, const QList<Record>& updated,
+                          int firstColumn, int lastColumn, const QList<Record>& inserted,
+                          const QList<Record>&)
+{
+    leaving.clear();
+    const auto note = [this](const Record& record) {
+        if (filter(record))
+            leaving.push_back({keyOf(record), record});
+    };
+    std::for_each(removed.cbegin(), removed.cend(), note);
+    if (touches(firstColumn, lastColumn))
+        std::for_each(updated.cbegin(), updated.cend(), note);
+    grow(used + static_cast<size_t>(inserted.size() + updated.size()));
+}
+
+void KeyIndex::process(const QList<Record>& removed, const QList<Record>& updated, int firstColumn,
+                       int lastColumn, const QList<Record>& inserted)
+{
+    restartTimer();
+    if (isDamaged) {
+        KeyIndex::clear();
+        build();
+        addElapsed();
+        return;
+    }
+    for (const Slot& slot : leaving)
+        takeRow(slot.key, slot.row);
+    leaving.clear();
+    const auto put = [this](const Record& record) {
+        if (filter(record))
+            insert(record);
+    };
+    // An update may also bring a row in.
+    if (touches(firstColumn, lastColumn) || used < static_cast<size_t>(viewed->rowCount())) {
+        QSet<Record> gone;
+        if (!updated.isEmpty())
+            gone = QSet<Record>(removed.cbegin(), removed.cend());
+        for (const Record& record : updated)
+            if (!gone.contains(record))
+                put(record);
+    }
+    std::for_each(inserted.cbegin(), inserted.cend(), put);
+    addElapsed();
+}
+
+// Its old number is gone.
+void KeyIndex::update(const Record& record, int firstColumn, int lastColumn, int)
+{
+    if (touches(firstColumn, lastColumn))
+        takeRow(keyOf(record), record);
+    add(record);
+}
+
+QString KeyIndex::getClassName() const
+{
+    return QStringLiteral("KeyIndex");
+}
