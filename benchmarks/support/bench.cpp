@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/bench.h"
 
-#include "base/slab.h"
-
 #include <QHash>
 
 #include <algorithm>
@@ -23,7 +21,7 @@ double seconds()
 double usedBytes()
 {
     const struct mallinfo2 info = mallinfo2();
-    return static_cast<double>(info.uordblks + info.hblkhd + LiveTable::Slab::regionBytes());
+    return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
 void report(const char* subject, const char* workload, const char* figure, double value,

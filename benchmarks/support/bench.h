@@ -32,7 +32,7 @@ private:
 /// The steady clock.
 double seconds();
 
-/// The memory in use: what malloc has given out, and the regions that the library's tables hold.
+/// The memory in use: what malloc has given out.
 double usedBytes();
 
 /// Prints one figure: "subject workload figure value unit". None of the words may hold a blank.

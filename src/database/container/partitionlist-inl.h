@@ -64,32 +64,18 @@ template <typename T>
 typename APartList<T>::Leaf APartList<T>::allocateLeaf(int capacity) const
 {
     static_assert(sizeof(T) % alignof(quint64) == 0, "keys lie behind the items");
-    Leaf leaf{nullptr, capacity, static_cast<quint8>(owner->words), true};
-    LiveTable::Slab::Block block{nullptr, true};
-    if (isFromSlab(leaf))
-        block = LiveTable::Slab::allocate(leafBytes(leaf));
-    else
-        block.memory = std::malloc(leafBytes(leaf));
-    if (!block.memory)
+    const size_t places = static_cast<size_t>(capacity);
+    const size_t words = static_cast<size_t>(owner->words);
+    void* block = std::malloc(places * (sizeof(T) + words * sizeof(quint64)));
+    if (!block)
         qBadAlloc();
-    leaf.items = static_cast<T*>(block.memory);
-    leaf.isPlain = block.isPlain;
-    return leaf;
+    return {static_cast<T*>(block), capacity};
 }
 
 template <typename T>
 void APartList<T>::freeLeaf(const Leaf& leaf) noexcept
 {
-    if (isFromSlab(leaf))
-        LiveTable::Slab::free({leaf.items, leaf.isPlain}, leafBytes(leaf));
-    else
-        std::free(leaf.items);
-}
-
-template <typename T>
-size_t APartList<T>::leafBytes(const Leaf& leaf) noexcept
-{
-    return static_cast<size_t>(leaf.capacity) * (sizeof(T) + leaf.words * sizeof(quint64));
+    std::free(leaf.items);
 }
 
 template <typename T>

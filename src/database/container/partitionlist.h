@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "base/slab.h"
 #include "container/rangeset.h"
 #include "container/sortkey.h"
 
@@ -46,8 +45,6 @@ private:
     {
         T* items;
         int capacity;
-        quint8 words; // of keys for each item
-        bool isPlain; // as Slab told
         /// Behind the items in the same block: all high words, then all low ones.
         quint64* keys() const { return reinterpret_cast<quint64*>(items + capacity); }
     };
@@ -65,11 +62,6 @@ private:
     void setKey(int leaf, int offset, SortKey key) noexcept;
     LiveTable::KeySpan keysOf(int leaf) const noexcept;
     static void freeLeaf(const Leaf& leaf) noexcept;
-    static size_t leafBytes(const Leaf& leaf) noexcept;
-    static bool isFromSlab(const Leaf& leaf) noexcept
-    {
-        return leaf.capacity == LeafCapacity && LiveTable::Slab::isServed(leafBytes(leaf));
-    }
     int leafOf(int& offset) const noexcept; // offset in the partition -> leaf, offset in the leaf
     int leafCount() const noexcept { return static_cast<int>(leaves.size()); }
     void reserveLeaves(int extra);

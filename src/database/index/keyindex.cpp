@@ -47,7 +47,7 @@ Table* KeyIndex::table() const
 
 void KeyIndex::reset()
 {
-    Slots(2).swap(places);
+    std::vector<Slot>(2).swap(places);
     mask = 1;
     shift = 63;
     used = 0;
@@ -60,7 +60,7 @@ void KeyIndex::grow(size_t rows)
         ++bits;
     if (bits == 64 - shift)
         return;
-    Slots old(size_t(1) << bits);
+    std::vector<Slot> old(size_t(1) << bits);
     old.swap(places);
     mask = places.size() - 1;
     shift = 64 - bits;

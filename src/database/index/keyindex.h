@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "base/slab.h"
 #include "index/index.h"
 
 #include <QPointer>
@@ -82,8 +81,7 @@ private:
 
     QPointer<Table> viewed;
     const int column;
-    using Slots = std::vector<Slot, LiveTable::LargePages<Slot>>;
-    Slots places; // a power of two, at most two thirds in use
+    std::vector<Slot> places; // a power of two, at most two thirds in use
     size_t mask = 0;
     int shift = 63;
     size_t used = 0;

@@ -1,11 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include "table/rowpool_p.h"
 
-#include "base/asan_p.h"
 #include "table/record.h"
 
 #include <cstdlib>
 #include <new>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define LIVETABLE_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define LIVETABLE_ASAN 1
+#endif
+#endif
+#ifdef LIVETABLE_ASAN
+#include <sanitizer/asan_interface.h>
+#endif
 
 namespace LiveTable {
 namespace {
@@ -68,15 +78,10 @@ RowPool::~RowPool()
 
 RowPool::Chunk* RowPool::addChunk() noexcept
 {
-    Slab::Block block{nullptr, true};
-    if (chunkSize <= ChunkBytes)
-        block = Slab::allocate(ChunkBytes);
-    else if (posix_memalign(&block.memory, ChunkBytes, chunkSize) != 0)
+    void* memory = nullptr;
+    if (posix_memalign(&memory, ChunkBytes, chunkSize) != 0)
         return nullptr;
-    if (!block.memory)
-        return nullptr;
-    auto* chunk = new (block.memory)
-        Chunk{this, chunks, nullptr, nullptr, nullptr, nullptr, block.isPlain, 0, 0, {}};
+    auto* chunk = new (memory) Chunk{this, chunks, nullptr, nullptr, nullptr, nullptr, 0, 0, {}};
     if (chunks)
         chunks->previous = chunk;
     chunks = chunk;
@@ -92,10 +97,7 @@ void RowPool::dropChunk(Chunk* chunk) noexcept
     if (chunk->next)
         chunk->next->previous = chunk->previous;
     unpoison(reinterpret_cast<unsigned char*>(chunk), chunkSize);
-    if (chunkSize <= ChunkBytes)
-        Slab::free({chunk, chunk->isPlain}, ChunkBytes);
-    else
-        std::free(chunk);
+    std::free(chunk);
 }
 
 void RowPool::linkRoom(Chunk* chunk) noexcept

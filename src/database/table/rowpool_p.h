@@ -2,8 +2,6 @@
 // Private: not installed, may change at any time.
 #pragma once
 
-#include "base/slab.h"
-
 #include <QtGlobal>
 
 #include <cstddef>
@@ -50,7 +48,7 @@ public:
     }
 
 private:
-    static constexpr size_t ChunkBytes = Slab::LargestBlock;
+    static constexpr size_t ChunkBytes = 65536;
     static constexpr size_t MaximumSlots =
         1536; // a slot has at least 8 + 16 bytes, and more in use
 
@@ -62,7 +60,6 @@ private:
         Chunk* nextWithRoom;
         Chunk* previousWithRoom;
         unsigned char* freeSlot;
-        bool isPlain; // as Slab told
         quint32 used; // slots ever handed out
         quint32 live;
         quint64 liveBits[MaximumSlots / 64];
