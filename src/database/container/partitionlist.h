@@ -17,8 +17,8 @@ class PartitionList;
 /// `high` alone.
 struct SortKey
 {
-    quint64 high = 0;
-    quint64 low = 0;
+    quint64 high = 0; ///< compared first
+    quint64 low = 0;  ///< decides between equal first words
     friend bool operator==(SortKey a, SortKey b) { return a.high == b.high && a.low == b.low; }
     friend bool operator!=(SortKey a, SortKey b) { return !(a == b); }
     friend bool operator<(SortKey a, SortKey b)
@@ -288,9 +288,10 @@ class PartitionList
     };
 
 public:
-    using value_type = T;
+    using value_type = T; ///< what the list holds
     /// Writing through it in a keyed list leaves the keys as they are.
     using iterator = Iterator<false>;
+    /// Reads only. Random access, as iterator; both are invalid once the list changes.
     using const_iterator = Iterator<true>;
 
     /// An empty list. `partitionSize` of at least 2.
@@ -300,7 +301,9 @@ public:
     /// Elements in the list.
     int count() const noexcept { return total; }
     int size() const noexcept { return total; }
+    /// Whether there are none.
     bool isEmpty() const noexcept { return total == 0; }
+    /// No partition reaches this many elements.
     int partitionSize() const noexcept { return maximum; }
     /// Half the partition size, rounded down.
     int minimumSize() const noexcept { return maximum / 2; }
@@ -310,6 +313,7 @@ public:
     /// The i-th element; a shared default-constructed one when `i` is out of range.
     const T& at(int i) const;
     const T& operator[](int i) const { return at(i); }
+    /// The elements in order.
     const_iterator begin() const { return const_iterator(this, 0); }
     const_iterator end() const { return const_iterator(this, total); }
     const_iterator cbegin() const { return begin(); }
@@ -338,6 +342,7 @@ public:
     void joinPartitions();
     /// Empties the list. The partitions are detached first, their elements released after.
     void clear() noexcept;
+    /// Exchanges the contents, sizes and keys of two lists; nothing is copied.
     void swap(PartitionList& other) noexcept;
 
     // For indexes: places and keys.
@@ -346,12 +351,13 @@ public:
     /// behind the leaf's last element). Invalid once the list changes.
     struct Place
     {
-        int part;
-        int leaf;
-        int offset;
+        int part;   ///< the partition
+        int leaf;   ///< the leaf in it
+        int offset; ///< the element in that
     };
     /// How many key words an empty list is to keep for each element: 0, 1 or 2.
     void setKeyWords(int words);
+    /// What setKeyWords() said, and whether that was not 0.
     int keyWords() const noexcept { return words; }
     bool isKeyed() const noexcept { return words > 0; }
     /// Rises with every change of the list; tells whether a Place is still good.
@@ -370,8 +376,10 @@ public:
     bool stepBack(Place& place) const noexcept;
     /// Steps from an element to the one behind it; false at the last.
     bool stepForward(Place& place) const noexcept;
+    /// The element, or its key, on a place that stands on one.
     const T& at(const Place& p) const { return parts.at(p.part)->leaves[leaf(p)].items[p.offset]; }
     SortKey keyAt(const Place& p) const { return parts.at(p.part)->keyAt(p.leaf, p.offset); }
+    /// Gives the element on a place another key.
     void setKey(const Place& place, SortKey key) noexcept;
     /// Gives every element of the list a key of one word; keyOf(element) must not decrease.
     template <typename KeyOf>
@@ -387,12 +395,12 @@ public:
     /// A search by key to come, in one of several lists.
     struct Approach
     {
-        const PartitionList* list;
-        SortKey key;
-        int part = -1;
-        int leaf = 0;
-        int from = 0; // the leaf lies in from..to
-        int to = 0;
+        const PartitionList* list; ///< to be searched
+        SortKey key;               ///< to be searched for
+        int part = -1;             ///< found: the partition, -1 before
+        int leaf = 0;              ///< found: the leaf in it
+        int from = 0;              ///< while the leaf is searched it lies in from..to
+        int to = 0;                ///< see from
     };
     /// Asks the memory for what these searches, and changes at their places, will touch. Level by
     /// level for all of them, so that their waits overlap: a wait for memory costs as much as a

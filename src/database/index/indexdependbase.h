@@ -30,6 +30,7 @@ class Index;
 class LIVETABLE_EXPORT IndexDependBase
 {
 public:
+    /// Passes on the notifications of `index`, which may be null.
     explicit IndexDependBase(Index* index = nullptr);
     ~IndexDependBase();
 
@@ -42,6 +43,7 @@ public:
     void removeDependentIndex(Index* index);
     QList<Index*> dependentIndexes() const;
 
+    /// Each tells every dependent what its namesake in Index was told.
     void clear();
     void build();
     void add(const Record& record);

@@ -87,6 +87,7 @@ public:
     qint64 bytesAvailable() const override;
 
 protected:
+    /// What QIODevice reads and writes by.
     qint64 readData(char* data, qint64 maxSize) override;
     qint64 writeData(const char* data, qint64 size) override;
 

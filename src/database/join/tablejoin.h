@@ -24,9 +24,10 @@ class TableJoinPrivate;
 /// record that is written. Column numbers.
 struct LIVETABLE_EXPORT Col
 {
-    qint32 to;
-    qint32 from;
+    qint32 to;   ///< number of the column that is written
+    qint32 from; ///< number of the column that is read
 
+    /// Orders by `from`.
     static bool lessThanByFrom(const Col& a, const Col& b) { return a.from < b.from; }
     friend bool operator==(const Col& a, const Col& b) { return a.to == b.to && a.from == b.from; }
 };
@@ -40,9 +41,9 @@ struct LIVETABLE_EXPORT IndexJoinMain
     ~IndexJoinMain();
     Q_DISABLE_COPY(IndexJoinMain)
 
-    Table* table = nullptr;
-    QVector<int> keyColumns; ///< the master index's columns, ascending
-    TableJoinMain* index = nullptr;
+    Table* table = nullptr;         ///< the main table
+    QVector<int> keyColumns;        ///< the master index's columns, ascending
+    TableJoinMain* index = nullptr; ///< not owned
 };
 
 /// What they share of one dependent side; all mappings are sorted by `from`.
@@ -52,7 +53,7 @@ struct LIVETABLE_EXPORT IndexJoinDep
     ~IndexJoinDep();
     Q_DISABLE_COPY(IndexJoinDep)
 
-    Table* table = nullptr;
+    Table* table = nullptr;        ///< the dependent table
     QVector<Col> keyMapping;       ///< to: main, from: dependent
     QVector<Col> reverseKey;       ///< to: dependent, from: main
     QVector<Col> columns;          ///< the copied columns; to: main, from: dependent

@@ -73,6 +73,7 @@ public:
     /// for VarChar, "undefined" for BoardList and for numbers above 8.
     const char* typeName() const noexcept;
 
+    /// Whether the cell is NULL: it has no value.
     bool isNull() const noexcept { return (*m_nullByte & m_nullMask) != m_nullMask; }
 
     /// Makes the cell NULL, also one of a column that is not nullable. Its bytes stay.
@@ -216,6 +217,7 @@ protected:
         m_nullMask = other.m_nullMask;
     }
 
+    /// Says that the cell holds a value.
     void setPresent() noexcept
     {
         *m_nullByte = static_cast<unsigned char>(*m_nullByte | m_nullMask);
@@ -279,6 +281,7 @@ public:
     /// FieldType::typeLength() and is then as before.
     void init(const TableColumnDef* def);
 
+    /// The value as text: toString().
     QString toText() const { return toString(); }
 
     /// Writes a text, as assigning it does.

@@ -92,6 +92,7 @@ public:
     /// The shared null record.
     static const Record null;
 
+    /// Whether there is no row, and whether there is one.
     bool isNull() const noexcept { return !block; }
     explicit operator bool() const noexcept { return block; }
     /// The row block, or null. Its layout is told in table.h.

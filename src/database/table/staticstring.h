@@ -36,6 +36,7 @@ public:
     StaticString(const StaticString& other) noexcept;
     StaticString& operator=(const StaticString& other) noexcept;
 
+    /// UTF-16 units, without the zeros that fill the cell.
     int size() const noexcept { return m_header.size; }
     bool isEmpty() const noexcept { return m_header.size == 0; }
 

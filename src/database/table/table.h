@@ -61,6 +61,8 @@ public:
     /// Clears every index in the list and frees what the table owns.
     ~Table() override;
 
+    /// What the constructor was told: the name is that of the table's file, and by which the host
+    /// knows it; the title is for display.
     QString name() const;
     QString title() const;
     void setTitle(const QString& title);
@@ -105,6 +107,7 @@ public:
 
     // Rows. Positions count in master-index order.
 
+    /// How many rows the master index holds; 0 without one.
     int rowCount() const;
     /// The i-th record; the shared Record::null out of range. Good until the table changes.
     const Record& at(int i) const;
@@ -158,6 +161,7 @@ public:
 
     // Indexes.
 
+    /// The index that holds the rows; see setMasterIndex().
     MasterIndex* masterIndex() const;
     /// Takes ownership; a different one set before is deleted, and the rows it alone held with it.
     /// With null the table holds no rows until another is set.
@@ -220,6 +224,7 @@ public:
     Field dataPtr(unsigned char* row, int column) const;
 
 Q_SIGNALS:
+    /// Sent after the change that each is named after.
     void indexAdded(Index* index);
     void indexRemoved(Index* index);
     void indexNameUpdated(Index* index, const QString& name);

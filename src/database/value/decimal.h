@@ -25,6 +25,7 @@ struct PowersOfTen
     }
     constexpr qint64 operator[](int exponent) const noexcept { return power[exponent]; }
 };
+/// The only one of its kind.
 inline constexpr PowersOfTen powersOfTen;
 
 /// The largest magnitudes of a decimal's mantissa that may be multiplied by 10 to the power of
@@ -39,6 +40,7 @@ struct MantissaLimits
     }
     constexpr qint64 operator[](int steps) const noexcept { return limit[steps]; }
 };
+/// The only one of its kind.
 inline constexpr MantissaLimits mantissaLimits;
 
 /// The types that are taken for numbers: a bool or a character hardly means one.
@@ -93,6 +95,7 @@ public:
     static const decimal maximum; ///< mantissa 2^52 - 1 at scale -63: doubles hold such mantissas
     static const decimal minimum; ///< the same, negative
 
+    /// The bounds of a scale: fraction digits, negative for zeros before the point.
     static constexpr int maximumScale = 63;
     static constexpr int minimumScale = -64;
 
