@@ -92,7 +92,7 @@ with_cmake "$work/tree" -DLiveTable_DIR="$build"
 run "from the build tree" "$work/tree/consumer"
 
 "$root/scripts/check-headers.sh" --installed "$prefix"
-"$root/scripts/check-symbols.sh" "$(find "$prefix" -name 'liblivetable.so.*.*.*')"
+"$root/scripts/check-abi.sh" "$prefix"
 
 if [ -n "$quick" ]; then
     exit 0
