@@ -4,16 +4,19 @@
 
 The headers are written to be read as they are; doxygen wants to be told what a reader sees:
   - A comment stands for all declarations below it, up to the next comment or an empty line: each of
-    them gets a copy.
+    them gets a copy, but those that override something, which have the words of what they override.
   - An example indented in a /// comment is C++.
   - Comparison operators, destructors and the like that say nothing of their own mean the usual.
   - \\n and @Rect( in a comment are text; the commands in use are listed below.
-Lines keep their numbers, except that copies with lists or examples take lines of their own.
+  - A class that has a header of its name, <livetable/Table>, is included by that.
+Lines keep their numbers but for those that are added for a class, a list or an example.
 """
+import glob
+import os
 import re
 import sys
 
-COMMANDS = r"code|endcode|param|file|name|\{|\}|overload|note|warning|cond|endcond|internal"
+COMMANDS = r"code|endcode|headerfile|param|file|name|\{|\}|overload|note|warning|cond|endcond|internal"
 COMPOUND = re.compile(r"(template\s*<.*>\s*)?(class|struct|union|enum|namespace|extern)\b")
 USUAL = (
     (re.compile(r"(virtual )?~\w+\(\)"), "Destroys the object; see the class for what it leaves behind."),
@@ -42,6 +45,31 @@ def escape(doc):
             example = False
         out.append(line)
     return out
+
+
+def named_headers():
+    """The classes that have a header of their name."""
+    root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+    names = set()
+    for path in glob.glob(os.path.join(root, "cmake", "headers", "*.txt")):
+        with open(path, encoding="utf-8") as file:
+            names.update(line.split()[0] for line in file if line.strip() and line[0] != "#")
+    return names
+
+
+def tell_header(out, head, names):
+    """Adds the header's name to the comment above a class, which `out` ends with."""
+    found = re.match(r"(template\s*<.*>\s*)?(class|struct) (LIVETABLE_\w+ )?(\w+)", head)
+    if not found or found.group(4) not in names:
+        return
+    name = " @headerfile %s <livetable/%s>" % (os.path.basename(sys.argv[1]), found.group(4))
+    last = len(out) - 1
+    while last >= 0 and out[last].startswith("template"):
+        last -= 1
+    if out[last].startswith("///"):
+        out[last] += "\n///" + name
+    elif out[last].rstrip().endswith("*/"):
+        out[last] = out[last].rstrip()[:-2] + name + "\n */"
 
 
 def plain_text(doc):
@@ -90,6 +118,7 @@ def strip_code(line):
 
 def main():
     lines = mark_examples(open(sys.argv[1], encoding="utf-8").read().split("\n"))
+    names = named_headers()
     out = []
     doc = []  # the comment that stands for what comes next
     fresh = False  # nothing has been declared below it yet
@@ -129,6 +158,7 @@ def main():
             i += 1
             text = following
         if COMPOUND.match(text) and not text.endswith(";") or text.startswith(("}", "{")):
+            tell_header(out, text, names)
             doc = []
             out.append(lines[i])
             i += 1
@@ -159,9 +189,9 @@ def main():
         if not own and not trailing:
             usual = [t for pattern, t in USUAL if pattern.match(head)]
             copy = ""
-            if usual and (usual[0] is None or not doc or head.startswith("~")):
+            if usual and (usual[0] in (None, "Copies.", "Moves.") or not doc):
                 copy = indent + "/** " + usual[0] + " */ " if usual[0] else ""
-            elif doc:
+            elif doc and not re.search(r"\boverride\b", head):
                 copy = shared(doc, indent)
             if copy:
                 out.append(copy + lines[begin].strip())

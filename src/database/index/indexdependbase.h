@@ -41,6 +41,7 @@ public:
     void addDependentIndex(Index* index);
     /// Removes the first occurrence; nothing when there is none.
     void removeDependentIndex(Index* index);
+    /// In the order in which they are told.
     QList<Index*> dependentIndexes() const;
 
     /// Each tells every dependent what its namesake in Index was told.

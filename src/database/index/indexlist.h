@@ -103,6 +103,7 @@ public:
     int count() const override;
     PartitionList<Record>::const_iterator begin() const override;
     PartitionList<Record>::const_iterator end() const override;
+    /// The viewed table; null once it has been destroyed.
     Table* table() const override;
     Table* table() override;
     /// Moves the records at `first` to `last`, inclusive, to position `to` of the list without

@@ -203,6 +203,7 @@ public:
 
     /// Fills a header for the whole table.
     static void setupHeader(TableHeader& header, const Table* table);
+    /// Writes what stands before the rows, as it is.
     static void writeHeader(const TableHeader& header, QDataStream& stream);
     /// Does not look at the magic number, nor at anything else; any bytes are survived. What the
     /// stream does not hold is zero and missing from the lists; the stream's status tells.

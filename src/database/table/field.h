@@ -67,6 +67,7 @@ public:
 
     /// The column's definition; never null.
     const TableColumnDef* columnDef() const noexcept { return m_def; }
+    /// The column's type.
     FieldType::Type type() const noexcept { return m_def->type; }
 
     /// The type's name for messages. Not FieldType::typeName(): "Invalid" for undefined, "String"

@@ -87,6 +87,7 @@ public:
         swap(moved);
         return *this;
     }
+    /// Exchanges the rows that both stand for.
     void swap(Record& other) noexcept { std::swap(block, other.block); }
 
     /// The shared null record.

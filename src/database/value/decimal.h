@@ -106,6 +106,7 @@ public:
 
     /// The decimal of a word: of a cell, or of a file. Any word will do.
     static constexpr decimal fromRaw(qint64 word) noexcept { return decimal(Raw{word}); }
+    /// The word.
     constexpr qint64 raw() const noexcept { return m_word; }
 
     /// -2^56 .. 2^56 - 1.
@@ -212,6 +213,7 @@ public:
     /// Writes toString() as ASCII, without a terminator, and returns its length: at most
     /// maximumTextSize.
     int toChars(char* buffer) const noexcept;
+    /// Bytes that the longest text takes.
     static constexpr int maximumTextSize = 82;
 
     /// By the rules of QLocale::system(): group separators, decimal point, max(scale, 0) fraction
@@ -226,6 +228,7 @@ public:
 
     /// mantissa / 10^scale, in arithmetic on doubles.
     double toDouble() const noexcept;
+    /// A variant of the type "decimal".
     QVariant toVariant() const;
 
     /// The type's id in Qt's meta-type system, where its name is "decimal".

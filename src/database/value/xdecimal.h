@@ -197,6 +197,7 @@ public:
 
     /// In arithmetic on doubles: the nearest double for up to 15 digits and 22 places.
     double toDouble() const noexcept;
+    /// A variant of the type "xdecimal".
     QVariant toVariant() const;
 
     /// The type's id in Qt's meta-type system, where its name is "xdecimal".
