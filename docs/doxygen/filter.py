@@ -20,6 +20,7 @@ COMMANDS = r"code|endcode|headerfile|param|file|name|\{|\}|overload|note|warning
 COMPOUND = re.compile(r"(template\s*<.*>\s*)?(class|struct|union|enum|namespace|extern)\b")
 USUAL = (
     (re.compile(r"(virtual )?~\w+\(\)"), "Destroys the object; see the class for what it leaves behind."),
+    (re.compile(r"[A-Z]\w+\(\)( noexcept)?( = default)?;"), "A new one; see the class for its state."),
     (re.compile(r"(\w+)\(const \1\s?&\s?\w*\)"), "Copies."),
     (re.compile(r"(\w+)\(\1\s?&&\s?\w*\)"), "Moves."),
     (re.compile(r"(\w+)& operator=\(const \1\s?&"), "Copies."),
@@ -41,6 +42,7 @@ def escape(doc):
         if not example:
             line = re.sub(r"\\(?=[A-Za-z0-9\\\"'])", r"\\\\", line)
             line = re.sub(r"@(?!(" + COMMANDS + r"))(?=\w)", "&#64;", line)
+            line = re.sub(r"\bdocs/(\w+\.md)\b", r"[docs/\1](docs/\1)", line)
         if "@endcode" in line:
             example = False
         out.append(line)

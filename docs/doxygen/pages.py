@@ -8,8 +8,9 @@ import sys
 
 path = sys.argv[1]
 text = open(path, encoding="utf-8").read()
+text = re.sub(r"(?ms)^<!-- prints -->\n```text\n(.*?)^```\n",
+              lambda m: '<div class="prints">\n\n```\n' + m.group(1) + "```\n\n</div>\n", text)
 text = re.sub(r"(?m)^<!-- \w+ -->\n", "", text)
-# A name in the text that begins like a command, and class names in running text, stay as they are.
 text = re.sub(r"(?m)^```text$", "```", text)
 
 
