@@ -209,6 +209,7 @@ function(livetable_finish_package)
     DESTINATION ${LIVETABLE_DOC_DIR}/docs
     COMPONENT Documentation
     FILES_MATCHING
+    PATTERN doxygen EXCLUDE
     PATTERN "*.md"
     PATTERN "*.svg"
     PATTERN "*.png")

@@ -64,7 +64,7 @@ while IFS=: read -r page link; do
         echo "docs: $page links to $link, which is not there" >&2
         status=1
     fi
-done < <(cd -- "$root" && grep -oHE '\]\([^)#:]+[^):]*\)' README.md CHANGELOG.md CONTRIBUTING.md docs/*.md |
+done < <(cd -- "$root" && grep -oHE '\]\([^)#: ]+[^): ]*\)' README.md CHANGELOG.md CONTRIBUTING.md docs/*.md |
     sed -E 's/\]\((.*)\)/\1/')
 
 if [ "$status" -ne 0 ]; then

@@ -31,7 +31,7 @@ def blocks(path):
     while i < len(lines):
         marker = re.fullmatch(r"<!-- (\w+) -->", lines[i])
         if marker:
-            if marker.group(1) not in KINDS:
+            if marker.group(1) not in KINDS and lines[i + 1].startswith("```"):
                 sys.exit("%s:%d: no such kind of block: %s" % (path, i + 1, marker.group(1)))
             kind = marker.group(1)
         elif lines[i].startswith("```") and lines[i] != "```":
