@@ -105,4 +105,5 @@ done
 
 if [ -z "$quick" ]; then
     scripts/bench_results.py "$command" "$rounds" <"$lines"
+    scripts/readme_speed.py
 fi

@@ -17,6 +17,7 @@ build=$(cd -- "${1:-$root/build/release}" && pwd -P)
 work=$(mktemp -d "${TMPDIR:-/tmp}/livetable-docs.XXXXXX")
 trap 'rm -rf -- "$work"' EXIT
 
+"$root/scripts/readme_speed.py" --check
 mkdir "$work/programs"
 python3 "$root/scripts/docs_code.py" "$work/programs" "$root"/docs/*.md "$root/README.md"
 
