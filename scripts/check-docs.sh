@@ -14,8 +14,10 @@ if [ "${1-}" = --programs ]; then
     shift
 fi
 build=$(cd -- "${1:-$root/build/release}" && pwd -P)
-work=$(mktemp -d "${TMPDIR:-/tmp}/livetable-docs.XXXXXX")
-trap 'rm -rf -- "$work"' EXIT
+# Always the same folder, so that a compiler cache knows its files again.
+work=$root/build/docs-check
+rm -rf -- "$work"
+mkdir -p -- "$work"
 
 "$root/scripts/readme_speed.py" --check
 mkdir "$work/programs"

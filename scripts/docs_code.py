@@ -85,7 +85,8 @@ def main():
                 number += 1
                 printed += text
                 write(program(parts, path), printed)
-        if parts["main"] and found[-1][0] in parts:
+        if parts["main"] and any(f[0] in parts and g[0] not in KINDS[1:5]
+                                 for f, g in zip(found, found[1:] + [("",)])):
             sys.exit("%s: the last block is followed by no <!-- prints -->" % path)
         count += number
     print("docs: %d programs in %d pages" % (count, len(sys.argv) - 2))

@@ -109,6 +109,10 @@ private:
 /// deleted before or after the join. Tables may die at any time. The columns stay in the main table
 /// when the join is gone. LiveJoin does all of this in one call.
 ///
+/// **Files.** Joined columns are saved with their table. Set the join up before the file is read: a
+/// joined column that is already there when setup() is called is a column like any other, and the
+/// join adds one under another name.
+///
 /// **Threads.** As Table. Lock order: the main table before its dependents. A bracket on a
 /// dependent (Table::beginUpdate) opens one on the main table first, so a writer needs to open only
 /// the bracket of the table that it writes; whoever calls Table::lock on both locks the main table
