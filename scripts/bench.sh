@@ -3,7 +3,7 @@
 # Runs the benchmarks, ours and the peers in turn, in rounds, and writes benchmarks/RESULTS.md and
 # docs/growth.svg. Fails only when a structure is not in order or does not hold what it must.
 # usage: scripts/bench.sh [--quick] [--rounds=N] [WORKLOAD...]
-#   WORKLOAD  W1 W2 W2c W3 W4 W5 W8 S1 N1 N3 J IO pricing growth    (none named: all)
+#   WORKLOAD  W1 W2 W2c W3 W4 W5 W8 S1 N1 N3 J M IO pricing growth    (none named: all)
 #   --rounds  how often each contender has its turn; 3 if nothing is said
 #   --quick   100,000 rows and one round, only printed; `growth` only when it is named
 set -euo pipefail
@@ -12,7 +12,7 @@ unset CDPATH
 root=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd -P)
 cd -- "$root"
 command="scripts/bench.sh${*:+ $*}"
-known=(W1 W2 W2c W3 W4 W5 W8 S1 N1 N3 J IO pricing growth)
+known=(W1 W2 W2c W3 W4 W5 W8 S1 N1 N3 J M IO pricing growth)
 rows=1000000
 updates=200000
 rounds=3
@@ -86,6 +86,9 @@ for ((round = 1; round <= rounds; round++)); do
     fi
     if is_wanted J; then
         run bench_join $rows $((rows / 100)) $updates
+    fi
+    if is_wanted M; then
+        run bench_model $rows $updates
     fi
     if is_wanted pricing; then
         run bench_pricing 3

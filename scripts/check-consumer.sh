@@ -44,15 +44,15 @@ with_cmake() { # folder arguments...
 
 three_ways() { # prefix name
     local prefix=$1 name=$2 lib pc
-    lib=$(dirname "$(find "$prefix" -name 'liblivetable.*' ! -type d | head -n 1)")
+    lib=$(dirname "$(find "$prefix" -name 'liblivetable[.]*' ! -type d | head -n 1)")
     pc=$lib/pkgconfig
 
     with_cmake "$work/$name-cmake" -DCMAKE_PREFIX_PATH="$prefix"
     run "with CMake ($name)" "$work/$name-cmake/consumer"
 
     local flags libs
-    read -r -a flags <<<"$(PKG_CONFIG_PATH=$pc pkg-config --cflags livetable)"
-    read -r -a libs <<<"$(PKG_CONFIG_PATH=$pc pkg-config --libs livetable)"
+    read -r -a flags <<<"$(PKG_CONFIG_PATH=$pc pkg-config --cflags livetable-model)"
+    read -r -a libs <<<"$(PKG_CONFIG_PATH=$pc pkg-config --libs livetable-model)"
     g++ -std=c++17 -fPIC -Wall -Wextra "${flags[@]}" "$example/main.cpp" -o "$work/$name-pc" \
         "${libs[@]}"
     run "with pkg-config ($name)" "$work/$name-pc" "$lib"

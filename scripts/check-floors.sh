@@ -2,8 +2,10 @@
 # SPDX-License-Identifier: MIT
 # The shape of the tree, in rules that need no compiler:
 #   floor     a file includes only headers of its own floor or of a lower one; table/ knows index/
-#             by forward declaration, and table.cpp alone includes it
-#   private   a header that ends in _p.h is included by the library only, and by no public header
+#             by forward declaration, and table.cpp alone includes it; model/, which stands beside
+#             src/database, is above all
+#   private   a header that ends in _p.h is included by the library only, and by no public header;
+#             model/ includes only public headers of the library
 #   function  a function has at most 70 lines, a file at most 1000, a line at most 100 characters
 #   file      every file starts with its licence, every header has #pragma once, and a .cpp of the
 #             library is named in the CMakeLists.txt of its folder; scripts say their licence, too
@@ -62,6 +64,8 @@ function begin_file() {
             printf "%s:1: floor: the folder %s has no floor\n", file, folder
             failures++
         }
+    } else if (file ~ /^src\/model\//) {
+        folder = "model"
     }
     split("", excused)
 }
@@ -97,6 +101,8 @@ function check_include(path,    other, other_private) {
     }
     if (isHeader && !isPrivate && other_private)
         fail(FNR, "private", "a public header includes " path)
+    if (folder == "model" && other != "model" && other_private)
+        fail(FNR, "private", path " is not for use outside the library")
     if (floor[other] <= floor[folder])
         return
     if (file == "src/database/table/table.cpp" && other == "index")
@@ -149,7 +155,7 @@ function track_declaration() {
 
 BEGIN {
     count = split("base 0 bcdii 1 value 2 container 2 concurrent 2 pricing 2 table 3 index 4 " \
-                  "join 5 io 6 settings 6 runtime 7", word, " ")
+                  "join 5 io 6 settings 6 runtime 7 model 8", word, " ")
     for (i = 1; i < count; i += 2)
         floor[word[i]] = word[i + 1] + 0
 }
@@ -205,7 +211,7 @@ END {
 status=0
 for file in "${files[@]}"; do
     case "$file" in
-    src/database/*/*.cpp)
+    src/database/*/*.cpp | src/model/*.cpp)
         list=${file%/*}/CMakeLists.txt
         if ! grep -qF -- "${file##*/}" "$list" 2>/dev/null; then
             echo "$file:1: file: not named in $list"

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # Every public header compiles alone, included twice, under the strictest settings that a user may
 # have, with g++ and (when it is there) clang++. Nothing is linked or written.
-# usage: scripts/check-headers.sh [header below src/database...]
+# usage: scripts/check-headers.sh [header, as programs include it...]
 #        scripts/check-headers.sh --installed PREFIX     those that were installed there, by the name
 #                                 that users give them, with sign conversions as errors, too
 set -euo pipefail
@@ -15,7 +15,7 @@ qt=$(qmake -qt=5 -query QT_INSTALL_HEADERS 2>/dev/null || qmake -query QT_INSTAL
 flags=(-std=c++17 -fPIC -fsyntax-only -x c++
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Werror
     -DQT_NO_KEYWORDS -DQT_NO_FOREACH -DQT_NO_CAST_FROM_ASCII -DQT_NO_CAST_TO_ASCII
-    "-I$source_dir" -isystem "$qt" -isystem "$qt/QtCore" -isystem "$qt/QtConcurrent")
+    "-I$source_dir" "-I$root/src" -isystem "$qt" -isystem "$qt/QtCore" -isystem "$qt/QtConcurrent")
 
 compilers=(g++)
 if command -v clang++ >/dev/null 2>&1; then
@@ -38,8 +38,9 @@ elif [ $# -gt 0 ]; then
 else
     cd -- "$source_dir"
     while IFS= read -r -d '' file; do
-        headers+=("${file#./}")
-    done < <(find . -type f -name '*.h' ! -name '*_p.h' ! -name '*-inl.h' -print0 | sort -z)
+        file=${file#./}
+        headers+=("${file#../}")
+    done < <(find . ../model -type f -name '*.h' ! -name '*_p.h' ! -name '*-inl.h' -print0 | sort -z)
 fi
 if [ ${#headers[@]} -eq 0 ]; then
     echo "headers: found no header to check" >&2

@@ -71,7 +71,7 @@ include(FetchContent)
 FetchContent_Declare(LiveTable SOURCE_DIR "$root")
 FetchContent_MakeAvailable(LiveTable)
 add_executable(consumer "$example/main.cpp")
-target_link_libraries(consumer PRIVATE LiveTable::LiveTable)
+target_link_libraries(consumer PRIVATE LiveTable::LiveTable LiveTable::Model)
 install(TARGETS consumer)
 EOT
 cmake -G Ninja -S "$work/fetch" -B "$work/fetch/build" -DCMAKE_BUILD_TYPE=Release \

@@ -53,7 +53,7 @@ printf 'livetable (%s) unstable; urgency=medium\n\n  * See CHANGELOG.md.\n\n -- 
 settings=()
 if [ -n "$quick" ]; then
     settings=("LIVETABLE_BUILD=$root/build/release" DEB_BUILD_OPTIONS=noautodbgsym)
-    cmake --build "$root/build/release" --target livetable >"$work/log" || {
+    cmake --build "$root/build/release" --target livetable livetable_model >"$work/log" || {
         cat "$work/log" >&2
         exit 1
     }

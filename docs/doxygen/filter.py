@@ -25,6 +25,8 @@ USUAL = (
     (re.compile(r"(\w+)\(\1\s?&&\s?\w*\)"), "Moves."),
     (re.compile(r"(\w+)& operator=\(const \1\s?&"), "Copies."),
     (re.compile(r"(\w+)& operator=\(\1\s?&&"), "Moves."),
+    (re.compile(r"[\w:]+ (rowCount|columnCount|data|flags|headerData|roleNames)\("),
+     "As QAbstractItemModel has it; see the class."),
     (re.compile(r".*\boperator==\("), "Whether both are equal."),
     (re.compile(r".*\boperator!=\("), "Whether both are not equal."),
     (re.compile(r".*\boperator(<|>)\("), "Compares both by their order."),
@@ -191,7 +193,8 @@ def main():
         if not own and not trailing:
             usual = [t for pattern, t in USUAL if pattern.match(head)]
             copy = ""
-            if usual and (usual[0] in (None, "Copies.", "Moves.") or not doc):
+            if usual and (usual[0] in (None, "Copies.", "Moves.") or not doc or
+                          re.search(r"\boverride\b", head)):
                 copy = indent + "/** " + usual[0] + " */ " if usual[0] else ""
             elif doc and not re.search(r"\boverride\b", head):
                 copy = shared(doc, indent)

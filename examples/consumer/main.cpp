@@ -10,6 +10,7 @@
 #include <livetable/SortedView>
 #include <livetable/Table>
 #include <livetable/TableIO>
+#include <livetable/TableModel> // of the component Model
 
 // The same headers may also be named like this.
 #include <livetable/base/version.h>
@@ -80,6 +81,7 @@ int main(int argc, char** argv)
     order(orders, QStringLiteral("LKOH"), 5); // has no quote, so the view leaves it out
     quote(quotes, QStringLiteral("SBER"), QStringLiteral("271.10"));
     quote(quotes, QStringLiteral("GAZP"), QStringLiteral("165.25"));
+    const TableModel model(&dearest); // for a QTableView, say
     const QString before = firstOf(dearest);
     quote(quotes, QStringLiteral("GAZP"), QStringLiteral("271.11"));
     const QString after = firstOf(dearest);
@@ -96,9 +98,9 @@ int main(int argc, char** argv)
     // Values travel in variants as soon as the library is there.
     const QString text = QVariant::fromValue(decimal(QStringLiteral("12.50"))).toString();
     const bool isRight = before == QLatin1String("SBER") && after == QLatin1String("GAZP") &&
-                         dearest.count() == 2 && saved.status() == TableIO::Ok &&
-                         reader.status() == TableIO::Ok && loaded.rowCount() == 3 &&
-                         text == QLatin1String("12.50");
+                         dearest.count() == 2 && model.rowCount() == 2 &&
+                         saved.status() == TableIO::Ok && reader.status() == TableIO::Ok &&
+                         loaded.rowCount() == 3 && text == QLatin1String("12.50");
     out << (isRight ? "all as expected\n" : "something is wrong\n");
     return isRight ? 0 : 1;
 }

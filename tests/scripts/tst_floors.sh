@@ -13,7 +13,8 @@ failures=0
 # include of each kind.
 plant_tree() {
     rm -rf -- "$work/tree"
-    mkdir -p "$work/tree/src/database/"{base,table,index} "$work/tree/tests/table"
+    mkdir -p "$work/tree/src/database/"{base,table,index} "$work/tree/tests/table" \
+        "$work/tree/src/model"
     cd -- "$work/tree"
     printf '%s\n#pragma once\n' "$licence" | tee src/database/base/{a,a_p}.h \
         src/database/index/i.h src/database/index/i_p.h src/database/table/t.h >/dev/null
@@ -60,6 +61,8 @@ fault 'a private header in a public one' 'a public header includes base/a_p.h' \
     src/database/table/t.h '#include "base/a_p.h"'
 fault 'a private header in a test' 'index/i_p.h is not for use outside the library' \
     tests/table/tst_t.cpp '#include "index/i_p.h"'
+fault 'a private header in the model' 'index/i_p.h is not for use outside the library' \
+    src/model/m.h '#include "index/i_p.h"'
 fault 'a line of 101 characters' 'table.cpp:161: line: 101 characters' \
     src/database/table/table.cpp "// $(printf 'x%.0s' {1..98})"
 fault 'an excuse without a reason' 'base (floor 0) includes' src/database/base/a.h \
