@@ -29,11 +29,12 @@ def measured():
         cells = [c.strip() for c in line.strip("|").split("|")]
         if len(cells) == 8:
             figures[cells[0], cells[1]] = cells
-    return figures, re.search(r"^- Machine: (.*)$", text, re.M).group(1)
+    return (figures, re.search(r"^- Machine: (.*)$", text, re.M).group(1),
+            re.search(r"^- Command: (.*)$", text, re.M).group(1))
 
 
 def table():
-    figures, machine = measured()
+    figures, machine, command = measured()
     out = ["| | livetable | best of the others | |", "|---|--:|--:|---|"]
     for workload, figure, words in LINES:
         if (workload, figure) not in figures:
@@ -43,7 +44,7 @@ def table():
         other = "%s %s" % (best, unit) if best else ""
         out.append("| %s | %s %s | %s | %s |" % (words, own, unit, other, peer))
     out.append("")
-    out.append("Measured on %s, by `scripts/bench.sh`." % machine)
+    out.append("Measured on %s, by %s." % (machine, command))
     return "\n".join(out) + "\n"
 
 
