@@ -478,6 +478,7 @@ void tst_TableModel::batches()
     model.freeze();
     world.setPrice(row, 300);
     world.table->appendList({world.makeRow(7, 50000)});
+    model.flush();
     QTest::qWait(60);
     QVERIFY(changes.size() == 1 && model.rowCount() == 3 && model.record(0) == row);
     model.thaw();
