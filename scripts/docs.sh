@@ -8,6 +8,7 @@ unset CDPATH
 
 root=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd -P)
 output=${1:-$root/build/docs}
+command -v doxygen >/dev/null 2>&1 || "$root/scripts/deps.sh" docs
 mkdir -p -- "$output"
 output=$(cd -- "$output" && pwd -P)
 rm -rf -- "$output/html" "$output/livetable.qch"
