@@ -16,6 +16,7 @@ if [ "${1-}" = --quick ]; then
 fi
 build=$(cd -- "${1:-$root/build/release}" && pwd -P)
 example=$root/examples/consumer
+"$root/scripts/deps.sh" build install
 # Always the same folder, so that a compiler cache knows its files again.
 work=$root/build/install-check
 rm -rf -- "$work"
