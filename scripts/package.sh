@@ -91,15 +91,15 @@ debootstrap --variant=minbase "$suite" "$clean" "$mirror" >"$work/log" 2>&1 || {
 }
 cp -- /etc/resolv.conf "$clean/etc/resolv.conf"
 cp -R -- /etc/apt/apt.conf.d/. "$clean/etc/apt/apt.conf.d/"
-mkdir "$clean/packages" "$clean/work"
+mkdir "$clean/packages" "$clean/tree"
 cp -- "$output"/*.deb "$clean/packages"
-cp -R -- "$source/examples" "$source/scripts" "$clean/work"
+cp -R -- "$source/examples" "$source/scripts" "$clean/tree"
 chroot "$clean" sh -ec '
     export DEBIAN_FRONTEND=noninteractive LC_ALL=C
     apt-get update -qq
     apt-get install -qq -y --no-install-recommends /packages/*.deb g++ cmake ninja-build pkg-config \
         qtbase5-dev-tools qt5-qmake make
-    /work/scripts/check-consumer.sh /usr packages
+    /tree/scripts/check-consumer.sh /usr packages
     dpkg --purge liblivetable-dev liblivetable-doc liblivetable1
     test -z "$(find /usr -name "*livetable*")"
 ' >"$work/log" 2>&1 || {
