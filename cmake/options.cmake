@@ -19,3 +19,14 @@ endif()
 if(LIVETABLE_FUZZ)
   target_compile_options(livetable_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
+
+# The same for a library that is installed: what it is compiled with is nothing that its users link.
+function(livetable_use_options target)
+  foreach(kind DEFINITIONS OPTIONS)
+    set_property(
+      TARGET ${target} APPEND
+      PROPERTY COMPILE_${kind} $<TARGET_PROPERTY:livetable_options,INTERFACE_COMPILE_${kind}>)
+  endforeach()
+  set_property(TARGET ${target} APPEND
+               PROPERTY LINK_OPTIONS $<TARGET_PROPERTY:livetable_options,INTERFACE_LINK_OPTIONS>)
+endfunction()

@@ -108,4 +108,5 @@ done
 
 if [ -z "$quick" ]; then
     scripts/bench_results.py "$command" "$rounds" <"$lines"
+    scripts/readme_speed.py
 fi

@@ -8,7 +8,7 @@
 #             model/ includes only public headers of the library
 #   function  a function has at most 70 lines, a file at most 1000, a line at most 100 characters
 #   file      every file starts with its licence, every header has #pragma once, and a .cpp of the
-#             library is named in the CMakeLists.txt of its folder
+#             library is named in the CMakeLists.txt of its folder; scripts say their licence, too
 # A rule can be excused where it must be, by a comment with a reason, on the line before or on it:
 #   // excuse(floor): reason      likewise (private), (function), (line); (file) stands anywhere
 # usage: scripts/check-floors.sh [root of the tree]
@@ -220,4 +220,14 @@ for file in "${files[@]}"; do
         ;;
     esac
 done
+
+# What is no C++ says its licence near its top, too.
+while IFS= read -r -d '' file; do
+    if ! head -n 3 -- "$file" | grep -q 'SPDX-License-Identifier: MIT'; then
+        echo "$file:1: file: no SPDX-License-Identifier: MIT"
+        status=1
+    fi
+done < <(find . \( -path ./build -o -path './build-*' -o -path ./.git \) -prune -o -type f \
+    \( -name '*.sh' -o -name '*.py' -o -name '*.cmake' -o -name CMakeLists.txt -o -name '*.in' \
+    -o -name '*.css' -o -name '*.map' -o -name '*.pro' \) -print0)
 exit $status

@@ -3,6 +3,8 @@
 # Every public header compiles alone, included twice, under the strictest settings that a user may
 # have, with g++ and (when it is there) clang++. Nothing is linked or written.
 # usage: scripts/check-headers.sh [header, as programs include it...]
+#        scripts/check-headers.sh --installed PREFIX     those that were installed there, by the name
+#                                 that users give them, with sign conversions as errors, too
 set -euo pipefail
 unset CDPATH
 
@@ -21,7 +23,17 @@ if command -v clang++ >/dev/null 2>&1; then
 fi
 
 headers=()
-if [ $# -gt 0 ]; then
+if [ "${1-}" = --installed ]; then
+    prefix=$2
+    flags=("${flags[@]/-I$source_dir/-I$prefix/include}")
+    flags=("${flags[@]/-Wno-sign-conversion/-Wsign-conversion}")
+    while IFS= read -r file; do
+        headers+=("$file")
+    done < <(cd -- "$prefix/include" && find livetable -name '*.h' ! -name '*-inl.h' | sort)
+    # The headers that are named after classes only lead to the others: one look at all of them.
+    (cd -- "$prefix/include" && find livetable -type f ! -name '*.h' -printf '#include <%p>\n') |
+        g++ "${flags[@]}" -
+elif [ $# -gt 0 ]; then
     headers=("$@")
 else
     cd -- "$source_dir"
@@ -38,7 +50,7 @@ fi
 check_one() { # compiler header flags...
     local compiler=$1 header=$2
     shift 2
-    printf '#include "%s"\n#include "%s"\n' "$header" "$header" | "$compiler" "$@" - || {
+    printf '#include <%s>\n#include <%s>\n' "$header" "$header" | "$compiler" "$@" - || {
         echo "headers: $header does not compile alone with $compiler" >&2
         return 1
     }
@@ -52,7 +64,7 @@ for compiler in "${compilers[@]}"; do
 done | xargs -0 -n 2 -P "$(nproc)" bash -c 'check_one "${@: -2:1}" "${@: -1}" "${@:1:$#-2}"' \
     check "${flags[@]}" || exit 1
 # Most programs use Qt's own keywords (slots, signals, emit, foreach): all headers at once with them.
-printf '#include "%s"\n' "${headers[@]}" | g++ "${flags[@]/-DQT_NO_*/-DQT_DEPRECATED_WARNINGS}" - || {
+printf '#include <%s>\n' "${headers[@]}" | g++ "${flags[@]/-DQT_NO_*/-DQT_DEPRECATED_WARNINGS}" - || {
     echo "headers: they do not compile together where Qt's keywords are on" >&2
     exit 1
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Installs what is missing of the Debian 12 packages that the given sets need, and says so.
-# usage: scripts/deps.sh [build] [test] [check] [fuzz] [bench]   (no set named: build)
+# usage: scripts/deps.sh [build] [test] [check] [fuzz] [install] [docs] [package] [root] [bench]
+#        (no set named: build)
 set -euo pipefail
 
 say() { printf '%s\n' "deps: $*" >&2; }
@@ -13,12 +14,20 @@ packages_of() {
     test) echo "libboost-dev:" ;; # Boost.Multiprecision is the tests' oracle for big numbers
     check) echo "clang-format:clang-format git:git python3:python3" ;;
     fuzz) echo "clang:clang++ libclang-rt-14-dev:" ;; # libFuzzer
+    install) echo "pkg-config:pkg-config qt5-qmake:qmake make:make" ;;  # the ways to use the library
+    docs) echo "doxygen:doxygen qhelpgenerator-qt5: python3:python3" ;;
+    package)
+        echo "dpkg-dev:dpkg-buildpackage debhelper:dh lintian:lintian doxygen:doxygen" \
+            "qhelpgenerator-qt5: python3:python3 git:git pkg-config:pkg-config qt5-qmake:qmake make:make"
+        ;;
+    root) echo "debootstrap:" ;;
     bench) # the peers
         echo "libsqlite3-dev: libboost-dev: libabsl-dev: libintelrdfpmath-dev: libquantlib0-dev:" \
             "libisal-dev: libtbb-dev: python3:python3"
         ;;
     *)
-        say "no set of packages is called '$1' (there are: build, test, check, fuzz, bench)"
+        say "no set of packages is called '$1' (there are: build, test, check, fuzz, install, docs," \
+            "package, root, bench)"
         return 1
         ;;
     esac

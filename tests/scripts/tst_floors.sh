@@ -27,7 +27,8 @@ plant_tree() {
         printf '};\n// %s\n' "$(printf 'ж%.0s' {1..97})"
     } >src/database/table/table.cpp
     printf '%s\n#include "table/t.h"\n' "$licence" >tests/table/tst_t.cpp
-    echo 'target_sources(livetable PRIVATE table.cpp t.h)' >src/database/table/CMakeLists.txt
+    printf '%s\n' "${licence/\/\//#}" 'target_sources(livetable PRIVATE table.cpp t.h)' \
+        >src/database/table/CMakeLists.txt
 }
 
 expect() { # what exit-code text
@@ -84,6 +85,8 @@ expect 'a header that can be read twice' 1 'a.h:1: file: no #pragma once'
 plant_tree
 sed -i 1d src/database/base/a.h
 expect 'a file without its licence' 1 'a.h:1: file: the first line is not'
+
+fault 'a script without a licence' 'run.sh:1: file: no SPDX' run.sh '#!/bin/sh'
 
 plant_tree
 mkdir src/database/attic && cp src/database/base/a.h src/database/attic/

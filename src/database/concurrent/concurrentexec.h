@@ -16,22 +16,24 @@
 template <typename It>
 struct ConcurrentParamIterPair
 {
+    /// The run [first, last).
     ConcurrentParamIterPair(It first, It last)
         : begin(std::move(first))
         , end(std::move(last))
     {}
-    It begin;
-    It end;
+    It begin; ///< where the run begins
+    It end;   ///< behind its last item
 };
 
 /// A parameter that every chunk gets as it is.
 template <typename T>
 struct ConcurrentParamPlain
 {
+    /// Every chunk gets a copy of `shared`.
     explicit ConcurrentParamPlain(T shared)
         : value(std::move(shared))
     {}
-    T value;
+    T value; ///< what every chunk gets
 };
 
 /// The parts of ConcurrentExec; not for direct use.
@@ -113,6 +115,7 @@ public:
     template <typename Fn, typename... Params>
     struct HelperResult
     {
+        /// What the worker returns, without reference and const.
         using Result = std::decay_t<decltype(std::apply(std::declval<Fn&>(),
                                                         std::declval<Arguments<Params...>&>()))>;
     };

@@ -33,15 +33,16 @@ template <typename Iterator, typename LessThan>
 struct BeginEnd
 {
     BeginEnd() = default;
+    /// The range [first, last), to be brought into `order`.
     BeginEnd(Iterator first, Iterator last, LessThan order)
         : begin(std::move(first))
         , end(std::move(last))
         , lessThan(std::move(order))
     {}
 
-    Iterator begin;
-    Iterator end;
-    LessThan lessThan;
+    Iterator begin;    ///< the first element
+    Iterator end;      ///< behind the last one
+    LessThan lessThan; ///< the order
 };
 
 /// Two sorted neighbours [begin, middle) and [middle, end) and the order to merge them by.
@@ -49,6 +50,7 @@ template <typename Iterator, typename LessThan>
 struct BeginMiddleEnd
 {
     BeginMiddleEnd() = default;
+    /// The ranges [first, inner) and [inner, last), each in `order`.
     BeginMiddleEnd(Iterator first, Iterator inner, Iterator last, LessThan order)
         : begin(std::move(first))
         , middle(std::move(inner))
@@ -56,10 +58,10 @@ struct BeginMiddleEnd
         , lessThan(std::move(order))
     {}
 
-    Iterator begin;
-    Iterator middle;
-    Iterator end;
-    LessThan lessThan;
+    Iterator begin;    ///< of the left range
+    Iterator middle;   ///< the end of the left range, and the begin of the right one
+    Iterator end;      ///< of the right range
+    LessThan lessThan; ///< the order
 };
 
 /// Sorts one range stably in the calling thread, with a temporary buffer.

@@ -213,9 +213,10 @@ class PartitionList
     };
 
 public:
-    using value_type = T;
+    using value_type = T; ///< what the list holds
     /// Writing through it in a keyed list leaves the keys as they are.
     using iterator = Iterator<false>;
+    /// Reads only. Random access, as iterator; both are invalid once the list changes.
     using const_iterator = Iterator<true>;
 
     /// An empty list. `partitionSize` of at least 2.
@@ -225,7 +226,9 @@ public:
     /// Elements in the list.
     int count() const noexcept { return total; }
     int size() const noexcept { return total; }
+    /// Whether there are none.
     bool isEmpty() const noexcept { return total == 0; }
+    /// No partition reaches this many elements.
     int partitionSize() const noexcept { return maximum; }
     /// Half the partition size, rounded down.
     int minimumSize() const noexcept { return maximum / 2; }
@@ -235,6 +238,7 @@ public:
     /// The i-th element; a shared default-constructed one when `i` is out of range.
     const T& at(int i) const;
     const T& operator[](int i) const { return at(i); }
+    /// The elements in order.
     const_iterator begin() const { return const_iterator(this, 0); }
     const_iterator end() const { return const_iterator(this, total); }
     const_iterator cbegin() const { return begin(); }
@@ -263,6 +267,7 @@ public:
     void joinPartitions();
     /// Empties the list. The partitions are detached first, their elements released after.
     void clear() noexcept;
+    /// Exchanges the contents, sizes and keys of two lists; nothing is copied.
     void swap(PartitionList& other) noexcept;
 
     // For indexes: places and keys.
@@ -271,12 +276,13 @@ public:
     /// behind the leaf's last element). Invalid once the list changes.
     struct Place
     {
-        int part;
-        int leaf;
-        int offset;
+        int part;   ///< the partition
+        int leaf;   ///< the leaf in it
+        int offset; ///< the element in that
     };
     /// How many key words an empty list is to keep for each element: 0, 1 or 2.
     void setKeyWords(int words);
+    /// What setKeyWords() said, and whether that was not 0.
     int keyWords() const noexcept { return words; }
     bool isKeyed() const noexcept { return words > 0; }
     /// Rises with every change of the list; tells whether a Place is still good.
@@ -298,8 +304,10 @@ public:
     bool stepBack(Place& place) const noexcept;
     /// Steps from an element to the one behind it; false at the last.
     bool stepForward(Place& place) const noexcept;
+    /// The element, or its key, on a place that stands on one.
     const T& at(const Place& p) const { return parts.at(p.part)->leaves[leaf(p)].items[p.offset]; }
     SortKey keyAt(const Place& p) const { return parts.at(p.part)->keyAt(p.leaf, p.offset); }
+    /// Gives the element on a place another key.
     void setKey(const Place& place, SortKey key) noexcept;
     /// Gives every element of the list a key of one word; keyOf(element) must not decrease.
     template <typename KeyOf>
@@ -316,6 +324,7 @@ public:
     /// or with `behindEquals` for the first whose key is above it.
     struct KeySearch
     {
+<<<<<<< HEAD
         KeySearch() = default;
         KeySearch(const PartitionList* searched, SortKey sought, bool behind)
             : list(searched)
@@ -333,6 +342,14 @@ public:
         const APartList<T>* part;
         const typename APartList<T>::Leaf* leaf;
         LiveTable::KeySpan keys;
+=======
+        const PartitionList* list; ///< to be searched
+        SortKey key;               ///< to be searched for
+        int part = -1;             ///< found: the partition, -1 before
+        int leaf = 0;              ///< found: the leaf in it
+        int from = 0;              ///< while the leaf is searched it lies in from..to
+        int to = 0;                ///< see from
+>>>>>>> install
     };
     /// Searches several lists at once, level by level, so that the waits for memory overlap: one
     /// wait costs as much as a hundred instructions, and a search alone has several in a row.

@@ -42,6 +42,7 @@ public:
     /// The boundaries b0, e0, b1, e1, ...: strictly increasing, an even number of them.
     const QList<T>& boundaries() const { return bounds; }
 
+    /// Whether there is no member.
     bool isEmpty() const { return bounds.isEmpty(); }
 
     /// The number of members, which may exceed the range of T.
@@ -53,6 +54,7 @@ public:
         return sum;
     }
 
+    /// Whether the value is a member. O(log ranges).
     bool contains(const T& value) const
     {
         const auto after = std::upper_bound(bounds.cbegin(), bounds.cend(), value);
@@ -70,8 +72,10 @@ public:
     /// The part of the set inside [from, to); empty when `from` is not below `to`.
     RangeSet intersect(const T& from, const T& to) const;
 
+    /// Removes every member.
     void clear() { bounds.clear(); }
 
+    /// Whether both have the same members.
     friend bool operator==(const RangeSet& a, const RangeSet& b) { return a.bounds == b.bounds; }
     friend bool operator!=(const RangeSet& a, const RangeSet& b) { return !(a == b); }
 

@@ -10,8 +10,8 @@
 /// `high` alone.
 struct SortKey
 {
-    quint64 high = 0;
-    quint64 low = 0;
+    quint64 high = 0; ///< compared first
+    quint64 low = 0;  ///< decides between equal first words
     friend bool operator==(SortKey a, SortKey b) { return a.high == b.high && a.low == b.low; }
     friend bool operator!=(SortKey a, SortKey b) { return !(a == b); }
     friend bool operator<(SortKey a, SortKey b)

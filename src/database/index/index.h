@@ -114,8 +114,10 @@ class LIVETABLE_EXPORT IndexIterative
 public:
     IndexIterative();
     virtual ~IndexIterative();
+    /// The records in index order.
     virtual PartitionList<Record>::const_iterator begin() const = 0;
     virtual PartitionList<Record>::const_iterator end() const = 0;
+    /// How many records there are.
     virtual int count() const = 0;
     /// The viewed table; null once it has been destroyed.
     virtual Table* table() const = 0;

@@ -30,6 +30,7 @@ class Index;
 class LIVETABLE_EXPORT IndexDependBase
 {
 public:
+    /// Passes on the notifications of `index`, which may be null.
     explicit IndexDependBase(Index* index = nullptr);
     ~IndexDependBase();
 
@@ -40,8 +41,10 @@ public:
     void addDependentIndex(Index* index);
     /// Removes the first occurrence; nothing when there is none.
     void removeDependentIndex(Index* index);
+    /// In the order in which they are told.
     QList<Index*> dependentIndexes() const;
 
+    /// Each tells every dependent what its namesake in Index was told.
     void clear();
     void build();
     void add(const Record& record);

@@ -20,21 +20,22 @@ class IndexListPrivate;
 /// in ascending order of position, turns the old list into the new.
 struct IndexChange
 {
+    /// A record that was at position `from` is at position `to`.
     struct Move
     {
-        int from;
-        int to;
+        int from; ///< in the list as it was
+        int to;   ///< in the list as it is
     };
-    const int* removed = nullptr; ///< ascending
-    int removedCount = 0;
-    const Move* moved = nullptr; ///< ascending by `to`; their content may have changed as well
-    int movedCount = 0;
+    const int* removed = nullptr;  ///< ascending
+    int removedCount = 0;          ///< of `removed`
+    const Move* moved = nullptr;   ///< ascending by `to`; their content may have changed as well
+    int movedCount = 0;            ///< of `moved`
     const int* inserted = nullptr; ///< ascending
-    int insertedCount = 0;
-    const int* changed = nullptr; ///< updated records that stayed where they were, ascending
-    int changedCount = 0;
-    int firstColumn = -1; ///< of the update; -1 for the first or the last column
-    int lastColumn = -1;
+    int insertedCount = 0;         ///< of `inserted`
+    const int* changed = nullptr;  ///< updated records that stayed where they were, ascending
+    int changedCount = 0;          ///< of `changed`
+    int firstColumn = -1;          ///< of the update; -1 for the first or the last column
+    int lastColumn = -1;           ///< likewise
 };
 
 /// Told by a list-backed index what happened to it, after it happened, on the thread that changes
@@ -47,6 +48,7 @@ class LIVETABLE_EXPORT IndexObserver
 public:
     IndexObserver();
     virtual ~IndexObserver();
+    /// Records came, went, moved or changed. The arrays of `change` are good during the call.
     virtual void indexChanged(const IndexList& index, const IndexChange& change) = 0;
     /// The content is new as a whole: cleared, built or sorted again.
     virtual void indexReset(const IndexList& index) = 0;
@@ -71,6 +73,8 @@ private:
 class LIVETABLE_EXPORT IndexList : public Index, public IndexIterative
 {
 public:
+    /// Over a table; see above for `autoAttach`. Empty until build(). A null table gives an index
+    /// that stays empty.
     IndexList(Table* table, bool autoAttach);
     /// The table of that name in ICore::instance(); none, and no attachment, when it is not known.
     IndexList(const QString& tableName, bool autoAttach);
@@ -95,9 +99,11 @@ public:
     int indexOf(const Record& record) const override;
     QString getClassName() const override;
 
+    /// The records in index order; at the end of the list begin() + count().
     int count() const override;
     PartitionList<Record>::const_iterator begin() const override;
     PartitionList<Record>::const_iterator end() const override;
+    /// The viewed table; null once it has been destroyed.
     Table* table() const override;
     Table* table() override;
     /// Moves the records at `first` to `last`, inclusive, to position `to` of the list without
@@ -116,6 +122,7 @@ public:
     void removeObserver(IndexObserver* observer);
 
 protected:
+    /// For the library's own indexes.
     IndexListPrivate* listPrivate() const { return listData.get(); }
 
 private:

@@ -31,6 +31,8 @@
 class LIVETABLE_EXPORT IndexSort : public IndexList
 {
 public:
+    /// As IndexList. Empty until build(), which belongs into the constructor of the subclass: here
+    /// compare() is not there yet.
     IndexSort(Table* table, bool autoAttach);
     IndexSort(const QString& tableName, bool autoAttach);
     ~IndexSort() override;
@@ -39,9 +41,11 @@ public:
     class LessThan
     {
     public:
+        /// The order of `sorted`, which must outlive it.
         explicit LessThan(const IndexSort* sorted)
             : index(sorted)
         {}
+        /// Whether `a` sorts before `b`.
         bool operator()(const Record& a, const Record& b) const { return index->compare(a, b) < 0; }
 
     private:
@@ -51,9 +55,11 @@ public:
     class Compare
     {
     public:
+        /// The order of `sorted`, which must outlive it.
         explicit Compare(const IndexSort* sorted)
             : index(sorted)
         {}
+        /// compare(element, key).
         int operator()(const Record& element, const Record& key) const
         {
             return index->compare(element, key);

@@ -27,6 +27,7 @@
 class LIVETABLE_EXPORT IndexVector : public Index
 {
 public:
+    /// Attaches to the table. Empty until build().
     explicit IndexVector(Table* table);
     ~IndexVector() override;
 

@@ -22,6 +22,7 @@ class RowOrder;
 class LIVETABLE_EXPORT MasterIndex : public IndexSort
 {
 public:
+    /// A master without key columns. Empty: Table::setMasterIndex() fills it.
     explicit MasterIndex(Table* table);
     ~MasterIndex() override;
 
@@ -40,10 +41,12 @@ public:
     const QList<int>& columns() const { return keyColumns; }
 
 protected:
+    /// With these key columns, the most significant first.
     MasterIndex(Table* table, const QList<int>& columns);
     /// For a master whose order is arrival: rows get a hidden, rising number.
     void keepArrivalOrder();
 
+    /// What columns() answers.
     QList<int> keyColumns;
 
 private:
@@ -61,6 +64,7 @@ private:
 class LIVETABLE_EXPORT MasterIndex_Column_Pure : public MasterIndex
 {
 public:
+    /// By the names or numbers of the key columns, the most significant first.
     MasterIndex_Column_Pure(Table* table, const QString& column);
     MasterIndex_Column_Pure(Table* table, const QStringList& columns);
     MasterIndex_Column_Pure(Table* table, const QList<int>& columns);
@@ -95,6 +99,7 @@ private:
 class LIVETABLE_EXPORT MasterIndex_Fast_Pure : public MasterIndex_Column_Pure
 {
 public:
+    /// By the names or numbers of the key columns, in the order in which they lie in the table.
     MasterIndex_Fast_Pure(Table* table, const QStringList& columns);
     MasterIndex_Fast_Pure(Table* table, const QList<int>& columns);
     ~MasterIndex_Fast_Pure() override;
@@ -122,6 +127,7 @@ private:
 class LIVETABLE_EXPORT MasterIndexOrdered : public MasterIndex
 {
 public:
+    /// For a table; Table::setMasterIndex() fills it.
     explicit MasterIndexOrdered(Table* table);
     ~MasterIndexOrdered() override;
 

@@ -12,11 +12,13 @@
 /// One column of a sort order.
 struct SortColumn
 {
+    /// The smallest value first, or the greatest.
     enum Order
     {
         Ascending,
         Descending
     };
+    /// Where cells without a value stand.
     enum Nulls
     {
         NullsFirst,
@@ -63,6 +65,7 @@ public:
     bool isAffected(int firstColumn, int lastColumn) const override;
     /// "SortedView".
     QString getClassName() const override;
+    /// The sort order, the most significant column first.
     const QVector<SortColumn>& columns() const;
 
 protected:
@@ -91,6 +94,7 @@ public:
     SortKey sortKey(const Record& record) const override;
     bool isSortKeyExact(SortKey key) const override;
     bool isAffected(int firstColumn, int lastColumn) const override;
+    /// The sort order, the most significant column first.
     const QVector<SortColumn>& columns() const;
 
 protected:

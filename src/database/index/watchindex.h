@@ -23,6 +23,7 @@
 class LIVETABLE_EXPORT WatchIndex : public Index
 {
 public:
+    /// Attaches to the table; collects from here on.
     explicit WatchIndex(Table* table);
     ~WatchIndex() override;
 

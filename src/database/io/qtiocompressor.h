@@ -87,7 +87,9 @@ public:
     qint64 bytesAvailable() const override;
 
 protected:
+    /// What QIODevice reads by.
     qint64 readData(char* data, qint64 maxSize) override;
+    /// What QIODevice writes by.
     qint64 writeData(const char* data, qint64 size) override;
 
 private:

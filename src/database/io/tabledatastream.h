@@ -20,6 +20,7 @@
 class LIVETABLE_EXPORT TableDataStreamRead : public QDataStream
 {
 public:
+    /// Opens `path` or its compressed twin for reading; see above.
     explicit TableDataStreamRead(const QString& path);
     ~TableDataStreamRead();
 
@@ -54,6 +55,7 @@ private:
 class LIVETABLE_EXPORT TableDataStreamWrite : public QDataStream
 {
 public:
+    /// Opens the file beside `path` for writing; see above.
     explicit TableDataStreamWrite(const QString& path);
     ~TableDataStreamWrite();
 

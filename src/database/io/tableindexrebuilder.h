@@ -33,6 +33,7 @@ class Table;
 class LIVETABLE_EXPORT TableIndexRebuilder
 {
 public:
+    /// Empties the table's indexes and takes them off. The table must not be null.
     explicit TableIndexRebuilder(Table* table);
     ~TableIndexRebuilder();
 

@@ -78,19 +78,19 @@ public:
     {
         qint32 magic = 0;       ///< 0x20151002
         qint16 columnCount = 0; ///< as unsigned number
-        qint32 rowCount = 0;
-        qint32 rowLength = 0; ///< of a row's cells in the file, in bytes
-        qint32 nullBytes = 0; ///< of a row's null bitmap
-        QList<TableColumnDef> columns;
-        QStringList masterColumns; ///< of the master index's key; not used by reading
+        qint32 rowCount = 0;    ///< of the whole table, also where the columns were saved alone
+        qint32 rowLength = 0;   ///< of a row's cells in the file, in bytes
+        qint32 nullBytes = 0;   ///< of a row's null bitmap
+        QList<TableColumnDef> columns; ///< in their order in the file
+        QStringList masterColumns;     ///< of the master index's key; not used by reading
     };
 
     /// From which column of the file a column of the table is read. With an empty `to`: the file's
     /// column `from` is dropped, that is, not added by `addColumns`.
     struct ConvertKey
     {
-        QString to;
-        QString from;
+        QString to;   ///< the column of the table
+        QString from; ///< the column of the file
         friend bool operator<(const ConvertKey& a, const ConvertKey& b)
         {
             const int order = a.to.compare(b.to);
@@ -108,6 +108,7 @@ public:
     class LIVETABLE_EXPORT FieldDefConvertor_Copy : public FieldDefConvertor
     {
     public:
+        /// For cells of `bytes` bytes.
         explicit FieldDefConvertor_Copy(int bytes = 0);
         ~FieldDefConvertor_Copy() override;
         void convert(Field& to, const Field& from) override;
@@ -132,15 +133,17 @@ public:
     /// Where in the file layout's row a plainly copied column lies; ordered by that.
     struct Range
     {
-        qint64 offset;
-        FieldDefConvertor* convertor;
+        qint64 offset;                ///< in the data area of the row, in bytes
+        FieldDefConvertor* convertor; ///< what copies it
         friend bool operator<(const Range& a, const Range& b) { return a.offset < b.offset; }
     };
 
+    /// For reading and writing this table, which must outlive it.
     explicit TableIO(Table* table);
 
     // How the last operation ended.
 
+    /// How the last operation ended; Ok before the first.
     Status status() const { return lastStatus; }
     /// Ok as an empty text, everything else as a sentence.
     QString errorString() const { return lastError; }
@@ -200,6 +203,7 @@ public:
 
     /// Fills a header for the whole table.
     static void setupHeader(TableHeader& header, const Table* table);
+    /// Writes what stands before the rows, as it is.
     static void writeHeader(const TableHeader& header, QDataStream& stream);
     /// Does not look at the magic number, nor at anything else; any bytes are survived. What the
     /// stream does not hold is zero and missing from the lists; the stream's status tells.

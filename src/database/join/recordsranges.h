@@ -26,8 +26,10 @@ struct Col;
 class LIVETABLE_EXPORT RecordsRanges
 {
 public:
+    /// The records, and at the same places of a second list their positions.
     const QList<Record>& records() const { return rows; }
     const QList<RangeSet<int>>& ranges() const { return positions; }
+    /// Whether there are no records.
     bool isEmpty() const { return rows.isEmpty(); }
 
     /// Adds a record with its positions; to those it has when it is there already.

@@ -24,9 +24,10 @@ class TableJoinPrivate;
 /// record that is written. Column numbers.
 struct LIVETABLE_EXPORT Col
 {
-    qint32 to;
-    qint32 from;
+    qint32 to;   ///< number of the column that is written
+    qint32 from; ///< number of the column that is read
 
+    /// Orders by `from`.
     static bool lessThanByFrom(const Col& a, const Col& b) { return a.from < b.from; }
     friend bool operator==(const Col& a, const Col& b) { return a.to == b.to && a.from == b.from; }
 };
@@ -40,9 +41,9 @@ struct LIVETABLE_EXPORT IndexJoinMain
     ~IndexJoinMain();
     Q_DISABLE_COPY(IndexJoinMain)
 
-    Table* table = nullptr;
-    QVector<int> keyColumns; ///< the master index's columns, ascending
-    TableJoinMain* index = nullptr;
+    Table* table = nullptr;         ///< the main table
+    QVector<int> keyColumns;        ///< the master index's columns, ascending
+    TableJoinMain* index = nullptr; ///< not owned
 };
 
 /// What they share of one dependent side; all mappings are sorted by `from`.
@@ -52,7 +53,7 @@ struct LIVETABLE_EXPORT IndexJoinDep
     ~IndexJoinDep();
     Q_DISABLE_COPY(IndexJoinDep)
 
-    Table* table = nullptr;
+    Table* table = nullptr;        ///< the dependent table
     QVector<Col> keyMapping;       ///< to: main, from: dependent
     QVector<Col> reverseKey;       ///< to: dependent, from: main
     QVector<Col> columns;          ///< the copied columns; to: main, from: dependent
@@ -107,6 +108,10 @@ private:
 /// called setup(), must be taken off (disconnectIndexes) before they are deleted, and may be
 /// deleted before or after the join. Tables may die at any time. The columns stay in the main table
 /// when the join is gone. LiveJoin does all of this in one call.
+///
+/// **Files.** Joined columns are saved with their table. Set the join up before the file is read: a
+/// joined column that is already there when setup() is called is a column like any other, and the
+/// join adds one under another name.
 ///
 /// **Threads.** As Table. Lock order: the main table before its dependents. A bracket on a
 /// dependent (Table::beginUpdate) opens one on the main table first, so a writer needs to open only

@@ -18,6 +18,7 @@ class TableJoinDepPrivate;
 class LIVETABLE_EXPORT TableJoinDep : public Index
 {
 public:
+    /// Made by TableJoin::setup(); the description must outlive it or tell it of its end.
     explicit TableJoinDep(IndexJoinDep* dep);
     ~TableJoinDep() override;
 
@@ -49,6 +50,7 @@ public:
     /// Brings one dependent record to the main rows of its key; with `isRemoved` as if it were not
     /// there. `firstColumn` to `lastColumn` are the dependent's columns that changed.
     void setRecordData(const Record& record, bool isRemoved, int firstColumn, int lastColumn);
+    /// The mapping of this dependent; null once the join has gone.
     const IndexJoinDep* description() const;
 
 private:

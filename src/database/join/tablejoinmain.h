@@ -19,6 +19,7 @@ class TableJoinMainPrivate;
 class LIVETABLE_EXPORT TableJoinMain : public Index
 {
 public:
+    /// Made by TableJoin::setup().
     TableJoinMain(IndexJoinMain* main, const QVector<QSharedPointer<IndexJoinDep>>& deps);
     ~TableJoinMain() override;
 
@@ -45,7 +46,9 @@ public:
 
     /// Whether the range meets the span from the first to the last key column.
     bool isKeyIntersected(int firstColumn, int lastColumn) const;
+    /// The main side; null once the join has gone.
     const IndexJoinMain* description() const;
+    /// The dependents, in the order of TableJoin::setup().
     const QVector<QSharedPointer<IndexJoinDep>>& dependents() const;
 
 private:

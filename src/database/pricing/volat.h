@@ -214,16 +214,17 @@ LIVETABLE_EXPORT double volatByTheorPrice(const VolatInputParams& in, bool put, 
 /// How a volatility is searched; each as in volatByTheorPrice().
 struct VolatSearch
 {
-    double start = 0;
-    double lo = gc_dVolatMinDefault;
-    double hi = gc_dVolatMaxDefault;
-    double priceTol = 1e-8;
-    double volTol = 1e-8;
+    double start = 0;                ///< percent; where Newton's method starts
+    double lo = gc_dVolatMinDefault; ///< percent; the lowest that is looked at
+    double hi = gc_dVolatMaxDefault; ///< percent; the highest
+    double priceTol = 1e-8;          ///< how closely the price is met
+    double volTol = 1e-8;            ///< percent; the width at which bisection ends
 };
 
 /// An implied volatility, or why there is none.
 struct ImpliedVolat
 {
+    /// Why there is no volatility.
     enum Reason
     {
         Found,          ///< volat is the very number that volatByTheorPrice() returns
@@ -237,8 +238,8 @@ struct ImpliedVolat
                         ///< rounds
     };
 
-    double volat = -1; ///< percent; -1 unless Found
-    Reason reason = InvalidInput;
+    double volat = -1;            ///< percent; -1 unless Found
+    Reason reason = InvalidInput; ///< Found, or what stood in the way
 };
 
 /// volatByTheorPrice() that says why there is no volatility. Costs one or two more prices where
@@ -289,6 +290,7 @@ LIVETABLE_EXPORT void impliedVolatBatch(ImpliedVolat* volats, const VolatInputPa
 class OptVolat
 {
 protected:
+    /// For a put or a call with these parameters.
     OptVolat(const VolatInputParams& params, bool isPut)
         : in(&params)
         , put(isPut)
@@ -305,8 +307,8 @@ protected:
         return out;
     }
 
-    const VolatInputParams* in;
-    bool put;
+    const VolatInputParams* in; ///< of the option
+    bool put;                   ///< whether it is a put
 
 private:
     VolatOutputParams out;
@@ -317,9 +319,11 @@ private:
 class OptVolatPrice : public OptVolat
 {
 public:
+    /// For a put or a call with these parameters.
     OptVolatPrice(const VolatInputParams& params, bool isPut)
         : OptVolat(params, isPut)
     {}
+    /// The price at sigma.
     double operator()(double sigma) { return put ? at(sigma).pricePut : at(sigma).priceCall; }
 };
 
@@ -327,9 +331,11 @@ public:
 class OptVolatVega : public OptVolat
 {
 public:
+    /// For a put or a call with these parameters.
     OptVolatVega(const VolatInputParams& params, bool isPut)
         : OptVolat(params, isPut)
     {}
+    /// The vega at sigma.
     double operator()(double sigma) { return at(sigma).vega; }
 };
 

@@ -101,6 +101,7 @@ class LIVETABLE_EXPORT RunnableManager : public QObject
     Q_OBJECT
 
 public:
+    /// A manager without jobs.
     explicit RunnableManager(QObject* parent = nullptr);
 
     /// stopRunnables(true). Must not be called from inside a job of this manager's.

@@ -84,6 +84,7 @@ public:
     /// Registers both, unless that was done.
     SettingsInitializer();
 
+    /// What to hand to QSettings for a JSON file, and for settings in memory.
     static QSettings::Format jsonFormat();
     static QSettings::Format mapFormat();
 };

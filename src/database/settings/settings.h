@@ -55,6 +55,7 @@ public:
     static QFileInfo settingsPath(bool flag, const QString& group, const QFileInfo& appFile,
                                   const QFileInfo& customFile);
 
+    /// These do what the functions of QSettings do that are called so.
     void beginGroup(const QString& prefix) const;
     void endGroup() const;
     QString group() const;
@@ -75,6 +76,7 @@ public:
     /// loss of power. A file that could not be written stays as it was: see status().
     void sync();
 
+    /// The format of the wrapped object.
     QSettings::Format format() const;
 
     /// As QSettings::status(), which stays at the first error. Also FormatError for a damaged file

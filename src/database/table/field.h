@@ -67,12 +67,14 @@ public:
 
     /// The column's definition; never null.
     const TableColumnDef* columnDef() const noexcept { return m_def; }
+    /// The column's type.
     FieldType::Type type() const noexcept { return m_def->type; }
 
     /// The type's name for messages. Not FieldType::typeName(): "Invalid" for undefined, "String"
     /// for VarChar, "undefined" for BoardList and for numbers above 8.
     const char* typeName() const noexcept;
 
+    /// Whether the cell is NULL: it has no value.
     bool isNull() const noexcept { return (*m_nullByte & m_nullMask) != m_nullMask; }
 
     /// Makes the cell NULL, also one of a column that is not nullable. Its bytes stay.
@@ -216,6 +218,7 @@ protected:
         m_nullMask = other.m_nullMask;
     }
 
+    /// Says that the cell holds a value.
     void setPresent() noexcept
     {
         *m_nullByte = static_cast<unsigned char>(*m_nullByte | m_nullMask);
@@ -279,6 +282,7 @@ public:
     /// FieldType::typeLength() and is then as before.
     void init(const TableColumnDef* def);
 
+    /// The value as text: toString().
     QString toText() const { return toString(); }
 
     /// Writes a text, as assigning it does.

@@ -87,11 +87,13 @@ public:
         swap(moved);
         return *this;
     }
+    /// Exchanges the rows that both stand for.
     void swap(Record& other) noexcept { std::swap(block, other.block); }
 
     /// The shared null record.
     static const Record null;
 
+    /// Whether there is no row, and whether there is one.
     bool isNull() const noexcept { return !block; }
     explicit operator bool() const noexcept { return block; }
     /// The row block, or null. Its layout is told in table.h.

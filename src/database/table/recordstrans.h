@@ -44,12 +44,15 @@ class Table;
 class LIVETABLE_EXPORT RecordsTrans
 {
 public:
+    /// Without operations; bound to the table, or to that of its first record.
     explicit RecordsTrans(Table* table = nullptr);
     ~RecordsTrans();
     /// Leaves the other empty, bound to its table.
     RecordsTrans(RecordsTrans&& other);
     RecordsTrans& operator=(RecordsTrans&& other);
 
+    /// Notes that a row is to come into the table, or to leave it; see the list above for a row
+    /// that has an operation already.
     void insert(const Record& record);
     void remove(const Record& record);
     /// Sets the columns `first` to `last` of a live row (-1: the first or the last column) to their
@@ -61,12 +64,15 @@ public:
     void merge(const QList<Record>& removed, const QList<Record>& updated, int first, int last,
                const QList<Record>& inserted, const QList<Record>& changed);
 
+    /// Whether no row has an operation.
     bool isEmpty() const;
     /// Rows with an operation.
     int count() const;
     /// Forgets all operations and the column range; stays bound to its table.
     void clear();
+    /// Exchanges the operations and tables of both.
     void swap(RecordsTrans& other) noexcept;
+    /// The table that it is bound to; null while it is not.
     Table* table() const;
 
     /// The rows with each operation, in the order in which they first came. changed()[i] is the new
@@ -82,6 +88,7 @@ public:
     /// Sets the range; each update then also writes the live row's own cells in it, unchanged.
     void setColumns(int first, int last);
 
+    /// What is to happen to a row.
     enum Operation
     {
         None = 0,

@@ -23,6 +23,7 @@
 class LIVETABLE_EXPORT RecordUpdater
 {
 public:
+    /// For one row of the transaction's table. Costs nothing until a cell is written.
     RecordUpdater(RecordsTrans& transaction, const Record& live);
     /// Commits; memory running out at that point loses the update with a warning.
     ~RecordUpdater();
@@ -35,6 +36,7 @@ public:
     Field data(const QString& column);
     /// The cell as it will be: the pending content, else the live row's.
     Field constData(int column) const;
+    /// Makes the cell NULL, as part of the transaction.
     void setNull(int column);
     /// Whether a written cell now differs from what constData() gave at the start.
     bool isChanged() const;

@@ -36,7 +36,9 @@ public:
     StaticString(const StaticString& other) noexcept;
     StaticString& operator=(const StaticString& other) noexcept;
 
+    /// UTF-16 units, without the zeros that fill the cell.
     int size() const noexcept { return m_header.size; }
+    /// Whether there are none.
     bool isEmpty() const noexcept { return m_header.size == 0; }
 
     /// The units, size() of them; never null.

@@ -61,7 +61,9 @@ public:
     /// Clears every index in the list and frees what the table owns.
     ~Table() override;
 
+    /// The name, for good: that of the table's file, and by which the host knows the table.
     QString name() const;
+    /// The title, for display.
     QString title() const;
     void setTitle(const QString& title);
 
@@ -85,17 +87,23 @@ public:
     void addColumn(const QString& name, FieldType::Type type, int length = 0, bool nullable = true,
                    const QString& title = QString(), bool flag = true,
                    const QString& description = QString());
+    /// How many columns there are.
     int columnCount() const;
     /// The number of the column of exactly this name, -1 if there is none. About 50 ns: keep the
     /// number where it matters.
     int columnIndex(const QString& name) const;
-    /// Accessors by number; null strings, FieldType::Undefined and null pointers out of range.
+    /// The column's name; a null string out of range.
     QString columnName(int column) const;
+    /// The column's type; FieldType::Undefined out of range.
     FieldType::Type columnType(int column) const;
+    /// FieldType::typeName() of the column's type; a null string out of range.
     QString columnTypeName(int column) const;
+    /// The column's title and description, for display; null strings out of range.
     QString columnTitle(int column) const;
-    void setColumnTitle(int column, const QString& title);
     QString columnDescription(int column) const;
+    /// Gives the column another title; nothing out of range.
+    void setColumnTitle(int column, const QString& title);
+    /// The column's definition, the table's own; null for an unknown number or name.
     const TableColumnDef* columnDef(int column) const;
     const TableColumnDef* columnDef(const QString& name) const;
     /// Copies of the definitions.
@@ -105,6 +113,7 @@ public:
 
     // Rows. Positions count in master-index order.
 
+    /// How many rows the master index holds; 0 without one.
     int rowCount() const;
     /// The i-th record; the shared Record::null out of range. Good until the table changes.
     const Record& at(int i) const;
@@ -158,10 +167,12 @@ public:
 
     // Indexes.
 
+    /// The index that holds the rows; see setMasterIndex().
     MasterIndex* masterIndex() const;
     /// Takes ownership; a different one set before is deleted, and the rows it alone held with it.
     /// With null the table holds no rows until another is set.
     void setMasterIndex(MasterIndex* index);
+    /// All but the master, in the order in which they are told.
     QList<Index*> indexes() const;
     /// Replaces the whole list, without signals.
     void setIndexes(const QList<Index*>& indexes);
@@ -172,11 +183,13 @@ public:
     void removeIndex(Index* index);
     /// A name leads to one index; giving it again moves it.
     void setIndexName(const QString& name, Index* index);
+    /// The index of a name; null when none has it.
     Index* namedIndex(const QString& name) const;
     /// A null string for an index without a name.
     QString indexName(Index* index) const;
     /// Indexes of other tables that are told when this table's bracket opens and closes.
     QList<Index*> dependentIndexes() const;
+    /// Puts an index of another table on that list, or takes it off.
     void addDependentIndex(Index* index);
     void removeDependentIndex(Index* index);
 
@@ -217,12 +230,16 @@ public:
     void copyRowContent(unsigned char* dst, const unsigned char* src, int first, int last) const;
     /// Frees a block made by allocRow or cloneRow, of any table, living or not.
     static void freeRow(unsigned char* row);
+    /// The cell of a column in a row block of this table.
     Field dataPtr(unsigned char* row, int column) const;
 
 Q_SIGNALS:
+    /// An index was attached (addIndex), or taken off.
     void indexAdded(Index* index);
     void indexRemoved(Index* index);
+    /// An index has got this name (setIndexName).
     void indexNameUpdated(Index* index, const QString& name);
+    /// An index of another table waits for this one's brackets, or no longer does.
     void dependentIndexAdded(Index* index);
     void dependentIndexRemoved(Index* index);
 

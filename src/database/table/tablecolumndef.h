@@ -12,10 +12,11 @@ class Table;
 /// A column's type: what Table::addColumn() takes. See FieldType for what the length means.
 struct FieldDef
 {
-    FieldType::Type type = FieldType::Undefined;
-    qint32 length = 0;
+    FieldType::Type type = FieldType::Undefined; ///< of the cells
+    qint32 length = 0;                           ///< see FieldType
 
     constexpr FieldDef() noexcept = default;
+    /// A type with its length.
     constexpr FieldDef(FieldType::Type fieldType, qint32 fieldLength) noexcept
         : type(fieldType)
         , length(fieldLength)
@@ -59,8 +60,8 @@ public:
 
     // What the user says.
 
-    FieldType::Type type = FieldType::Undefined;
-    qint32 length = 0;    ///< see FieldType; 0 for types without a length
+    FieldType::Type type = FieldType::Undefined; ///< of the cells
+    qint32 length = 0;                           ///< see FieldType; 0 for types without a length
     QString name;         ///< not empty, unique in the table without regard to case
     bool nullable = true; ///< new rows start with NULL here; otherwise with zero or an empty text
     QString title;        ///< for display
@@ -76,6 +77,7 @@ public:
     qint64 nullByte = 0;    ///< offset in the data area of the byte with this column's null bit
     quint8 nullMask = 0;    ///< that bit: set when the cell holds a value
 
+    /// Type and length.
     FieldDef fieldDef() const noexcept { return FieldDef(type, length); }
 
     /**

@@ -36,6 +36,7 @@ public:
     {
         return m_count < 0 ? 0 : m_count > capacity ? capacity : m_count;
     }
+    /// Whether there are none.
     constexpr bool isEmpty() const noexcept { return m_count <= 0; }
 
     /// Group and board number of pair `i`, which must lie in 0 .. count() - 1.

@@ -67,6 +67,7 @@ public:
     /// The same fields as a QDateTime in UTC; unset gives the first millisecond of 1970.
     QDateTime toQDateTime() const;
 
+    /// The count; 0 when unset.
     constexpr qint64 toMSecsSinceEpoch() const noexcept { return m_msecs; }
 
     /// Whether the value is unset.

@@ -25,6 +25,7 @@ struct PowersOfTen
     }
     constexpr qint64 operator[](int exponent) const noexcept { return power[exponent]; }
 };
+/// The only one of its kind.
 inline constexpr PowersOfTen powersOfTen;
 
 /// The largest magnitudes of a decimal's mantissa that may be multiplied by 10 to the power of
@@ -39,6 +40,7 @@ struct MantissaLimits
     }
     constexpr qint64 operator[](int steps) const noexcept { return limit[steps]; }
 };
+/// The only one of its kind.
 inline constexpr MantissaLimits mantissaLimits;
 
 /// The types that are taken for numbers: a bool or a character hardly means one.
@@ -93,6 +95,7 @@ public:
     static const decimal maximum; ///< mantissa 2^52 - 1 at scale -63: doubles hold such mantissas
     static const decimal minimum; ///< the same, negative
 
+    /// The bounds of a scale: fraction digits, negative for zeros before the point.
     static constexpr int maximumScale = 63;
     static constexpr int minimumScale = -64;
 
@@ -103,6 +106,7 @@ public:
 
     /// The decimal of a word: of a cell, or of a file. Any word will do.
     static constexpr decimal fromRaw(qint64 word) noexcept { return decimal(Raw{word}); }
+    /// The word.
     constexpr qint64 raw() const noexcept { return m_word; }
 
     /// -2^56 .. 2^56 - 1.
@@ -209,6 +213,7 @@ public:
     /// Writes toString() as ASCII, without a terminator, and returns its length: at most
     /// maximumTextSize.
     int toChars(char* buffer) const noexcept;
+    /// Bytes that the longest text takes.
     static constexpr int maximumTextSize = 82;
 
     /// By the rules of QLocale::system(): group separators, decimal point, max(scale, 0) fraction
@@ -223,6 +228,7 @@ public:
 
     /// mantissa / 10^scale, in arithmetic on doubles.
     double toDouble() const noexcept;
+    /// A variant of the type "decimal".
     QVariant toVariant() const;
 
     /// The type's id in Qt's meta-type system, where its name is "decimal".

@@ -41,6 +41,7 @@ class QLocale;
 class LIVETABLE_EXPORT xdecimal
 {
 public:
+    /// Digits of a value, and the bounds of its scale.
     static constexpr int precision = 26;
     static constexpr int maximumScale = 62;
     static constexpr int minimumScale = -62;
@@ -70,6 +71,7 @@ public:
 
     static const xdecimal zero; ///< zero at scale 0
     static const xdecimal d[2]; ///< {minimum, maximum}: 26 nines and 62 zeros, of either sign
+    /// The least and the greatest value: d[0] and d[1].
     static const xdecimal& minimum() noexcept { return d[0]; }
     static const xdecimal& maximum() noexcept { return d[1]; }
 
@@ -92,6 +94,7 @@ public:
     /// Number of fraction digits, -62 to 62.
     constexpr short scale() const noexcept { return static_cast<qint8>(m_type & 255); }
 
+    /// Whether the bytes are the not-a-number mark.
     bool isNaN() const noexcept;
 
     /// Brings the value to `scale` fraction digits, rounded half away from zero, and returns what
@@ -194,6 +197,7 @@ public:
 
     /// In arithmetic on doubles: the nearest double for up to 15 digits and 22 places.
     double toDouble() const noexcept;
+    /// A variant of the type "xdecimal".
     QVariant toVariant() const;
 
     /// The type's id in Qt's meta-type system, where its name is "xdecimal".
