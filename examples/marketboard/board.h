@@ -96,7 +96,8 @@ public:
 
     /// `underlying` is the key text of the options' underlying in the directory.
     void load(const QVector<Instrument>& directory, const QString& underlying);
-    /// The same for a board whose tables were loaded from files: quotes go on behind what they hold.
+    /// The same for a board whose tables were loaded from files: quotes go on behind what they
+    /// hold.
     void resume(const QString& underlying);
     void apply(const OptionQuote& quote);
     void apply(const FutureQuote& quote);
