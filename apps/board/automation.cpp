@@ -84,7 +84,7 @@ void Automation::takePictures(double minute)
     save(*window.tape().parentWidget(), minute, QStringLiteral("tape"));
     window.showKeys();
     save(window, minute, QStringLiteral("keys"));
-    window.keys().hide();
+    window.keys().leave();
     window.saveTo(folder.path());
     QApplication::processEvents(QEventLoop::ExcludeUserInputEvents); // lays the strip out
     save(window, minute, QStringLiteral("saving"));

@@ -61,7 +61,7 @@ void Cells::paint(QPainter* painter, const QStyleOptionViewItem& option,
     if (column.isTinted) {
         const QVariant change = model->data(index, TableModel::HighlightRole);
         if (change.isValid()) {
-            constexpr double full = 0.5;
+            constexpr double full = 0.42;
             const auto highlight = change.value<TableModel::Highlight>();
             const double strength = full * strengthOf(highlight);
             if (highlight.direction != 0 && strength > 0)

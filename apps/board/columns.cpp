@@ -19,5 +19,7 @@ QString textOf(const Column& column, const Field& cell)
     case Column::Number:
         break;
     }
+    if (column.hidesZero && cell.toDouble() == 0)
+        return QString();
     return figureText(cell, column.decimals, column.factor);
 }

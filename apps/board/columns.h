@@ -31,8 +31,9 @@ struct Column
     int decimals = 0;
     double factor = 1; ///< of what is shown to what is in the cell
     Tone tone = Main;
-    int width = 56;        ///< in device-independent pixels
-    bool isTinted = false; ///< changes are shown by a tint that fades
+    int width = 56;         ///< in device-independent pixels
+    bool hidesZero = false; ///< a size of nothing is not shown
+    bool isTinted = false;  ///< changes are shown by a tint that fades
     Qt::Alignment alignment = Qt::AlignRight;
     bool isShown = true; ///< at first
 };

@@ -47,9 +47,11 @@ Grid::Grid(const Columns& shown, Cells* painter, QWidget* parent)
 
     setModel(nothing);
     for (int i = 0; i < allColumns.size(); ++i) {
-        titles->resizeSection(i, allColumns[i].width);
+        wantedWidths += allColumns[i].width;
         titles->setSectionHidden(i, !allColumns[i].isShown);
     }
+    fitColumns();
+    connect(titles, &QHeaderView::sectionResized, this, &Grid::noteWidth);
 
     fading->setInterval(FlushMs);
     connect(fading, &QTimer::timeout, this, &Grid::fade);
@@ -59,11 +61,13 @@ void Grid::show(TableModel* shown)
 {
     // Widths, order and hidden columns stay; a header forgets them with its model.
     const QByteArray state = titles->saveState();
+    isFitting = true;
     if (shown)
         setModel(shown);
     else
         setModel(nothing);
     titles->restoreState(state);
+    isFitting = false;
     if (!shown)
         return;
     connect(shown, &QAbstractItemModel::dataChanged, this, &Grid::noteChange);
@@ -80,9 +84,50 @@ void Grid::noteChange()
 
 void Grid::fade()
 {
-    viewport()->update();
+    if (sinceChange.elapsed() >= FlushMs / 2) // else all was painted just now
+        viewport()->update();
     if (sinceChange.elapsed() > Cells::FadeMs + FlushMs)
         fading->stop();
+}
+
+// A user has drawn at a column: it gets that width, the others what is left.
+void Grid::noteWidth(int column, int oldWidth, int newWidth)
+{
+    if (isFitting || oldWidth <= 0 || newWidth <= 0)
+        return;
+    wantedWidths[column] = std::max(1, wantedWidths[column] * newWidth / oldWidth);
+}
+
+void Grid::fitColumns()
+{
+    // Tighter than that cuts figures, and wider than that tears the rows apart.
+    constexpr double tightest = 0.9;
+    constexpr double widest = 1.5;
+    int wanted = 0;
+    for (int i = 0; i < titles->count(); ++i)
+        wanted += titles->isSectionHidden(i) ? 0 : wantedWidths[i];
+    if (wanted == 0)
+        return;
+    const double room = viewport()->width();
+    const double factor = std::clamp(room / wanted, tightest, widest);
+    isFitting = true;
+    double right = 0;
+    int done = 0;
+    for (int visual = 0; visual < titles->count(); ++visual) {
+        const int i = titles->logicalIndex(visual);
+        if (titles->isSectionHidden(i))
+            continue;
+        right += wantedWidths[i] * factor; // rounded as a whole, not column by column
+        titles->resizeSection(i, int(right) - done);
+        done = int(right);
+    }
+    isFitting = false;
+}
+
+void Grid::resizeEvent(QResizeEvent* event)
+{
+    QTableView::resizeEvent(event);
+    fitColumns();
 }
 
 void Grid::saveColumns(Settings& settings, const QString& key) const
@@ -91,8 +136,7 @@ void Grid::saveColumns(Settings& settings, const QString& key) const
     for (int visual = 0; visual < titles->count(); ++visual) {
         const int i = titles->logicalIndex(visual);
         order << allColumns[i].name;
-        widths << QString::number(titles->isSectionHidden(i) ? allColumns[i].width
-                                                             : titles->sectionSize(i));
+        widths << QString::number(wantedWidths[i]);
         if (titles->isSectionHidden(i))
             hidden << allColumns[i].name;
     }
@@ -120,12 +164,13 @@ void Grid::loadColumns(const Settings& settings, const QString& key)
         titles->moveSection(titles->visualIndex(i), visual++);
         const int width = widths.value(at).toInt();
         if (width >= titles->minimumSectionSize() && width <= widest)
-            titles->resizeSection(i, width);
+            wantedWidths[i] = width;
     }
     for (int i = 0; i < allColumns.size(); ++i)
         titles->setSectionHidden(i, hidden.contains(allColumns[i].name));
     if (titles->hiddenSectionCount() == allColumns.size())
         titles->setSectionHidden(0, false);
+    fitColumns();
 }
 
 void Grid::fillColumnMenu(QMenu& menu)
@@ -137,8 +182,10 @@ void Grid::fillColumnMenu(QMenu& menu)
         // The last one stays: a grid without columns could not be asked for any.
         action->setEnabled(titles->isSectionHidden(i) ||
                            titles->hiddenSectionCount() + 1 < allColumns.size());
-        connect(action, &QAction::toggled, this,
-                [this, i](bool isShown) { titles->setSectionHidden(i, !isShown); });
+        connect(action, &QAction::toggled, this, [this, i](bool isShown) {
+            titles->setSectionHidden(i, !isShown);
+            fitColumns();
+        });
     }
 }
 
@@ -198,11 +245,11 @@ void Grid::keyboardSearch(const QString& typed)
     const auto* shown = qobject_cast<const TableModel*>(model());
     for (int i = 0; shown && i < shown->rowCount(); ++i) {
         const Record row = shown->record(i);
-        const Column& column = allColumns[searchColumn];
+        const Column& column = allColumns[searchedColumn];
         if (row.isNull() ||
             !textOf(column, row.data(column.source)).startsWith(typedText, Qt::CaseInsensitive))
             continue;
-        const int current = currentIndex().isValid() ? currentIndex().column() : searchColumn;
+        const int current = currentIndex().isValid() ? currentIndex().column() : searchedColumn;
         setCurrentIndex(shown->index(i, current));
         scrollTo(currentIndex());
         return;

@@ -14,8 +14,8 @@ class Settings;
 class TableModel;
 
 /// A table view as trading screens have it: thin rows, a line between them and nothing else, no row
-/// numbers; columns that are moved, resized, and shown or hidden by a menu (of the header, or by
-/// the key for menus). Copy puts the selected cells on the clipboard.
+/// numbers; columns that share the room there is, and are moved, resized, and shown or hidden by a
+/// menu (of the header, or by the key for menus). Copy puts the selected cells on the clipboard.
 class Grid : public QTableView
 {
     Q_OBJECT
@@ -38,7 +38,8 @@ public:
     bool isEditing() const { return state() == EditingState; }
 
     /// Typed letters and digits look for a row by this column.
-    void setSearchColumn(int column) { searchColumn = column; }
+    void setSearchColumn(int column) { searchedColumn = column; }
+    int searchColumn() const { return searchedColumn; }
 
     void saveColumns(Settings& settings, const QString& key) const;
     void loadColumns(const Settings& settings, const QString& key);
@@ -51,19 +52,24 @@ public:
 protected:
     void keyPressEvent(QKeyEvent* event) override;
     void contextMenuEvent(QContextMenuEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void showColumnMenu(const QPoint& globalPosition);
     void copySelection() const;
     void noteChange();
     void fade();
+    void noteWidth(int column, int oldWidth, int newWidth);
+    void fitColumns();
 
     const Columns allColumns;
     GridHeader* titles;
     QAbstractItemModel* nothing; ///< shown while there is no other model
     QTimer* fading;
+    QVector<int> wantedWidths; ///< before they are fitted to the room there is
+    bool isFitting = false;
     QElapsedTimer sinceChange;
     QElapsedTimer sinceTyped;
     QString typedText;
-    int searchColumn = 0;
+    int searchedColumn = 0;
 };

@@ -4,6 +4,7 @@
 #include "theme.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QKeyEvent>
 #include <QPainter>
 
@@ -49,6 +50,7 @@ void KeysHelp::show(const QList<QAction*>& actions)
     setGeometry(QRect(QPoint((parentWidget()->width() - wanted.width()) / 2,
                              (parentWidget()->height() - wanted.height()) / 2),
                       wanted));
+    focusedBefore = QApplication::focusWidget();
     raise();
     QWidget::show();
     setFocus();
@@ -77,14 +79,22 @@ void KeysHelp::paintEvent(QPaintEvent*)
     }
 }
 
-void KeysHelp::keyPressEvent(QKeyEvent*)
+void KeysHelp::leave()
 {
     hide();
+    if (focusedBefore)
+        focusedBefore->setFocus();
+    focusedBefore = nullptr;
+}
+
+void KeysHelp::keyPressEvent(QKeyEvent*)
+{
+    leave();
 }
 
 void KeysHelp::mousePressEvent(QMouseEvent*)
 {
-    hide();
+    leave();
 }
 
 void KeysHelp::focusOutEvent(QFocusEvent*)

@@ -3,6 +3,7 @@
 
 #include <QList>
 #include <QPair>
+#include <QPointer>
 #include <QWidget>
 
 class QAction;
@@ -20,6 +21,9 @@ public:
     void show(const QList<QAction*>& actions);
     using QWidget::show;
 
+    /// Goes away and gives the focus back.
+    void leave();
+
 protected:
     void paintEvent(QPaintEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
@@ -28,4 +32,5 @@ protected:
 
 private:
     QList<QPair<QString, QString>> lines; ///< key and meaning
+    QPointer<QWidget> focusedBefore;
 };

@@ -27,7 +27,7 @@
 namespace {
 
 constexpr int FrameMs = 16;
-constexpr qint64 FeedBudgetNs = 6'000'000; // of a frame; the rest is for painting and input
+constexpr qint64 FeedBudgetNs = 8'000'000; // of a frame; the rest is for painting and input
 constexpr int RefreshMs = 100;
 constexpr int FiguresMs = 500;
 constexpr QSize StandardSize(1280, 800);
@@ -63,6 +63,7 @@ MainWindow::MainWindow(const Options& options)
     beat->setTimerType(Qt::PreciseTimer);
     beat->setInterval(FrameMs);
     connect(beat, &QTimer::timeout, this, &MainWindow::frame);
+    board->setFocus();
     sinceFrame.start();
     sinceRefresh.start();
     sinceFigures.start();

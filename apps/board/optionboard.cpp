@@ -3,6 +3,7 @@
 
 #include "chaincells.h"
 #include "figures.h"
+#include "gridheader.h"
 #include "market.h"
 #include "panestrip.h"
 #include "theme.h"
@@ -42,7 +43,7 @@ Column side(char right, Chain::Value value)
          Column::Quiet, 66, false},
         {"Delta", QT_TR_NOOP("Delta"), QT_TR_NOOP("delta"), 3, 1, Column::Quiet, 58, false},
         {"Volatility", QT_TR_NOOP("IV %"), QT_TR_NOOP("implied volatility, percent a year"), 2, 100,
-         Column::Main, 54, true},
+         Column::Main, 54, false},
         {"BidSize", QT_TR_NOOP("Size"), QT_TR_NOOP("bid size, contracts"), 0, 1, Column::Quiet, 48,
          false},
         {"Bid", QT_TR_NOOP("Bid"), QT_TR_NOOP("bid, points"), 2, 1, Column::Main, 66, true},
@@ -62,6 +63,7 @@ Column side(char right, Chain::Value value)
     column.tone = look.tone;
     column.width = look.width;
     column.isTinted = look.isTinted;
+    column.hidesZero = look.decimals == 0;
     return column;
 }
 
@@ -106,6 +108,8 @@ OptionBoard::OptionBoard(QWidget* parent)
     , buttons(new QButtonGroup(this))
     , buttonRow(new QHBoxLayout)
     , remaining(new QLabel)
+    , calls(new QLabel(tr("Calls"), strip))
+    , puts(new QLabel(tr("Puts"), strip))
 {
     const Columns columns = boardColumns();
     painter = new ChainCells(columns);
@@ -125,6 +129,10 @@ OptionBoard::OptionBoard(QWidget* parent)
     remaining->setObjectName(QStringLiteral("caption"));
     remaining->setFont(Theme::captions());
     strip->add(remaining);
+    for (QLabel* label : {calls, puts}) {
+        label->setObjectName(QStringLiteral("title"));
+        label->setFont(Theme::strongFigures());
+    }
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
@@ -152,6 +160,7 @@ void OptionBoard::setMarket(Market* shown)
 
 void OptionBoard::refresh()
 {
+    placeSides();
     if (!market)
         return;
     if (market->chain.expiries() != shownExpiries)
@@ -170,6 +179,23 @@ void OptionBoard::refresh()
         centre();
     const int days = int(std::ceil(secondsToExpiry(shownExpiry, market->info.timeMs) / 86'400));
     remaining->setText(tr("%1 days   future %2").arg(days).arg(figureText(future, 2)));
+}
+
+/// The words go on both sides of the strikes, wherever those are.
+void OptionBoard::placeSides()
+{
+    constexpr int away = 6;
+    const int section = cells->searchColumn();
+    const int left = cells->header()->sectionViewportPosition(section);
+    const int right = left + cells->header()->sectionSize(section);
+    const int height = strip->height();
+    const int width = calls->sizeHint().width();
+    const bool isRoom = left - width > remaining->geometry().right() + away &&
+                        right + puts->sizeHint().width() < strip->width();
+    calls->setVisible(isRoom);
+    puts->setVisible(isRoom);
+    calls->setGeometry(left - width - away, 0, width, height);
+    puts->setGeometry(right + away, 0, puts->sizeHint().width(), height);
 }
 
 void OptionBoard::fillExpiries()

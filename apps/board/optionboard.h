@@ -59,6 +59,7 @@ Q_SIGNALS:
     void refused(const QString& message);
 
 private:
+    void placeSides();
     void fillExpiries();
     void showExpiry();
     int moneyRow() const;
@@ -68,6 +69,8 @@ private:
     QButtonGroup* buttons;
     QHBoxLayout* buttonRow;
     QLabel* remaining;
+    QLabel* calls;
+    QLabel* puts;
     ChainCells* painter;
     Grid* cells;
     std::unique_ptr<SortedView> strikes; ///< of the expiry

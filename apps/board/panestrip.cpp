@@ -23,7 +23,7 @@ PaneStrip::PaneStrip(const QString& text, QWidget* parent)
     row->addWidget(title);
     row->addStretch(1);
     row->addWidget(state);
-    setFixedHeight(Theme::rowHeight() + 12);
+    setFixedHeight(sizeHint().height());
 }
 
 void PaneStrip::add(QWidget* widget, int stretch)
@@ -34,4 +34,9 @@ void PaneStrip::add(QWidget* widget, int stretch)
 void PaneStrip::setState(const QString& text)
 {
     state->setText(text);
+}
+
+QSize PaneStrip::sizeHint() const
+{
+    return {200, Theme::rowHeight() + 12};
 }

@@ -20,6 +20,8 @@ public:
     /// Empty for nothing to be said.
     void setState(const QString& text);
 
+    QSize sizeHint() const override;
+
 private:
     QHBoxLayout* row;
     QLabel* state;

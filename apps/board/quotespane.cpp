@@ -51,8 +51,10 @@ Columns quoteColumns()
     columns[1].alignment = Qt::AlignHCenter;
     columns[8].factor = 100;
     columns[10].kind = Column::Time;
-    for (const int tinted : {4, 5, 8})
+    for (const int tinted : {4, 5})
         columns[tinted].isTinted = true;
+    for (const int size : {3, 6})
+        columns[size].hidesZero = true;
     columns[9].isShown = false;
     columns[10].isShown = false;
     return columns;

@@ -166,7 +166,7 @@ void SmilePlot::paintFuture(QPainter& painter) const
     painter.setPen(QPen(theme.accent, 1, Qt::DashLine));
     painter.drawLine(QPointF(x, plot.top()), QPointF(x, plot.bottom()));
     painter.setPen(theme.accent);
-    painter.drawText(QRectF(x - 60, plot.top() - 20, 120, 18), Qt::AlignCenter,
+    painter.drawText(QRectF(x + 6, plot.bottom() - 20, 120, 18), Qt::AlignVCenter,
                      figureText(future, 2));
 }
 
@@ -175,7 +175,13 @@ void SmilePlot::paintSmiles(QPainter& painter) const
     const Theme& theme = Theme::current();
     const QRectF plot = area();
     int series = 0;
-    double labelRight = plot.right();
+    const QFontMetrics metrics(Theme::captions());
+    constexpr int stroke = 14;
+    constexpr int gap = 20;
+    double labelLeft = plot.right();
+    for (const auto& smile : smiles)
+        labelLeft -= metrics.horizontalAdvance(expiryText(smile.first)) + stroke + 6 + gap;
+    labelLeft += gap;
     painter.setRenderHint(QPainter::Antialiasing);
     for (const auto& [expiry, smile] : smiles) {
         const QColor colour = theme.series[std::min(series, 1)];
@@ -192,14 +198,14 @@ void SmilePlot::paintSmiles(QPainter& painter) const
         for (const Point& point : smile)
             painter.drawEllipse(place(point), 1.8, 1.8);
 
-        // Its name, with a short stroke of its colour, at the top right.
+        // Its name behind a short stroke of its colour, at the top right.
         const QString name = expiryText(expiry);
-        const int width = QFontMetrics(Theme::captions()).horizontalAdvance(name);
-        painter.setPen(theme.quiet);
-        painter.drawText(QRectF(labelRight - width, 4, width + 2, 18), Qt::AlignVCenter, name);
+        const int width = metrics.horizontalAdvance(name);
         painter.setPen(QPen(colour, 2.4));
-        painter.drawLine(QPointF(labelRight - width - 20, 13), QPointF(labelRight - width - 6, 13));
-        labelRight -= width + 34;
+        painter.drawLine(QPointF(labelLeft, 13), QPointF(labelLeft + stroke, 13));
+        painter.setPen(theme.quiet);
+        painter.drawText(QRectF(labelLeft + stroke + 6, 4, width + 2, 18), Qt::AlignVCenter, name);
+        labelLeft += stroke + 6 + width + gap;
         ++series;
     }
     painter.setRenderHint(QPainter::Antialiasing, false);

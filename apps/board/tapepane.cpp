@@ -41,6 +41,8 @@ Columns tapeColumns()
         make(Board::TapeAskSize, "askSize", tr("Size"), tr("Ask size, contracts"), Column::Number,
              0, 42, Column::Quiet)};
     columns[2].alignment = Qt::AlignHCenter;
+    for (const int size : {4, 7})
+        columns[size].hidesZero = true;
     return columns;
 }
 

@@ -15,7 +15,7 @@ const Theme Dark{true,     0x101418, 0x161b21, 0x1e252d, 0x232b34,
 
 const Theme Light{false,    0xe9ecf0, 0xffffff, 0xf3f5f7, 0xe3e7ec,
                   0x1a222b, 0x5d6875, 0xb3bcc6, 0x8f5f00, 0xcfe3f8,
-                  0x1d9a68, 0xd04a50, 0xf4f7fa, 0xfdf0cf, {0x1f6fb8, 0x8a3fb5}};
+                  0x1d9a68, 0xd04a50, 0xeef3f8, 0xfdf0cf, {0x1f6fb8, 0x8a3fb5}};
 
 const Theme* currentTheme = &Dark;
 
@@ -92,19 +92,16 @@ QHeaderView::section { background: @base; color: @quiet; border: none;
 QHeaderView::section:hover { color: @text; background: @raised; }
 QHeaderView::section:checked { color: @quiet; }
 QHeaderView::up-arrow, QHeaderView::down-arrow { width: 0; height: 0; }
-QTableView { background: @base; border: none; selection-background-color: @selection; }
 QScrollBar:vertical { background: transparent; width: 9px; margin: 0; }
 QScrollBar:horizontal { background: transparent; height: 9px; margin: 0; }
 QScrollBar::handle { background: @line; border-radius: 4px; min-height: 28px; min-width: 28px; }
 QScrollBar::handle:hover { background: @faint; }
 QScrollBar::add-line, QScrollBar::sub-line { width: 0; height: 0; }
 QScrollBar::add-page, QScrollBar::sub-page { background: transparent; }
-QLineEdit, QComboBox { background: @raised; color: @text; border: 1px solid @line;
+QLineEdit { background: @raised; border: 1px solid @line;
     border-radius: 3px; padding: 2px 7px; selection-background-color: @selection;
     selection-color: @text; }
-QLineEdit:focus, QComboBox:focus { border-color: @accent; }
-QComboBox::drop-down { border: none; width: 14px; }
-QComboBox QAbstractItemView { background: @raised; color: @text; border: 1px solid @line; }
+QLineEdit:focus { border-color: @accent; }
 QPushButton, QToolButton { background: transparent; color: @quiet; border: 1px solid transparent;
     border-radius: 3px; padding: 3px 9px; }
 QPushButton:hover, QToolButton:hover { background: @raised; color: @text; }
