@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Installs what is missing of the Debian 12 packages that the given sets need, and says so.
-# usage: scripts/deps.sh [build] [test] [check] [fuzz] [bench]   (no set named: build)
+# usage: scripts/deps.sh [build] [test] [check] [fuzz] [board] [bench]   (no set named: build)
 set -euo pipefail
 
 say() { printf '%s\n' "deps: $*" >&2; }
@@ -13,12 +13,15 @@ packages_of() {
     test) echo "libboost-dev:" ;; # Boost.Multiprecision is the tests' oracle for big numbers
     check) echo "clang-format:clang-format git:git python3:python3" ;;
     fuzz) echo "clang:clang++ libclang-rt-14-dev:" ;; # libFuzzer
+    board) # beside Widgets, which qtbase5-dev brings: narrow figures of one width
+        echo "qtbase5-dev: fonts-roboto-unhinted: fonts-dejavu-core:"
+        ;;
     bench) # the peers
         echo "libsqlite3-dev: libboost-dev: libabsl-dev: libintelrdfpmath-dev: libquantlib0-dev:" \
             "libisal-dev: libtbb-dev: python3:python3"
         ;;
     *)
-        say "no set of packages is called '$1' (there are: build, test, check, fuzz, bench)"
+        say "no set of packages is called '$1' (there are: build, test, check, fuzz, board, bench)"
         return 1
         ;;
     esac

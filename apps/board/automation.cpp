@@ -6,10 +6,12 @@
 #include "loader.h"
 #include "mainwindow.h"
 #include "optionboard.h"
+#include "promptbar.h"
 #include "quotespane.h"
 #include "smileplot.h"
 #include "tapepane.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QDir>
 #include <QFile>
@@ -85,8 +87,12 @@ void Automation::takePictures(double minute)
     window.showKeys();
     save(window, minute, QStringLiteral("keys"));
     window.keys().leave();
-    window.saveTo(folder.path());
+    window.findChild<QAction*>(QStringLiteral("save"))->trigger();
     QApplication::processEvents(QEventLoop::ExcludeUserInputEvents); // lays the strip out
+    save(window, minute, QStringLiteral("prompt"));
+    window.prompts().dismiss();
+    window.saveTo(folder.path());
+    QApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
     save(window, minute, QStringLiteral("saving"));
     window.loader().cancel();
     while (window.loader().isBusy()) // it writes to the folder
@@ -126,9 +132,9 @@ void Automation::endLoop()
     disconnect(&window, nullptr, this, nullptr);
     const FrameMeter& frames = window.frames();
     std::printf("passes %d, first %.1f MB, most %.1f MB, end %.1f MB, frames %lld, late %lld, "
-                "worst %.1f ms\n",
+                "worst %.1f ms, late by work %lld, worst work %.1f ms\n",
                 passes, firstMegabytes, mostMegabytes, residentMegabytes(), frames.frames(),
-                frames.lateFrames(), frames.worstMs());
+                frames.lateFrames(), frames.worstMs(), frames.lateByWork(), frames.worstWorkMs());
     std::fflush(stdout);
     window.close();
 }

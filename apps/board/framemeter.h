@@ -4,7 +4,8 @@
 #include <QElapsedTimer>
 
 /// Tells how long frames take, by the time from each beat of the frame timer to the next: what a
-/// user waits for, painting and all other work of the event loop included.
+/// user waits for, painting and all other work of the event loop included. Beside it stands the
+/// processor time that the thread took of it, which other programs on the machine do not change.
 class FrameMeter
 {
 public:
@@ -21,6 +22,9 @@ public:
     qint64 frames() const { return count; }
     /// How many frames took longer than LateMs.
     qint64 lateFrames() const { return late; }
+    /// The same by processor time; 0 where the system does not tell it.
+    double worstWorkMs() const { return worstWork; }
+    qint64 lateByWork() const { return lateWork; }
     /// The worst frame since the last call.
     double takeRecentWorstMs();
 
@@ -29,6 +33,9 @@ private:
     double last = 0;
     double worst = 0;
     double recentWorst = 0;
+    double workAtBeat = 0; ///< of the thread, in milliseconds
+    double worstWork = 0;
+    qint64 lateWork = 0;
     qint64 count = 0;
     qint64 late = 0;
 };

@@ -27,7 +27,7 @@
 namespace {
 
 constexpr int FrameMs = 16;
-constexpr qint64 FeedBudgetNs = 8'000'000; // of a frame; the rest is for painting and input
+constexpr qint64 FeedBudgetNs = 10'000'000; // of a frame; the rest is for painting and input
 constexpr int RefreshMs = 100;
 constexpr int FiguresMs = 500;
 constexpr QSize StandardSize(1280, 800);

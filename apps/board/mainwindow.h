@@ -38,6 +38,7 @@ public:
     StatusLine& status() { return *statusLine; }
     Loader& loader() { return *files; }
     KeysHelp& keys() { return *help; }
+    PromptBar& prompts() { return *prompt; }
 
     /// Plays the recorded day of a folder, or the built-in session for an empty name.
     void openData(const QString& folder);

@@ -33,7 +33,7 @@ void addOptions(QCommandLineParser& parser)
     add("screenshot-at", "After these simulated minutes (1,10,60).", "minutes");
     add("replay-loop",
         "Play the session over and over for <minutes> of real time, then print the memory after "
-        "the first pass and at the end, and how many frames took longer than 50 ms.",
+        "the first pass and at the end, how many frames took longer than 50 ms, and the worst.",
         "minutes");
 }
 

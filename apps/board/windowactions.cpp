@@ -113,10 +113,11 @@ void MainWindow::buildSessionMenu()
     add(menu, tr("Begin &again"), Qt::CTRL + Qt::Key_G,
         [this] { openData(playing->dataFolder()); });
     menu->addSeparator();
-    add(menu, tr("&Save\u2026"), QKeySequence::Save, [this] {
+    QAction* save = add(menu, tr("&Save\u2026"), QKeySequence::Save, [this] {
         prompt->ask(tr("Save the board to the folder"), savedFolder, true,
                     [this](const QString& folder) { saveTo(folder); });
     });
+    save->setObjectName(QStringLiteral("save"));
     add(menu, tr("L&oad\u2026"), QKeySequence::Open, [this] {
         prompt->ask(tr("Load the board from the folder"), savedFolder, true,
                     [this](const QString& folder) { loadFrom(folder); });

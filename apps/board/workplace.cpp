@@ -44,7 +44,7 @@ void Workplace::setLast(const QString& name)
 
 Settings Workplace::toRead(const QString& name)
 {
-    WorkplaceSettings settings(WorkplaceSettings::isName(name) ? name : standardName());
+    WorkplaceSettings settings(name);
     settings.beginGroup(Group);
     return std::move(settings);
 }
@@ -52,6 +52,5 @@ Settings Workplace::toRead(const QString& name)
 Settings Workplace::toWrite(const QString& name)
 {
     WorkplaceSettings::customDir(); // is there from now on
-    const QString used = WorkplaceSettings::isName(name) ? name : standardName();
-    return Settings(WorkplaceSettings::fileInfoByName(used, true), Group);
+    return Settings(WorkplaceSettings::fileInfoByName(name, true), Group);
 }

@@ -6,7 +6,7 @@
 #include <QStringList>
 
 /// Named layouts of the window, each a workplace of the library's with a group of the board's own.
-/// A name that is none of a file's (see WorkplaceSettings::isName) stands for the standard one.
+/// Names are such as WorkplaceSettings::isName() accepts.
 namespace Workplace {
 
 /// The one there is always.
