@@ -135,13 +135,13 @@ Chain::Sum Chain::held() const
     for (int i = 0; i < table->rowCount(); ++i) {
         const Record& row = table->at(i);
         for (const char right : {'C', 'P'}) {
-            const int contracts = row.data(column(right, Held)).toInteger();
+            const qint64 contracts = row.data(column(right, Held)).toInteger();
             if (contracts == 0)
                 continue;
             sum.contracts += std::abs(contracts);
-            sum.delta += contracts * row.data(column(right, Delta)).toDouble();
-            sum.vega += contracts * row.data(column(right, Vega)).toDouble();
-            sum.theta += contracts * row.data(column(right, Theta)).toDouble();
+            sum.delta += double(contracts) * row.data(column(right, Delta)).toDouble();
+            sum.vega += double(contracts) * row.data(column(right, Vega)).toDouble();
+            sum.theta += double(contracts) * row.data(column(right, Theta)).toDouble();
         }
     }
     return sum;

@@ -12,6 +12,7 @@
 #include <QContextMenuEvent>
 #include <QGuiApplication>
 #include <QMenu>
+#include <QPointer>
 #include <QStandardItemModel>
 #include <QTimer>
 
@@ -62,10 +63,12 @@ void Grid::show(TableModel* shown)
     // Widths, order and hidden columns stay; a header forgets them with its model.
     const QByteArray state = titles->saveState();
     isFitting = true;
+    const QPointer<QItemSelectionModel> selected = selectionModel(); // setModel() makes another
     if (shown)
         setModel(shown);
     else
         setModel(nothing);
+    delete selected.data();
     titles->restoreState(state);
     isFitting = false;
     if (!shown)

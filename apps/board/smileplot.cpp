@@ -27,6 +27,21 @@ double niceStep(double span, int parts)
 
 } // namespace
 
+/// The marks within the range; few, whatever figures a file has brought.
+QVector<double> SmilePlot::marksOf(const Range& range)
+{
+    constexpr int most = 50;
+    QVector<double> marks;
+    const double first = std::ceil(range.low / range.step);
+    for (int i = 0; i < most; ++i) {
+        const double mark = (first + i) * range.step;
+        if (!(mark <= range.high + range.step / 100))
+            break;
+        marks += mark;
+    }
+    return marks;
+}
+
 SmilePlot::SmilePlot(QWidget* parent)
     : QWidget(parent)
 {
@@ -73,7 +88,7 @@ void SmilePlot::refresh()
 // The ranges only grow to whole steps, so that the picture stands still while the market moves.
 void SmilePlot::fitRanges()
 {
-    double lowest = 1e9, highest = 0, bottom = 1e9, top = 0;
+    double lowest = 1e18, highest = -1e18, bottom = 1e18, top = -1e18;
     for (const auto& smile : smiles) {
         for (const Point& point : smile.second) {
             lowest = std::min(lowest, point.strike);
@@ -138,8 +153,7 @@ void SmilePlot::paintGrid(QPainter& painter) const
     const QRectF plot = area();
     const QFontMetrics metrics(Theme::captions());
     const int decimals = volatilities.step < 1 ? 1 : 0;
-    for (double value = volatilities.low; value <= volatilities.high + volatilities.step / 100;
-         value += volatilities.step) {
+    for (const double value : marksOf(volatilities)) {
         const double y = std::round(plot.bottom() - volatilities.at(value) * plot.height());
         painter.setPen(theme.line);
         painter.drawLine(QPointF(plot.left(), y), QPointF(plot.right(), y));
@@ -148,8 +162,7 @@ void SmilePlot::paintGrid(QPainter& painter) const
                          QString::number(value, 'f', decimals) + QLatin1Char('%'));
     }
     painter.setPen(theme.quiet);
-    for (double strike = std::ceil(strikes.low / strikes.step) * strikes.step;
-         strike <= strikes.high; strike += strikes.step) {
+    for (const double strike : marksOf(strikes)) {
         const double x = plot.left() + strikes.at(strike) * plot.width();
         painter.drawText(QRectF(x - 40, plot.bottom() + 4, 80, metrics.height()), Qt::AlignCenter,
                          QString::number(strike, 'f', 0));
@@ -249,6 +262,11 @@ void SmilePlot::setCursor(double strike)
 {
     cursor = strike;
     update();
+}
+
+void SmilePlot::resizeEvent(QResizeEvent*)
+{
+    fitRanges();
 }
 
 void SmilePlot::mouseMoveEvent(QMouseEvent* event)

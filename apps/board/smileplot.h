@@ -3,6 +3,7 @@
 
 #include "market.h"
 
+#include <QVector>
 #include <QWidget>
 
 #include <map>
@@ -27,6 +28,7 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void leaveEvent(QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
@@ -54,6 +56,7 @@ private:
         double at(double value) const { return (value - low) / (high - low); }
     };
 
+    static QVector<double> marksOf(const Range& range);
     void fitRanges();
     void paintGrid(QPainter& painter) const;
     void paintFuture(QPainter& painter) const;

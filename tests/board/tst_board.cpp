@@ -299,6 +299,10 @@ private Q_SLOTS:
         QVERIFY(desk.message().contains(QLatin1String("no such table file")));
         QVERIFY(desk.window->player().market() == before);
 
+        desk.window->openData(folder.path());
+        QVERIFY(desk.message().contains(QLatin1String("there is no such file")));
+        QVERIFY(desk.window->player().market() == before);
+
         desk.key(Qt::Key_O, Qt::ControlModifier);
         desk.answer(path);
         QVERIFY(desk.hasEnded());
