@@ -12,7 +12,6 @@
 #include <QContextMenuEvent>
 #include <QGuiApplication>
 #include <QMenu>
-#include <QPointer>
 #include <QStandardItemModel>
 #include <QTimer>
 
@@ -63,12 +62,15 @@ void Grid::show(TableModel* shown)
     // Widths, order and hidden columns stay; a header forgets them with its model.
     const QByteArray state = titles->saveState();
     isFitting = true;
-    const QPointer<QItemSelectionModel> selected = selectionModel(); // setModel() makes another
+    // A view makes selection models with each model, for its headers as well, which go when that
+    // model does: so the one without rows is made anew each time.
+    const QAbstractItemModel* before = nothing;
+    nothing = shown ? nullptr : new QStandardItemModel(0, allColumns.size(), this);
     if (shown)
         setModel(shown);
     else
         setModel(nothing);
-    delete selected.data();
+    delete before;
     titles->restoreState(state);
     isFitting = false;
     if (!shown)

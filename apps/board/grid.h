@@ -64,7 +64,7 @@ private:
 
     const Columns allColumns;
     GridHeader* titles;
-    QAbstractItemModel* nothing; ///< shown while there is no other model
+    QAbstractItemModel* nothing; ///< shown while there is no other model, else null
     QTimer* fading;
     QVector<int> wantedWidths; ///< before they are fitted to the room there is
     bool isFitting = false;

@@ -24,13 +24,15 @@ Player::~Player() = default;
 void Player::open(const QString& dataFolder)
 {
     std::unique_ptr<Session> opened = makeSession(dataFolder);
+    const QVector<Instrument> directory = opened->instruments();
+    drop(); // nothing is thrown from here on, and there are never two markets in memory
     auto market = std::make_unique<Market>();
     market->info.title = opened->title();
     market->info.underlying = opened->underlying();
-    market->board.load(opened->instruments(), opened->underlying());
+    market->board.load(directory, opened->underlying());
     folder = dataFolder;
     constexpr int fromItsBegin = -1;
-    replace(std::move(market), std::move(opened), fromItsBegin);
+    install(std::move(market), std::move(opened), fromItsBegin);
 }
 
 void Player::adopt(std::unique_ptr<Market> loaded)
@@ -47,13 +49,20 @@ void Player::adopt(std::unique_ptr<Market> loaded)
         }
     }
     paused = true;
-    replace(std::move(loaded), std::move(opened), fromMs);
+    drop();
+    install(std::move(loaded), std::move(opened), fromMs);
 }
 
-void Player::replace(std::unique_ptr<Market> next, std::unique_ptr<Session> nextSession, int fromMs)
+void Player::drop()
 {
     Q_EMIT marketLeaves();
     feed.reset();
+    session.reset();
+    current.reset();
+}
+
+void Player::install(std::unique_ptr<Market> next, std::unique_ptr<Session> nextSession, int fromMs)
+{
     session = std::move(nextSession);
     current = std::move(next);
     hasEnded = false;

@@ -58,7 +58,8 @@ Q_SIGNALS:
     void sessionEnded();
 
 private:
-    void replace(std::unique_ptr<Market> next, std::unique_ptr<Session> nextSession, int fromMs);
+    void drop();
+    void install(std::unique_ptr<Market> next, std::unique_ptr<Session> nextSession, int fromMs);
 
     QString folder;
     std::unique_ptr<Market> current;
