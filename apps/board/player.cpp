@@ -4,6 +4,10 @@
 #include "replay.h"
 #include "simulation.h"
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 namespace {
 
 std::unique_ptr<Session> makeSession(const QString& folder)
@@ -59,6 +63,9 @@ void Player::drop()
     feed.reset();
     session.reset();
     current.reset();
+#ifdef __GLIBC__
+    malloc_trim(0); // the rows of a day are given back before those of the next come
+#endif
 }
 
 void Player::install(std::unique_ptr<Market> next, std::unique_ptr<Session> nextSession, int fromMs)
