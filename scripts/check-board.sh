@@ -24,7 +24,8 @@ trap 'rm -rf -- "$settings"' EXIT
 export QT_QPA_PLATFORM=offscreen
 export XDG_RUNTIME_DIR=${XDG_RUNTIME_DIR:-$settings}
 
-screens=(window optionboard quotes smile tape keys prompt saving)
+screens=(window optionboard quotes smile tape keys prompt saving
+    menu-session menu-view menu-workplace menu-help)
 minutes=(001 010 060)
 mkdir -p -- "$pictures"
 for palette in dark light; do

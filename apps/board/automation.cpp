@@ -15,6 +15,8 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QMenu>
+#include <QMenuBar>
 #include <QPixmap>
 #include <QTemporaryDir>
 
@@ -84,6 +86,12 @@ void Automation::takePictures(double minute)
     save(*window.quotes().parentWidget(), minute, QStringLiteral("quotes"));
     save(*window.smile().parentWidget(), minute, QStringLiteral("smile"));
     save(*window.tape().parentWidget(), minute, QStringLiteral("tape"));
+    const QList<QAction*> menus = window.menuBar()->actions();
+    for (const QAction* action : menus) {
+        Q_EMIT action->menu()->aboutToShow(); // some are filled then
+        save(*action->menu(), minute,
+             QStringLiteral("menu-") + action->text().remove(QLatin1Char('&')).toLower());
+    }
     window.showKeys();
     save(window, minute, QStringLiteral("keys"));
     window.keys().leave();

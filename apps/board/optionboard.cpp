@@ -257,7 +257,7 @@ void OptionBoard::showExpiry()
             model->setEditable(i);
     }
     connect(model.get(), &TableModel::editFailed, this,
-            [this](const QModelIndex&, const QString& message) { Q_EMIT refused(message); });
+            [this] { Q_EMIT refused(tr("Contracts held are whole numbers, such as 12 or -3")); });
     cells->show(model.get());
     if (frozen)
         model->freeze();

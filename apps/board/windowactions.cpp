@@ -189,7 +189,7 @@ void MainWindow::buildWorkplaceMenu()
         const QList<QAction*> before = menu->actions();
         for (QAction* action : before)
             if (action->isCheckable() || action->isSeparator())
-                menu->removeAction(action);
+                delete action;
         menu->addSeparator();
         for (const QString& name : Workplace::names()) {
             QAction* action = menu->addAction(QString(name).replace('&', "&&"));
