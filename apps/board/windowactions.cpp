@@ -191,7 +191,10 @@ void MainWindow::buildWorkplaceMenu()
             if (action->isCheckable() || action->isSeparator())
                 delete action;
         menu->addSeparator();
-        for (const QString& name : Workplace::names()) {
+        QStringList names = Workplace::names();
+        if (!names.contains(workplaceName)) // it has no file yet
+            names << workplaceName;
+        for (const QString& name : qAsConst(names)) {
             QAction* action = menu->addAction(QString(name).replace('&', "&&"));
             action->setCheckable(true);
             action->setChecked(name == workplaceName);
