@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -37,8 +38,11 @@ int Feed::play(double seconds, qint64 budgetNs)
         untilMs = std::min(untilMs, startMs + lastMinute * MinuteMs);
     int quotes = 0;
     while (timer.nsecsElapsed() < budgetNs) {
-        if (played == minute.size() && !readAhead(budgetNs, timer))
+        if (played == minute.size() && !readAhead(budgetNs, timer)) {
+            if (failure)
+                throw InputError(*std::exchange(failure, std::nullopt));
             break;
+        }
         if (startMs < 0) {
             startMs = clockMs = dueMs(0);
             untilMs = std::min(isFast ? untilMs : clockMs, startMs + lastMinute * MinuteMs);
@@ -67,9 +71,8 @@ bool Feed::readAhead(qint64 deadlineNs, const QElapsedTimer& timer)
         Session::Event event = Session::Event::End;
         try {
             event = session.next();
-        } catch (const InputError&) {
-            hasEnded = true;
-            throw;
+        } catch (const InputError& error) {
+            failure = error; // what came before it is played first
         }
         if (event == Session::Event::End) {
             hasEnded = true;

@@ -8,6 +8,7 @@
 
 #include <limits>
 #include <memory>
+#include <optional>
 #include <variant>
 #include <vector>
 
@@ -25,7 +26,8 @@ public:
     Feed(Session& played, Market& target, int fromMs = -1);
 
     /// Applies what is due after another `seconds` of real time, for at most `budgetNs`. Returns
-    /// the number of quotes. Throws InputError, after which the session is at its end.
+    /// the number of quotes. Throws InputError for broken input once all before it is played; then
+    /// the session is at its end.
     int play(double seconds, qint64 budgetNs);
 
     void setSpeed(double factor) { speed = factor; }
@@ -54,8 +56,9 @@ private:
     double startMs = -1;
     double lastMinute = std::numeric_limits<double>::infinity();
     int passOverMs;
-    std::vector<Quote> minute; ///< quotes of one time, in order
-    size_t played = 0;         ///< of them
-    std::vector<Quote> first;  ///< the first one of the next time, if it was read
+    std::vector<Quote> minute;         ///< quotes of one time, in order
+    size_t played = 0;                 ///< of them
+    std::vector<Quote> first;          ///< the first one of the next time, if it was read
+    std::optional<InputError> failure; ///< that has ended the session
     bool hasEnded = false;
 };

@@ -117,6 +117,29 @@ void lengthenTape(const QString& folder)
     QCOMPARE(io.status(), TableIO::Ok);
 }
 
+/// Four quotes of the first minute, two of the next, and then a broken line.
+class BrokenSession : public Session
+{
+public:
+    QString title() const override { return QString(); }
+    QString underlying() const override { return QString(); }
+    QVector<Instrument> instruments() override { return {}; }
+    double progress() const override { return 0; }
+    Event next() override
+    {
+        if (++number > 6)
+            throw InputError{QStringLiteral("broken")};
+        optionQuote.timeMs = number > 4 ? 60'000 : 0;
+        optionQuote.expiry = 20200320;
+        optionQuote.right = 'C';
+        optionQuote.strike = decimal(3000 + number);
+        return Event::Option;
+    }
+
+private:
+    int number = 0;
+};
+
 } // namespace
 
 class tst_board : public QObject
@@ -159,6 +182,29 @@ private Q_SLOTS:
         QCOMPARE(desk.window->optionBoard().expiry(), 20200619);
         QVERIFY(desk.window->optionBoard().model()->record(0).data(Chain::Expiry).toInteger() ==
                 20200619);
+    }
+
+    void feedSpreadsAMinute()
+    {
+        constexpr qint64 budgetNs = 1'000'000'000;
+        Market market;
+        BrokenSession session;
+        Feed feed(session, market);
+        feed.setSpeed(60);
+        QCOMPARE(feed.play(1, budgetNs), 1); // begins with the first, however long it has waited
+        QCOMPARE(feed.play(0.25, budgetNs), 1);
+        QCOMPARE(feed.play(0.45, 0), 0); // no time for anything
+        QCOMPARE(feed.play(0.5, budgetNs), 2);
+        QCOMPARE(feed.timeMs(), 45'000);
+        feed.stopAt(1.25);
+        QCOMPARE(feed.play(10, budgetNs), 1);
+        QVERIFY(feed.isStopped() && feed.timeMs() == 75'000);
+        feed.stopAt(100);
+        feed.setSpeed(Feed::MaximumSpeed);
+        QVERIFY_EXCEPTION_THROWN(feed.play(0, budgetNs), InputError); // after the last quote
+        QVERIFY(feed.isAtEnd());
+        QCOMPARE(feed.play(1, budgetNs), 0); // and is told once
+        QCOMPARE(market.board.options().rowCount(), 6);
     }
 
     void typedWordsFilter_data()
