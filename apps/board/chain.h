@@ -43,7 +43,7 @@ public:
     }
     /// The value that a column shows; its row's key has none.
     static constexpr Value valueOf(int column) { return Value((column - Strike - 1) % ValueCount); }
-    static constexpr bool isCall(int column) { return column <= Strike + ValueCount; }
+    static constexpr bool isCall(int column) { return column < Strike + 1 + ValueCount; }
     static constexpr int ColumnCount = Strike + 1 + 2 * ValueCount;
 
     explicit Chain(Board& followed);

@@ -109,7 +109,7 @@ QuotesPane::QuotesPane(QWidget* parent)
     connect(cells->header(), &QHeaderView::sectionClicked, this, &QuotesPane::sortBy);
 
     auto* byCurrent = new QAction(tr("Sort by this column"), cells);
-    byCurrent->setShortcut(Qt::CTRL + Qt::Key_Space);
+    byCurrent->setShortcut(QKeySequence(int(Qt::CTRL) + Qt::Key_Space));
     byCurrent->setShortcutContext(Qt::WidgetShortcut);
     cells->addAction(byCurrent);
     connect(byCurrent, &QAction::triggered, this, [this] {

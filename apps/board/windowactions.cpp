@@ -36,6 +36,11 @@ QString speedText(double times)
                              : QString::number(times) + QStringLiteral("\u00d7");
 }
 
+QKeySequence ctrl(int key)
+{
+    return QKeySequence(int(Qt::CTRL) + key);
+}
+
 QMainWindow* panesOf(const MainWindow* window)
 {
     return window->findChild<QMainWindow*>(QStringLiteral("panes"));
@@ -105,13 +110,12 @@ void MainWindow::buildSessionMenu()
     add(menu, tr("S&lower"), Qt::Key_F7, [this] { stepSpeed(-1); });
     add(menu, tr("&Faster"), Qt::Key_F8, [this] { stepSpeed(1); });
     menu->addSeparator();
-    add(menu, tr("Play a &recorded day\u2026"), Qt::CTRL + Qt::Key_R, [this] {
+    add(menu, tr("Play a &recorded day\u2026"), ctrl(Qt::Key_R), [this] {
         prompt->ask(tr("Folder of the recorded day"), playing->dataFolder(), true,
                     [this](const QString& folder) { openData(folder); });
     });
-    add(menu, tr("Play the &built-in session"), Qt::CTRL + Qt::Key_B, [this] { openData({}); });
-    add(menu, tr("Begin &again"), Qt::CTRL + Qt::Key_G,
-        [this] { openData(playing->dataFolder()); });
+    add(menu, tr("Play the &built-in session"), ctrl(Qt::Key_B), [this] { openData({}); });
+    add(menu, tr("Begin &again"), ctrl(Qt::Key_G), [this] { openData(playing->dataFolder()); });
     menu->addSeparator();
     QAction* save = add(menu, tr("&Save\u2026"), QKeySequence::Save, [this] {
         prompt->ask(tr("Save the board to the folder"), savedFolder, true,
@@ -126,7 +130,7 @@ void MainWindow::buildSessionMenu()
         add(menu, tr("&Cancel saving or loading"), Qt::Key_Escape, [this] { files->cancel(); });
     cancelFiles->setEnabled(false);
     menu->addSeparator();
-    add(menu, tr("&Quit"), Qt::CTRL + Qt::Key_Q, [this] { close(); });
+    add(menu, tr("&Quit"), ctrl(Qt::Key_Q), [this] { close(); });
 }
 
 void MainWindow::buildViewMenu()
@@ -141,20 +145,20 @@ void MainWindow::buildViewMenu()
     follow->setChecked(true);
     follow->setToolTip(tr("Keep the strike nearest to the future in the middle (F9)"));
     connect(follow, &QAction::toggled, this, [this](bool isOn) { board->setFollowing(isOn); });
-    add(menu, tr("&Centre on the money"), Qt::CTRL + Qt::Key_M, [this] { board->centre(); });
-    add(menu, tr("Next &expiry"), Qt::CTRL + Qt::Key_E, [this] { board->nextExpiry(); });
+    add(menu, tr("&Centre on the money"), ctrl(Qt::Key_M), [this] { board->centre(); });
+    add(menu, tr("Next &expiry"), ctrl(Qt::Key_E), [this] { board->nextExpiry(); });
     add(menu, tr("&Filter the quotes"), QKeySequence::Find, [this] {
         docks[0]->show();
         quotesPane->focusFilter();
     });
     menu->addSeparator();
-    add(menu, tr("Go to the &option board"), Qt::CTRL + Qt::Key_1, [this] { board->setFocus(); });
+    add(menu, tr("Go to the &option board"), ctrl(Qt::Key_1), [this] { board->setFocus(); });
     const std::pair<QString, QWidget*> panes[] = {{tr("Go to the &quotes"), quotesPane},
                                                   {tr("Go to the &smile"), smilePlot},
                                                   {tr("Go to the &tape"), tapePane}};
     for (int i = 0; i < 3; ++i) {
         QWidget* widget = panes[i].second;
-        add(menu, panes[i].first, Qt::CTRL + Qt::Key_2 + i, [this, i, widget] {
+        add(menu, panes[i].first, ctrl(Qt::Key_2 + i), [this, i, widget] {
             docks[i]->show();
             widget->setFocus();
         });
@@ -176,7 +180,7 @@ void MainWindow::buildViewMenu()
     columnMenu(tr("Columns of the q&uotes"), quotesPane->grid());
     columnMenu(tr("Columns of the t&ape"), tapePane->grid());
     menu->addSeparator();
-    darkPalette = add(menu, tr("&Dark"), Qt::CTRL + Qt::Key_D, [] {});
+    darkPalette = add(menu, tr("&Dark"), ctrl(Qt::Key_D), [] {});
     darkPalette->setCheckable(true);
     darkPalette->setChecked(Theme::current().isDark);
     connect(darkPalette, &QAction::toggled, this, &MainWindow::setDark);
@@ -201,7 +205,7 @@ void MainWindow::buildWorkplaceMenu()
             connect(action, &QAction::triggered, this, [this, name] { useWorkplace(name); });
         }
     });
-    add(menu, tr("&New from this one\u2026"), Qt::CTRL + Qt::Key_W, [this] {
+    add(menu, tr("&New from this one\u2026"), ctrl(Qt::Key_W), [this] {
         prompt->ask(tr("Name of the workplace"), QString(), false, [this](const QString& name) {
             if (!WorkplaceSettings::isName(name)) {
                 report(tr("A workplace cannot be called \u201c%1\u201d").arg(name), true);
