@@ -20,7 +20,7 @@ root=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd -P)
 cd -- "${1:-$root}"
 
 folders=()
-for folder in src tests examples benchmarks fuzz; do
+for folder in src tests examples apps benchmarks fuzz; do
     if [ -d "$folder" ]; then
         folders+=("$folder")
     fi

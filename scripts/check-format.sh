@@ -20,7 +20,7 @@ else
     while IFS= read -r -d '' file; do
         files+=("$file")
     done < <(
-        for folder in src tests examples benchmarks fuzz; do
+        for folder in src tests examples apps benchmarks fuzz; do
             if [ -d "$root/$folder" ]; then
                 find "$root/$folder" -type f \( -name '*.h' -o -name '*.cpp' \) -print0
             fi

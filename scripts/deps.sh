@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Installs what is missing of the Debian 12 packages that the given sets need, and says so.
-# usage: scripts/deps.sh [build] [test] [check] [fuzz] [install] [docs] [package] [root] [bench]
-#        (no set named: build)
+# usage: scripts/deps.sh [build] [test] [check] [fuzz] [board] [install] [docs] [package] [root]
+#        [bench]   (no set named: build)
 set -euo pipefail
 
 say() { printf '%s\n' "deps: $*" >&2; }
@@ -21,13 +21,16 @@ packages_of() {
             "qhelpgenerator-qt5: python3:python3 git:git pkg-config:pkg-config qt5-qmake:qmake make:make"
         ;;
     root) echo "debootstrap:" ;;
+    board) # beside Widgets, which qtbase5-dev brings: narrow figures of one width
+        echo "qtbase5-dev: fonts-roboto-unhinted: fonts-dejavu-core:"
+        ;;
     bench) # the peers
         echo "libsqlite3-dev: libboost-dev: libabsl-dev: libintelrdfpmath-dev: libquantlib0-dev:" \
             "libisal-dev: libtbb-dev: python3:python3"
         ;;
     *)
-        say "no set of packages is called '$1' (there are: build, test, check, fuzz, install, docs," \
-            "package, root, bench)"
+        say "no set of packages is called '$1' (there are: build, test, check, fuzz, board," \
+            "install, docs, package, root, bench)"
         return 1
         ;;
     esac

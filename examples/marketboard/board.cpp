@@ -6,6 +6,8 @@
 
 #include <QSet>
 
+#include <algorithm>
+
 namespace {
 
 constexpr int PriceDecimals = 2;
@@ -233,6 +235,13 @@ void Board::load(const QVector<Instrument>& directory, const QString& underlying
     instrumentTable->beginUpdate();
     instrumentTable->appendList(rows);
     instrumentTable->endUpdate();
+}
+
+void Board::resume(const QString& underlying)
+{
+    underlyingKey = underlying.split(QLatin1Char(','));
+    for (const Record& row : newest)
+        sequence = std::max(sequence, row.data(Sequence).toInteger64());
 }
 
 void Board::apply(const OptionQuote& quote)

@@ -96,6 +96,9 @@ public:
 
     /// `underlying` is the key text of the options' underlying in the directory.
     void load(const QVector<Instrument>& directory, const QString& underlying);
+    /// The same for a board whose tables were loaded from files: quotes go on behind what they
+    /// hold.
+    void resume(const QString& underlying);
     void apply(const OptionQuote& quote);
     void apply(const FutureQuote& quote);
 
@@ -158,11 +161,13 @@ public:
         return {instrumentTable.get(), underlyingTable.get(), futureTable.get(), optionTable.get(),
                 tapeTable.get()};
     }
+    Table& options() { return *optionTable; }
     const Table& options() const { return *optionTable; }
     const Table& futures() const { return *futureTable; }
     const Table& instruments() const { return *instrumentTable; }
     /// The directory's key of each future that is quoted.
     const Table& underlyings() const { return *underlyingTable; }
+    Table& tape() { return *tapeTable; }
     const Table& tape() const { return *tapeTable; }
     const SortedLimit& tapeView() const { return newest; }
 

@@ -171,8 +171,10 @@ std::optional<QString> Play::applyNext(Session::Event event)
 std::optional<QString> Play::endMinute()
 {
     const Board::Changes changes = board.takeChanges();
-    if (recalculation)
+    if (recalculation) {
+        QCoreApplication::processEvents(); // applies the jobs that have ended
         recalculation->update(timeMs);
+    }
     if (progress.isDue())
         progress.show(
             QStringLiteral("%1  %2 %  %3 quotes, %4 contracts changed in the minute")

@@ -56,7 +56,6 @@ Recalculation::~Recalculation()
 
 void Recalculation::update(int timeMs)
 {
-    QCoreApplication::processEvents();
     for (Expiry& expiry : takeInputs(timeMs)) {
         const Batch& batch = *expiry.batch;
         bool isRunning = false;

@@ -26,8 +26,8 @@ public:
     Recalculation(const Recalculation&) = delete;
     Recalculation& operator=(const Recalculation&) = delete;
 
-    /// Applies what has ended, and starts a job for each expiry whose future moved since its last
-    /// one. An expiry whose job is still running has to wait for the next call.
+    /// Starts a job for each expiry whose future moved since its last one. An expiry whose job is
+    /// still running has to wait for the next call.
     void update(int timeMs);
 
     /// Stops what is running, prices every expiry once more, and returns when that is applied.

@@ -324,17 +324,16 @@ public:
     /// or with `behindEquals` for the first whose key is above it.
     struct KeySearch
     {
-<<<<<<< HEAD
         KeySearch() = default;
         KeySearch(const PartitionList* searched, SortKey sought, bool behind)
             : list(searched)
             , key(sought)
             , behindEquals(behind)
         {}
-        const PartitionList* list;
-        SortKey key;
-        bool behindEquals;
-        Place place; ///< found: as from partitionPoint()
+        const PartitionList* list; ///< to be searched; not empty, and keyed
+        SortKey key;               ///< to be searched for; changed by the search
+        bool behindEquals;         ///< see above; changed, too
+        Place place;               ///< found: as from partitionPoint()
 
     private: // of the search under way
         friend class PartitionList;
@@ -342,14 +341,6 @@ public:
         const APartList<T>* part;
         const typename APartList<T>::Leaf* leaf;
         LiveTable::KeySpan keys;
-=======
-        const PartitionList* list; ///< to be searched
-        SortKey key;               ///< to be searched for
-        int part = -1;             ///< found: the partition, -1 before
-        int leaf = 0;              ///< found: the leaf in it
-        int from = 0;              ///< while the leaf is searched it lies in from..to
-        int to = 0;                ///< see from
->>>>>>> install
     };
     /// Searches several lists at once, level by level, so that the waits for memory overlap: one
     /// wait costs as much as a hundred instructions, and a search alone has several in a row.
