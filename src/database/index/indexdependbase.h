@@ -41,6 +41,8 @@ public:
     /// Removes the first occurrence; nothing when there is none.
     void removeDependentIndex(Index* index);
     QList<Index*> dependentIndexes() const;
+    /// What Index::verify says of the first dependent that is not whole; empty when all are.
+    QString verify() const;
 
     void clear();
     void build();

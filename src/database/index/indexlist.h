@@ -94,6 +94,7 @@ public:
     /// Scans for this very record; -1 if absent.
     int indexOf(const Record& record) const override;
     QString getClassName() const override;
+    QString verify() const override;
 
     int count() const override;
     PartitionList<Record>::const_iterator begin() const override;
