@@ -68,8 +68,8 @@ QString IndexList::verify() const
         return d->records.isEmpty() ? QString() : QStringLiteral("its table is gone");
     if (d->needsRebuild || d->needsResort)
         return QStringLiteral("it is to be put right at the next notification");
-    const auto* sorted = d->keys == IndexListPrivate::SortKeys ? static_cast<const IndexSort*>(this)
-                                                               : nullptr;
+    const auto* sorted =
+        d->keys == IndexListPrivate::SortKeys ? static_cast<const IndexSort*>(this) : nullptr;
     const char* fault = d->records.verify([&](const Record& record, SortKey key) {
         return key == (sorted ? sorted->sortKey(record) : SortKey{RowPool::tag(record.row()), 0});
     });

@@ -340,7 +340,10 @@ void Table::addColumn(const TableColumnDef& def)
             } catch (...) { // of a host's compare: the row must not be lost
                 if (!failure)
                     failure = std::current_exception();
-                IndexListPrivate::get(d->master)->append(row, SortKey());
+                auto* list = IndexListPrivate::get(d->master);
+                list->append(row, list->keys == IndexListPrivate::ArrivalNumbers
+                                      ? IndexSortWork(d->master).keyToInsert(row)
+                                      : SortKey());
                 TablePrivate::markDamaged(d->master);
             }
         }
@@ -366,7 +369,9 @@ QString Table::verify() const
     for (const Index* index : qAsConst(all)) {
         const QString fault = index->verify();
         if (!fault.isEmpty())
-            return QStringLiteral("%1 %2: %3").arg(index->getClassName()).arg(all.indexOf(index))
+            return QStringLiteral("%1 %2: %3")
+                .arg(index->getClassName())
+                .arg(all.indexOf(index))
                 .arg(fault);
     }
     return QString();
