@@ -569,6 +569,9 @@ private:
         for (View& view : views)
             checkView(view);
         checkKeyText();
+        for (const QString& fault : {table.verify(), relay->base.verify()})
+            if (!fault.isEmpty())
+                fail("verify", qPrintable(fault));
         for (const auto& row : rows) {
             if (row->mark != Row::Untouched && !rebuilt && !watch->contains(row->record) &&
                 row->inTable)
