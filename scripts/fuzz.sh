@@ -13,7 +13,12 @@ seconds=${1:-60}
 [ $# -gt 0 ] || set -- tableio rowlist compressor settingsreader settingsmap
 cmake --preset fuzz >/dev/null
 # shellcheck disable=SC2046 # a word for each target
-cmake --build --preset fuzz -j"${JOBS:-2}" --target $(printf 'fuzz_%s ' "$@")
+cmake --build --preset fuzz -j"${JOBS:-2}" --target fuzz_canary $(printf 'fuzz_%s ' "$@")
+if build/fuzz/fuzz/fuzz_canary -seed=1 -max_total_time=60 -artifact_prefix=build/fuzz/canary- \
+    -verbosity=0 2>build/fuzz/canary.log || ! grep -q heap-buffer-overflow build/fuzz/canary.log; then
+    echo "fuzz.sh: the planted fault was not found" >&2
+    exit 1
+fi
 export QT_LOGGING_RULES='QGuiLog=false' # tells what of each input is no good
 for name; do
     corpus=build/fuzz/corpus/$name

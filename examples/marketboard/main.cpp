@@ -14,6 +14,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QFileInfo>
 #include <QTime>
 
@@ -44,6 +45,7 @@ struct Arguments
     bool smile = false;
     int untilMs = std::numeric_limits<int>::max();
     qint64 mostQuotes = std::numeric_limits<qint64>::max();
+    int soakMinutes = 0;
 };
 
 void print(FILE* file, const QString& text)
@@ -260,6 +262,11 @@ void addOptions(QCommandLineParser& parser)
     parser.addOption({QStringLiteral("load"),
                       QStringLiteral("Play nothing: show the board that was saved to <dir>."),
                       QStringLiteral("dir")});
+    parser.addOption({QStringLiteral("soak"),
+                      QStringLiteral("Play the session over and over for <n> minutes, with --save "
+                                     "saved and loaded each time, and fail when memory grows by "
+                                     "more than 1 % after the first pass."),
+                      QStringLiteral("n")});
     addViewOptions(parser);
 }
 
@@ -321,6 +328,12 @@ Arguments parse(QCommandLineParser& parser, const QStringList& words)
             throw InputError{QStringLiteral("--until needs a time from 00:00 to 23:59")};
         arguments.untilMs = until.msecsSinceStartOfDay();
     }
+    if (parser.isSet(QStringLiteral("soak"))) {
+        const auto minutes = wholeNumber(parser, QStringLiteral("soak"), 1);
+        if (!minutes)
+            throw InputError{QStringLiteral("--soak needs a whole number of minutes, 1 or more")};
+        arguments.soakMinutes = *minutes;
+    }
     arguments.smile = parser.isSet(QStringLiteral("smile"));
     arguments.volatility = arguments.smile || parser.isSet(QStringLiteral("volatility"));
     return arguments;
@@ -352,6 +365,55 @@ int finish(const Arguments& arguments)
                : complain(QStringLiteral("the output could not be written"), Broken);
 }
 
+std::unique_ptr<Session> makeSession(const Arguments& arguments)
+{
+    if (arguments.folder.isEmpty())
+        return std::make_unique<Simulation>();
+    return std::make_unique<Replay>(arguments.folder);
+}
+
+/// Kilobytes of memory that the process holds; 0 where that cannot be told.
+qint64 residentKb()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').first().toLongLong();
+    return 0;
+}
+
+int soak(const Arguments& arguments)
+{
+    QElapsedTimer clock;
+    clock.start();
+    qint64 first = 0;
+    qint64 now = 0;
+    int passes = 0;
+    do {
+        const auto session = makeSession(arguments);
+        auto play = std::make_unique<Play>(*session, arguments);
+        if (const auto difference = play->run())
+            return complain(*difference, Differs);
+        if (!arguments.saveTo.isEmpty()) {
+            play->save(arguments.saveTo);
+            Board board;
+            if (arguments.volatility)
+                board.keepVolatilities();
+            loadBoard(board, arguments.saveTo);
+        }
+        play.reset();
+        now = residentKb();
+        first = passes++ == 0 ? now : first;
+        print(stdout, QStringLiteral("pass %1: %2 kB\n").arg(passes).arg(now));
+        if (now > first + first / 100)
+            return complain(QStringLiteral("memory grew from %1 kB to %2 kB").arg(first).arg(now),
+                            Differs);
+    } while (passes < 2 || clock.elapsed() < arguments.soakMinutes * qint64(60'000));
+    return std::fflush(stdout) == 0 ? Played : Broken;
+}
+
 int run(const QStringList& words)
 {
     QCommandLineParser parser;
@@ -370,12 +432,9 @@ int run(const QStringList& words)
         return finish(arguments);
     }
 
-    std::unique_ptr<Session> session;
-    if (arguments.folder.isEmpty())
-        session = std::make_unique<Simulation>();
-    else
-        session = std::make_unique<Replay>(arguments.folder);
-
+    if (arguments.soakMinutes > 0)
+        return soak(arguments);
+    const std::unique_ptr<Session> session = makeSession(arguments);
     Play play(*session, arguments);
     if (const auto difference = play.run())
         return complain(*difference, Differs);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "container/partitioncheck-inl.h"
 #include "container/partitionlist.h"
 #include "container/rangeset.h"
 #include "support/seed.h"
@@ -51,19 +52,10 @@ QVector<int> sizes(const List& list)
 
 QString broken(const List& list, const std::vector<qint64>& model, const std::vector<SortKey>& keys)
 {
-    if (list.partitions().isEmpty() || list.partitions().last() != nullptr)
-        return QStringLiteral("no null end");
-    int sum = 0;
-    for (int p = 0; p + 1 < list.partitions().size(); ++p) {
-        const int n = list.partitions().at(p)->count();
-        if (n == 0 || n >= list.partitionSize())
-            return QStringLiteral("partition %1 holds %2").arg(p).arg(n);
-        if (list.partitions().at(p)->capacity() < n || list.partitions().at(p)->list() != &list)
-            return QStringLiteral("partition %1 is not right").arg(p);
-        sum += n;
-    }
-    if (sum != list.count() || list.count() != static_cast<int>(model.size()))
-        return QStringLiteral("counts %1 %2 %3").arg(sum).arg(list.count()).arg(model.size());
+    if (const char* fault = list.verify([](const Counted&, SortKey) { return true; }))
+        return QString::fromLatin1(fault);
+    if (list.count() != static_cast<int>(model.size()))
+        return QStringLiteral("count");
     size_t i = 0;
     for (const Counted& c : list) {
         const List::Place place = list.place(static_cast<int>(i));

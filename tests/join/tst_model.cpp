@@ -458,16 +458,15 @@ private:
     }
     void check(const char* when)
     {
+        for (const Table* table : tables)
+            if (failure.isEmpty() && !table->verify().isEmpty())
+                failure = QStringLiteral("%1: %2: %3").arg(when, table->name(), table->verify());
+        for (const RelayMaster* master : relay)
+            if (master && failure.isEmpty())
+                failure = master->depends.verify();
         for (const Joined& j : qAsConst(joined))
             for (const Record& row : *j.main->masterIndex())
                 checkRow(j, row, when);
-        for (const auto& view : views) {
-            bool isRight = view->count() == view->table()->rowCount();
-            for (int i = 1; i < view->count(); ++i)
-                isRight = isRight && view->compare(view->at(i - 1), view->at(i)) <= 0;
-            if (!isRight && failure.isEmpty())
-                failure = QStringLiteral("%1: a view is out of order").arg(when);
-        }
         QSet<QString> keys;
         for (const Record& row : *orders.masterIndex())
             keys.insert(keyText(row, key));

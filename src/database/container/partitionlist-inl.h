@@ -664,12 +664,7 @@ void PartitionList<T>::append(T value, SortKey key)
         return;
     }
     createPart(last + 1);
-    try {
-        insertAt({last + 1, 0, 0}, std::move(value), key);
-    } catch (...) {
-        dropPart(last + 1);
-        throw;
-    }
+    insertAt({last + 1, 0, 0}, std::move(value), key); // which drops it where it must stay empty
 }
 
 template <typename T>

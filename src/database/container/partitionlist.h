@@ -73,6 +73,7 @@ private:
     void shrinkAround(int leaf) noexcept;
     bool mergeLeaf(int leaf) noexcept;
     void noteFirst(int leaf) noexcept;
+    const char* verify(bool isKeyed) const;
 
     PartitionList<T>* owner;
     int total = 0;
@@ -360,6 +361,13 @@ public:
     /// leaf's last) and gives it a new key. Does nothing and returns false where partitions or
     /// leaves would have to be split or joined for it: then takeAt() and insertAt() are the way.
     bool relocate(Place from, Place to, SortKey key) noexcept;
+
+    /// The first broken invariant in words; null when the list is whole. `isKeyOf(element, key)`
+    /// judges the keys of a keyed list. Cost: O(n). A list that ran out of memory may have a
+    /// partition too large or too small until it next changes there. The body is in
+    /// partitioncheck-inl.h, for those who call it.
+    template <typename IsKeyOf>
+    const char* verify(IsKeyOf isKeyOf) const;
 
     /// Calls visit(items, n) for each run of elements in order.
     template <typename Visit>

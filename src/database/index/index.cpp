@@ -64,6 +64,11 @@ void Index::update(const Record& record, int, int, int position)
         add(record);
 }
 
+QString Index::verify() const
+{
+    return QString();
+}
+
 int Index::indexOf(const Record&) const
 {
     return -1;

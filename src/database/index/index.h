@@ -78,6 +78,9 @@ public:
     virtual void dependentEndUpdate(Table* table);
     /// The class's name as text; joins and bulk loads tell kinds of index by it.
     virtual QString getClassName() const = 0;
+    /// The first thing that is wrong with the index, in words; an empty string when it is whole.
+    /// Table::verify() asks it of every index, and tells what is asked. The default finds nothing.
+    virtual QString verify() const;
 
     /// Nanoseconds spent in process() so far.
     qint64 nsecsElapsed() const { return elapsed; }

@@ -43,6 +43,8 @@ public:
     void removeDependentIndex(Index* index);
     /// In the order in which they are told.
     QList<Index*> dependentIndexes() const;
+    /// What Index::verify says of the first dependent that is not whole; empty when all are.
+    QString verify() const;
 
     /// Each tells every dependent what its namesake in Index was told.
     void clear();

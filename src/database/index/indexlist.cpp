@@ -39,13 +39,20 @@ void IndexListPrivate::append(Record record, SortKey key)
 
 void IndexListPrivate::removeRanges(const RangeSet<int>& ranges)
 {
-    if (isMaster)
-        for (int i = 0; i < ranges.rangeCount(); ++i) {
+    const auto forEach = [&](auto visit) {
+        for (int i = 0; isMaster && i < ranges.rangeCount(); ++i) {
             const int end = std::min(ranges.end(i), records.count());
             for (int at = std::max(ranges.begin(i), 0); at < end; ++at)
-                untag(records.at(at));
+                visit(records.place(at));
         }
-    records.removeRanges(ranges);
+    };
+    forEach([this](const Place& place) { untag(records.at(place)); });
+    try {
+        records.removeRanges(ranges);
+    } catch (...) { // short of memory: they are still in
+        forEach([this](const Place& place) { tag(records.at(place), records.keyAt(place)); });
+        throw;
+    }
 }
 
 void IndexListPrivate::clear()

@@ -98,6 +98,7 @@ public:
     /// Scans for this very record; -1 if absent.
     int indexOf(const Record& record) const override;
     QString getClassName() const override;
+    QString verify() const override;
 
     /// The records in index order; at the end of the list begin() + count().
     int count() const override;

@@ -89,6 +89,7 @@ public:
     int indexOf(const Record& record) const override;
     void move(int first, int last, int to) override;
     QString getClassName() const override;
+    QString verify() const override;
 
     /// Negative, 0 or positive as `a` sorts before, with or after `b`.
     virtual int compare(const Record& a, const Record& b) const = 0;

@@ -55,6 +55,7 @@ public:
     /// Whether a record compares equal: search(record, -1) != -1. indexOf() always answers -1.
     bool contains(const Record& record) const override;
     QString getClassName() const override;
+    QString verify() const override;
 
     /// Negative, 0 or positive as `a` sorts before, with or after `b`.
     virtual int compare(const Record& a, const Record& b) const = 0;

@@ -58,6 +58,8 @@ public:
     bool filter(const Record& record) const override;
     bool contains(const Record& record) const override;
     QString getClassName() const override;
+    /// Every row with a number is held once, where its number is looked for.
+    QString verify() const override;
 
 private:
     struct Slot

@@ -50,6 +50,7 @@ public:
     /// Whether the record is in added() or updated().
     bool contains(const Record& record) const override;
     QString getClassName() const override;
+    QString verify() const override;
 
 private:
     QPointer<Table> watched;

@@ -104,9 +104,20 @@ bool isLockedAfter(const Table* table, const Table* first)
     });
 }
 
+// A QSharedPointer that cannot be made for want of memory deletes nothing, and its create() is not
+// safe then.
+template <typename T>
+QSharedPointer<T> makeShared()
+{
+    auto made = std::make_unique<T>();
+    const QSharedPointer<T> shared(made.get());
+    made.release();
+    return shared;
+}
+
 QSharedPointer<IndexJoinDep> describe(const MasterIndex* main, Table* dependent)
 {
-    QSharedPointer<IndexJoinDep> dep(new IndexJoinDep);
+    const auto dep = makeShared<IndexJoinDep>();
     dep->table = dependent;
     for (const int column : main->columns()) {
         const int from = dependent->columnIndex(main->table()->columnName(column));
@@ -132,7 +143,7 @@ void TableJoin::setup(MasterIndex* main, const QList<MasterIndex*>& deps,
     const QVector<NewColumn> planned = plan(table, deps, columns);
 
     auto fresh = std::make_unique<TableJoinPrivate>();
-    fresh->main.reset(new IndexJoinMain);
+    fresh->main = makeShared<IndexJoinMain>();
     fresh->main->table = table;
     fresh->main->keyColumns = main->columns().toVector();
     std::sort(fresh->main->keyColumns.begin(), fresh->main->keyColumns.end());
@@ -404,6 +415,7 @@ LiveJoin::LiveJoin(Table* main, const QList<Table*>& dependentTables, const QStr
             throw QStringLiteral("Column '%1' not found in any dependent table.").arg(name);
     Index* mainMade = nullptr;
     QList<Index*> depsMade;
+    depIndexes.reserve(static_cast<size_t>(dependents.size())); // what is made must not be lost
     tables.setup(main ? main->masterIndex() : nullptr, TableJoin::typeToMaster(dependents), columns,
                  false, &mainMade, &depsMade);
     mainIndex.reset(mainMade);

@@ -114,6 +114,29 @@ void TableJoinMain::build()
     }
 }
 
+QString TableJoinMain::verify() const
+{
+    if (!d->isLive())
+        return QString();
+    if (d->isDamaged)
+        return QStringLiteral("it is to be put right at the next notification");
+    for (const Record& row : *d->table->masterIndex()) {
+        for (const auto& dep : d->deps) {
+            if (!dep->index || !dep->index->d->isLive())
+                continue;
+            const Record shown = dep->index->d->rowFor(row, Record());
+            for (const Col& col : qAsConst(dep->columns)) {
+                const Field cell = row.data(col.to);
+                const Field source = shown.data(col.from);
+                if (cell.isNull() != (shown.isNull() || source.isNull()) ||
+                    (!cell.isNull() && cell.compare(source) != 0))
+                    return QStringLiteral("column %1 is not what the dependent holds").arg(col.to);
+            }
+        }
+    }
+    return QString();
+}
+
 // The join is over.
 void TableJoinMain::makeNull()
 {

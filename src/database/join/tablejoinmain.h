@@ -43,6 +43,8 @@ public:
     bool contains(const Record& record) const override;
     /// "TableJoinMain".
     QString getClassName() const override;
+    /// Whether the joined cells of every main row are those of its dependent row: O(n log n).
+    QString verify() const override;
 
     /// Whether the range meets the span from the first to the last key column.
     bool isKeyIntersected(int firstColumn, int lastColumn) const;

@@ -172,6 +172,15 @@ void RowPool::free(unsigned char* row) noexcept
         delete pool;
 }
 
+template <typename Visit>
+void RowPool::forEachLive(Visit visit) noexcept
+{
+    for (Chunk* chunk = chunks; chunk; chunk = chunk->next)
+        for (size_t i = 0; i < chunk->used; ++i)
+            if (chunk->liveBits[i / 64] >> (i % 64) & 1)
+                visit(slotAt(chunk, i) + TagBytes);
+}
+
 void RowPool::abandon() noexcept
 {
     bool last;
@@ -179,18 +188,22 @@ void RowPool::abandon() noexcept
         const std::lock_guard<std::mutex> guard(mutex);
         abandoned = true;
         last = live == 0;
-        for (Chunk* chunk = chunks; chunk && !last; chunk = chunk->next) {
-            for (size_t i = 0; i < chunk->used; ++i) {
-                if (!(chunk->liveBits[i / 64] >> (i % 64) & 1))
-                    continue;
-                unsigned char* row = slotAt(chunk, i) + TagBytes;
+        if (!last)
+            forEachLive([](unsigned char* row) {
                 reinterpret_cast<RowHeader*>(row)->table = nullptr;
                 setTag(row, 0);
-            }
-        }
+            });
     }
     if (last)
         delete this;
+}
+
+size_t RowPool::taggedCount() noexcept
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    size_t tagged = 0;
+    forEachLive([&](unsigned char* row) { tagged += tag(row) != 0; });
+    return tagged;
 }
 
 } // namespace LiveTable

@@ -35,6 +35,9 @@ public:
     /// The table needs the pool no more: rows that live on lose their owner.
     void abandon() noexcept;
 
+    /// How many live rows have a tag.
+    size_t taggedCount() noexcept;
+
     /// The hidden word before each row, for the master index that holds the row: 0 while none does.
     static quint64 tag(const unsigned char* row) noexcept
     {
@@ -72,6 +75,8 @@ private:
     void linkRoom(Chunk* chunk) noexcept;
     void unlinkRoom(Chunk* chunk) noexcept;
     unsigned char* slotAt(Chunk* chunk, size_t i) const noexcept;
+    template <typename Visit>
+    void forEachLive(Visit visit) noexcept; // under the lock
 
     const size_t rowSize;
     const size_t slotSize;

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <utility>
 
 using LiveTable::RowPool;
@@ -339,12 +340,41 @@ void Table::addColumn(const TableColumnDef& def)
             } catch (...) { // of a host's compare: the row must not be lost
                 if (!failure)
                     failure = std::current_exception();
-                IndexListPrivate::get(d->master)->append(row, SortKey());
+                auto* list = IndexListPrivate::get(d->master);
+                list->append(row, list->keys == IndexListPrivate::ArrivalNumbers
+                                      ? IndexSortWork(d->master).keyToInsert(row)
+                                      : SortKey());
                 TablePrivate::markDamaged(d->master);
             }
         }
         d->tellIndexes(failure, [](Index* index) { index->build(); });
     });
+}
+
+QString Table::verify() const
+{
+    const std::lock_guard<LiveTable::RecursiveMutex> lock(d->mutex);
+    if (d->transactionState != Idle || !d->pending.isEmpty())
+        return QStringLiteral("a transaction is under way");
+    for (int i = 0; i < d->columns.size(); ++i)
+        if (columnIndex(d->columns.at(i)->name) != i)
+            return QStringLiteral("a column is not found by its name");
+    if (d->pool->taggedCount() != static_cast<size_t>(rowCount()))
+        return QStringLiteral("a row is marked that the master index does not hold");
+    QList<const Index*> all;
+    if (d->master)
+        all.append(d->master);
+    for (const Index* index : qAsConst(d->indexes))
+        all.append(index);
+    for (const Index* index : qAsConst(all)) {
+        const QString fault = index->verify();
+        if (!fault.isEmpty())
+            return QStringLiteral("%1 %2: %3")
+                .arg(index->getClassName())
+                .arg(all.indexOf(index))
+                .arg(fault);
+    }
+    return QString();
 }
 
 // --- transactions ---

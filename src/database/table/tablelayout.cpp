@@ -47,7 +47,12 @@ TablePrivate::TablePrivate(Table* table, const QString& tableName, const QString
     , pending(table)
     , pool(RowPool::create(16))
 {
-    refreshPrototype();
+    try {
+        refreshPrototype();
+    } catch (...) {
+        pool->abandon();
+        throw;
+    }
 }
 
 TablePrivate::~TablePrivate()
@@ -202,6 +207,7 @@ void TablePrivate::relayout(const TableColumnDef& def, QList<Record>& rows)
     const qint64 newSize = qint64(sizeof(RowHeader)) + newLength + bitmapBytes(n + 1);
 
     std::vector<unsigned char*> fresh(static_cast<size_t>(rows.size()));
+    prototype.reserve(static_cast<size_t>(newSize)); // refreshPrototype() must not fail
     RowPool* newPool = RowPool::create(static_cast<size_t>(newSize));
     for (size_t i = 0; i < fresh.size(); ++i) {
         fresh[i] = newPool->allocate();
