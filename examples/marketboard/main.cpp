@@ -10,7 +10,6 @@
 #include "workplaces.h"
 
 #include "base/exception.h"
-#include "base/slab.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -382,7 +381,7 @@ size_t allocatedKb()
 {
 #if defined(__GLIBC__) && __GLIBC_PREREQ(2, 33)
     const auto info = mallinfo2();
-    return (info.uordblks + info.hblkhd + LiveTable::Slab::regionBytes()) / 1024;
+    return (info.uordblks + info.hblkhd) / 1024;
 #else
     return 0;
 #endif
