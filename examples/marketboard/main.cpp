@@ -14,13 +14,16 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QFileInfo>
 #include <QTime>
 
 #include <cstdio>
 #include <limits>
 #include <memory>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace {
 
@@ -372,24 +375,24 @@ std::unique_ptr<Session> makeSession(const Arguments& arguments)
     return std::make_unique<Replay>(arguments.folder);
 }
 
-/// Kilobytes of memory that the process holds; 0 where that cannot be told.
-qint64 residentKb()
+/// Kilobytes that the program has allocated and not given back: what the process holds beside them
+/// depends on how they lie.
+size_t allocatedKb()
 {
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray& line : status.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').first().toLongLong();
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 33)
+    const auto info = mallinfo2();
+    return (info.uordblks + info.hblkhd) / 1024;
+#else
     return 0;
+#endif
 }
 
 int soak(const Arguments& arguments)
 {
     QElapsedTimer clock;
     clock.start();
-    qint64 first = 0;
-    qint64 now = 0;
+    size_t first = 0;
+    size_t now = 0;
     int passes = 0;
     do {
         const auto session = makeSession(arguments);
@@ -404,9 +407,10 @@ int soak(const Arguments& arguments)
             loadBoard(board, arguments.saveTo);
         }
         play.reset();
-        now = residentKb();
+        now = allocatedKb();
         first = passes++ == 0 ? now : first;
         print(stdout, QStringLiteral("pass %1: %2 kB\n").arg(passes).arg(now));
+        std::fflush(stdout);
         if (now > first + first / 100)
             return complain(QStringLiteral("memory grew from %1 kB to %2 kB").arg(first).arg(now),
                             Differs);
