@@ -832,6 +832,7 @@ void PartitionList<T>::tidyPart(int index)
 {
     if (parts.at(index)->total == 0) {
         dropPart(index);
+        joinAround(index); // those that were beside it are neighbours now
         return;
     }
     noteFirst(index);

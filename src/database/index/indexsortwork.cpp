@@ -339,18 +339,18 @@ bool IndexSortWork::move(Place place, SortKey key, const Hint* hint, int& from, 
         if (d->relocate(place, target, key))
             return true;
     }
+    const int left = list.position(place);
     const Record record = d->takeAt(place);
-    Place target{0, 0, 0};
     try {
-        target = upper(key, record);
+        const Place target = upper(key, record);
+        to = tells ? list.position(target) : 0;
+        d->insertAt(target, record, key);
     } catch (...) {
-        // The record must not be lost; sorting will find its place.
-        d->append(record, key);
+        // The record must not be lost. Where it stood there is room; sorting will find its place.
         d->needsResort = true;
+        d->insertAt(list.insertPlace(left), record, key);
         throw;
     }
-    to = tells ? list.position(target) : 0;
-    d->insertAt(target, record, key);
     return true;
 }
 
