@@ -2,6 +2,7 @@
 // The format is what the document says: its example byte for byte, a reader written from it alone,
 // and files of earlier versions, which every later one must read.
 #include "index/masterindex.h"
+#include "support/journal.h"
 #include "tables.h"
 
 #include <QProcess>
@@ -68,13 +69,7 @@ private Q_SLOTS:
         table.addColumn("n", FieldType::Integer, 0, false, "N", true, "");
         table.addColumn("s", FieldType::VarChar, 3, true, QString(), false, "d");
         table.setMasterIndex(new MasterIndex_Column_Pure(&table, QString("n")));
-        for (const int n : {258, -1}) {
-            const Record row(&table);
-            row.data(0) = n;
-            if (n > 0)
-                row.data(1) = QString("ab");
-            table.appendList({row});
-        }
+        table.appendList({row(table, 258, "ab"), row(table, -1)});
         QCOMPARE(bytesOf(table).toHex(' '), wanted.toHex(' '));
     }
 

@@ -79,14 +79,6 @@ struct Listened
     RunnableManager manager;
 };
 
-QStringList logged;
-
-void keepLog(QtMsgType type, const QMessageLogContext&, const QString& text)
-{
-    if (type == QtWarningMsg)
-        logged.append(text);
-}
-
 constexpr int maxJobs = 4;
 
 /// A manager's life in all orders of its operations. Returns whether each job was announced once.
@@ -275,7 +267,7 @@ private Q_SLOTS:
 
     void throwingJobs()
     {
-        const std::pair<QString, void (*)()> rows[] = {
+        const std::pair<QByteArray, void (*)()> rows[] = {
             {"сбой", [] { throw Exception(QString("сбой")); }},
             {"bad luck", [] { throw std::runtime_error("bad luck"); }},
             {"%1 text", [] { throw QString("%1 text"); }},
@@ -284,8 +276,8 @@ private Q_SLOTS:
         };
         for (const auto& row : rows) {
             const auto throwIt = row.second;
-            logged.clear();
-            const QtMessageHandler previous = qInstallMessageHandler(keepLog);
+            for (int i = 0; i < 2; ++i)
+                QTest::ignoreMessage(QtWarningMsg, "RunnableManager : a job threw " + row.first);
             Listened all;
             std::atomic<bool> go{false};
             HRunnable first = start(all.manager, [&](Job&) {
@@ -297,11 +289,8 @@ private Q_SLOTS:
             waiting.join();
             HRunnable second = start(all.manager, Job::untilStopped, [&](Job&) { throwIt(); });
             all.manager.stopRunnables(true);
-            qInstallMessageHandler(previous);
             all.deliver();
             QCOMPARE(all.ended, QVector<void*>({first, second}));
-            const QString line = "RunnableManager : a job threw " + row.first;
-            QCOMPARE(logged, QStringList({line, line}));
         }
     }
 
