@@ -35,6 +35,11 @@ private Q_SLOTS:
         QCOMPARE(QMetaType::type("HRunnable"), int(QMetaType::VoidStar));
         const QVariant vector = QVariant::fromValue(QVector<int>({3, 1}));
         QCOMPARE(vector.value<QSequentialIterable>().at(1).toInt(), 1);
+        QCOMPARE(QVariant::fromValue(datetime(-1)).toString(), QString("1969.12.31 23:59:59.999"));
+        QCOMPARE(xdecimal("-1.50").toVariant().toString(), QString("-1.50"));
+        int result = 0;
+        const decimal a(150, 2), b(15, 0);
+        QVERIFY(QMetaType::compare(&a, &b, qMetaTypeId<decimal>(), &result) && result == -1);
         static int warnings = 0;
         const QtMessageHandler previous = qInstallMessageHandler(
             [](QtMsgType, const QMessageLogContext&, const QString&) { ++warnings; });
