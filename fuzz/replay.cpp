@@ -1,11 +1,18 @@
 // SPDX-License-Identifier: MIT
-// Runs a fuzz target over the files in the given directories, for builds without libFuzzer.
+// Runs a fuzz target over the files in the given directories, each as it is, cut everywhere and
+// with every byte changed, for builds without libFuzzer.
 #include <QDirIterator>
 #include <QFile>
 
 #include <cstdio>
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size);
+
+static void run(const QByteArray& bytes)
+{
+    LLVMFuzzerTestOneInput(reinterpret_cast<const unsigned char*>(bytes.constData()),
+                           static_cast<size_t>(bytes.size()));
+}
 
 int main(int argc, char** argv)
 {
@@ -18,8 +25,15 @@ int main(int argc, char** argv)
                 return 1;
             const QByteArray bytes = file.readAll();
             std::printf("%s\n", qPrintable(it.fileName()));
-            LLVMFuzzerTestOneInput(reinterpret_cast<const unsigned char*>(bytes.constData()),
-                                   static_cast<size_t>(bytes.size()));
+            run(bytes);
+            for (int at = 0; at < bytes.size(); ++at) {
+                run(bytes.left(at));
+                for (const int change : {0x01, 0x84, 0x7F}) {
+                    QByteArray changed = bytes;
+                    changed[at] = static_cast<char>(changed.at(at) ^ change);
+                    run(changed);
+                }
+            }
             ++inputs;
         }
     }

@@ -5,6 +5,7 @@
 #include "base/hostcore.h"
 #include "index/masterindex.h"
 #include "io/tableio.h"
+#include "support/files.h"
 #include "table/table.h"
 
 #include <QBuffer>
@@ -142,19 +143,6 @@ inline QByteArray listBytes(Table& table)
     FilterProgressTrue all;
     TableIO(&table).writeRowList(all, stream, table.masterIndex()->records());
     return bytes;
-}
-
-inline QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-inline void putContent(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
-        qFatal("cannot write a test file");
 }
 
 /// Reads a table file or its beginning; what became of it.

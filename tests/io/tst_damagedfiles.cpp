@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Files that somebody cut or changed: what strict reading makes of every truncation and of every
-// changed byte of a small file, plain and gzip, in memory that the file's size bounds; and that
-// default reading survives them.
+// Files that somebody cut or changed: what strict reading makes of every truncation of a small file
+// and of every changed byte of its gzip form, in memory that the file's size bounds. That changed
+// bytes of a plain file are survived is seen by the replay of fuzz/.
 #include "io/qtiocompressor.h"
 #include "tables.h"
 
@@ -103,38 +103,17 @@ private Q_SLOTS:
         const Damaged damaged;
         const int whole = damaged.whole.size();
         QVERIFY(whole > 2000 && whole < 4096);
-        for (int size = 0; size <= whole; ++size) {
-            const auto got = damaged.read("t", damaged.whole.left(size));
+        for (int size = 0; size <= whole + 1; ++size) {
+            const auto got = damaged.read("t", (damaged.whole + 'x').left(size));
             const int rows = qMax(0, (size - damaged.header) / damaged.rowBytes());
             QVERIFY2(got.isPrefix && got.rows == rows, qPrintable(QString::number(size)));
             QCOMPARE(got.status, size == 0               ? TableIO::NothingThere
                                  : size < 4              ? TableIO::NotATableFile
                                  : size < damaged.header ? TableIO::DamagedHeader
+                                 : size < whole          ? TableIO::Truncated
                                  : size == whole         ? TableIO::Ok
-                                                         : TableIO::Truncated);
+                                                         : TableIO::ExtraBytes);
             QCOMPARE(got.row, got.status == TableIO::Truncated ? rows : -1);
-        }
-    }
-
-    void everyByteChanged()
-    {
-        const Damaged damaged;
-        for (int i = 0; i < 4 * damaged.whole.size(); ++i) {
-            const int at = i / 4;
-            const int changes[] = {0x01, 0x80, 0xFF, 0x55};
-            const auto got = damaged.read("t", changed(damaged.whole, at, changes[i % 4]));
-            const bool isLost =
-                got.status == TableIO::DamagedHeader || got.status == TableIO::NotATableFile;
-            QVERIFY(got.rows <= (isLost ? 0 : smallRows));
-            if (at < 4)
-                QCOMPARE(got.status, TableIO::NotATableFile);
-            else if (at < 6 || (at >= 10 && at < 18)) // counts and lengths that others contradict
-                QCOMPARE(got.status, TableIO::DamagedHeader);
-            else if (at < 10) // the row count
-                QVERIFY(isLost || got.status == TableIO::Truncated ||
-                        got.status == TableIO::ExtraBytes);
-            else if (at >= damaged.header) // nothing tells a changed cell
-                QVERIFY(got.status == TableIO::Ok && got.rows == smallRows);
         }
     }
 
@@ -238,48 +217,22 @@ private Q_SLOTS:
         }
     }
 
-    void damagedRecordLists()
+    void cutRecordLists()
     {
         TestCore core;
         Damaged damaged;
-        Table& table = damaged.table;
-        core.addTable("t", &table);
-        const QByteArray whole = listBytes(table);
+        core.addTable("t", &damaged.table);
+        const QByteArray whole = listBytes(damaged.table);
         FilterProgressTrue all;
-        for (int i = 0; i < 4 * whole.size(); ++i) {
-            const bool isCut = i & 1;
-            const bool create = i & 2;
-            const QByteArray bytes = isCut ? whole.left(i / 4) : changed(whole, i / 4, 0x81);
-            TableIO io(&table);
+        for (int size = 0; size < whole.size(); ++size) {
+            TableIO io(&damaged.table);
             io.setStrict(true);
-            QDataStream stream(bytes);
-            Table* made = nullptr;
-            {
-                PartitionList<Record> read;
-                io.readRowList(all, stream, read, create);
-                QVERIFY(read.count() <= smallRows && (!isCut || io.status() != TableIO::Ok));
-                if (create && !read.isEmpty())
-                    made = read.at(0).table();
-                for (int n = 0; isCut && n < read.count(); ++n)
-                    QCOMPARE(difference(table.at(n), read.at(n)), QString());
-            }
-            delete made;
-        }
-    }
-
-    // By default the row count is believed, so only small lies about it are tried.
-    void defaultReadingSurvives()
-    {
-        const Damaged damaged;
-        for (int i = 0; i < 2 * damaged.whole.size(); ++i) {
-            const int at = i / 2;
-            if (at >= 6 && at < 9)
-                continue;
-            Table read("t");
-            readBytes(read, changed(damaged.whole, at, i % 2 ? 0x01 : 0x84));
-            for (int n = 0; n < read.rowCount(); ++n)
-                for (int c = 0; c < read.columnCount(); ++c)
-                    read.data(n, c).toString();
+            QDataStream stream(whole.left(size));
+            PartitionList<Record> read;
+            io.readRowList(all, stream, read, false);
+            QVERIFY(read.count() <= smallRows && io.status() != TableIO::Ok);
+            for (int n = 0; n < read.count(); ++n)
+                QCOMPARE(difference(damaged.table.at(n), read.at(n)), QString());
         }
     }
 };

@@ -271,27 +271,14 @@ private Q_SLOTS:
         QCOMPARE(device.write("d"), qint64(1));
     }
 
-    void survivesDamage()
+    void tellsDamage()
     {
-        const QByteArray bytes = someBytes(3000, 5);
-        for (const Format format : formats) {
-            const QByteArray whole = compressed(bytes, format);
-            for (int at = 0; at < whole.size(); ++at) {
-                QByteArray damaged = whole;
-                damaged[at] = char(damaged.at(at) ^ 0x55);
-                Opened packed(format, QIODevice::ReadOnly, damaged, 16 + at % 100);
-                QByteArray read(70000, '\0');
-                const qint64 n = packed.device.read(read.data(), read.size());
-                if (n == -1) {
-                    QVERIFY(packed.device.errorString().startsWith(
-                        "Internal zlib error when decompressing: "));
-                    QVERIFY(packed.device.read(1).isEmpty() && !packed.device.bytesAvailable());
-                } else if (format != QtIOCompressor::RawDeflate && n > 0) {
-                    // A checksum lets pass only what its header says beside the data.
-                    QVERIFY(at < 10 && read.left(int(n)) == bytes);
-                }
-            }
-        }
+        QByteArray bytes = compressed(someBytes(3000, 5), QtIOCompressor::Gzip);
+        bytes[bytes.size() - 6] = char(bytes.at(bytes.size() - 6) ^ 0x55); // of the checksum
+        Opened packed(QtIOCompressor::Gzip, QIODevice::ReadOnly, bytes);
+        QVERIFY(packed.device.readAll().isEmpty() && !packed.device.bytesAvailable());
+        QCOMPARE(packed.device.errorString().section(": ", 0, 0),
+                 QString("Internal zlib error when decompressing"));
     }
 
     void dropsTheUnfinishedRead()

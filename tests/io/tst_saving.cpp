@@ -96,21 +96,6 @@ private Q_SLOTS:
                                              "syncFolder", "remove", "syncFolder"}));
     }
 
-    void plainFilesHideTheirTwins()
-    {
-        const QTemporaryDir folder;
-        FilledTable table("t", 3, 10);
-        {
-            const TestCore core(true);
-            TableIO(&table).write(QDir(folder.path()));
-        }
-        table.clear();
-        putContent(folder.filePath("t"), bytesOf(table));
-        Table read("t");
-        TableIO(&read).read(QDir(folder.path()), true);
-        QVERIFY(read.rowCount() == 0 && read.columnCount() == 3);
-    }
-
     void exceptionsKeepTheOldFile()
     {
         const TestCore core;

@@ -5,6 +5,7 @@
 #include "settings/mapsettings.h"
 #include "settings/qtjsonsettings.h"
 #include "settings/workplacesettings.h"
+#include "support/files.h"
 #include "value/datetime.h"
 #include "value/decimal.h"
 #include "value/xdecimal.h"
@@ -16,20 +17,6 @@
 using Map = QMap<QString, QVariant>;
 
 namespace {
-
-QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("no file");
-}
-
-void putContent(const QString& path, const QByteArray& bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
-        qFatal("cannot write %s", qPrintable(path));
-}
 
 QByteArray compact(const QByteArray& json)
 {
@@ -53,13 +40,9 @@ class tst_Settings : public QObject
 private Q_SLOTS:
     void init();
     void cleanup() { ICore::setProgramDir(QString()); }
-    void valuesComeBack_data();
     void valuesComeBack();
-    void filesByHand_data();
     void filesByHand();
-    void writtenForm_data();
     void writtenForm();
-    void damagedFilesAreKept_data();
     void damagedFilesAreKept();
     void opensWithWords();
     void processesAndThreadsShareAFile();
@@ -80,7 +63,7 @@ void tst_Settings::init()
     messages.clear();
 }
 
-void tst_Settings::valuesComeBack_data()
+void tst_Settings::valuesComeBack()
 {
     QString controls;
     QByteArray bytes;
@@ -93,10 +76,10 @@ void tst_Settings::valuesComeBack_data()
     const QDateTime time(QDate(2020, 1, 6), QTime(9, 30, 0, 250), Qt::OffsetFromUTC, 3600);
     const QVariant price = QVariant::fromValue(decimal(QString("-12.50")));
     const QVariantMap nested{{"a", 1}, {"b", QVariantMap{{"c/d", QVariantList{1.5, "x", true}}}}};
-    QTest::addColumn<QVariant>("value");
-    auto add = [count = 0](std::initializer_list<QVariant> values) mutable {
-        for (const QVariant& value : values)
-            QTest::addRow("%d: %s", count++, value.typeName()) << value;
+    QVariantList values;
+    const auto add = [&values](std::initializer_list<QVariant> more) {
+        for (const QVariant& value : more)
+            values.append(value);
     };
     for (const char* text : {"", " ", "  a b ", "\t", "@", "@@x", "@Invalid()", "@Rect(1 2 3 4)",
                              "a, b;c=d", "\"", "\\x41\\", "null", ",", "Доска, цены"})
@@ -115,44 +98,51 @@ void tst_Settings::valuesComeBack_data()
     add({QVariantList{QByteArray("\xFF"), QVariant(), QRect(1, 2, 3, 4), time, price}});
     add({QVariantMap{{"a", QPoint(1, 2)}, {"", QByteArray("\0", 1)}}});
     add({QVariantHash{{"a", QVariantMap{{"b", QByteArray("c")}}}}});
-}
 
-void tst_Settings::valuesComeBack()
-{
-    QFETCH(QVariant, value);
     const QString path = dir->filePath("a.json");
     const QString key = QString("g/Ж \\ @ключ") + QChar(0xD800);
     {
         QSettings settings(path, SettingsInitializer::jsonFormat());
-        settings.setValue(key, value);
-        settings.setValue("g/other", 1);
+        for (int i = 0; i < values.size(); ++i)
+            settings.setValue(key + QString::number(i), values.at(i));
     }
     QFile::copy(path, path + "2"); // so that Qt knows nothing of it
     const QSettings settings(path + "2", SettingsInitializer::jsonFormat());
-    QCOMPARE(settings.allKeys().size(), 2);
-    QVERIFY(settings.contains(key));
-    QVariant back = settings.value(key);
+    QCOMPARE(settings.allKeys().size(), values.size());
     const QList<int> texts{QMetaType::Bool, QMetaType::Double, QMetaType::LongLong,
                            QMetaType::ULongLong, QMetaType::QStringList};
-    if (texts.contains(value.userType()))
-        QVERIFY(back.convert(value.userType()));
-    QCOMPARE(back.userType(), value.userType());
-    QVERIFY(back == value && back.toDouble() == value.toDouble());
-    QCOMPARE(back.toDateTime().offsetFromUtc(), value.toDateTime().offsetFromUtc());
+    for (int i = 0; i < values.size(); ++i) {
+        const QVariant& value = values.at(i);
+        QVariant back = settings.value(key + QString::number(i), "no value");
+        if (texts.contains(value.userType()))
+            back.convert(value.userType());
+        const QByteArray what = QByteArray::number(i) + ": " + value.typeName();
+        QVERIFY2(back.userType() == value.userType() && back == value, what);
+        QVERIFY2(back.toDouble() == value.toDouble(), what);
+        QCOMPARE(back.toDateTime().offsetFromUtc(), value.toDateTime().offsetFromUtc());
+    }
     QCOMPARE(messages, QStringList());
 }
 
-void tst_Settings::filesByHand_data()
+void tst_Settings::filesByHand()
 {
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<Map>("expected");
-    QTest::addColumn<int>("offset"); // of the error, -1 without one, -2 when it does not matter
-    const auto good = [](const QByteArray& bytes, const Map& expected) {
-        QTest::newRow(bytes.left(60).simplified()) << bytes << expected << -1;
+    const QRegularExpression form(
+        "^Ошибка при чтении настроек JSON:\n QBuffer \n [^\n]+ в строке (\\d+)$");
+    // With the offset of the error, -1 without one, -2 when it does not matter.
+    const auto good = [&form](QByteArray bytes, const Map& expected, int offset = -1) {
+        QBuffer buffer(&bytes);
+        buffer.open(QIODevice::ReadOnly);
+        Map map;
+        messages.clear();
+        const QByteArray what = bytes.left(60);
+        QVERIFY2(QtJsonSettings::readJsonFile(buffer, map) == (offset == -1), what);
+        QVERIFY2(map == expected, what);
+        QVERIFY2(messages.size() == (offset == -1 ? 0 : 1), what);
+        const QRegularExpressionMatch match = form.match(messages.value(0));
+        QVERIFY2(match.hasMatch() == messages.size(), qPrintable(messages.value(0)));
+        QVERIFY2(offset < 0 || match.captured(1).toInt() == offset, what);
     };
-    const auto bad = [](const QByteArray& bytes, int offset) {
-        QTest::newRow(bytes.left(60).simplified()) << bytes << Map() << offset;
-    };
+    const auto bad = [&good](const QByteArray& bytes, int offset) { good(bytes, {}, offset); };
     const QByteArray text = "{\r\n  \"a\": {\r\n    \"b\": \"1\"\r\n  }\r\n}\r\n";
     const Map nothing{{"v", QVariant()}};
     for (const char* mark : {"", "\xEF\xBB\xBF", "\xFE\xFF", "\xFF\xFE"})
@@ -169,8 +159,8 @@ void tst_Settings::filesByHand_data()
          {{"g/m", QVariantMap{{"k", "@Rect("}}}, {"g/@Map_s", "2"}});
     good(R"j({"l":"a,\" b,\", \\x41g\\x1\\x31,\\101\\z","b":"  a\\t \" c \"  "})j",
          {{"l", QStringList{"a", " b,", QString("Ag\x1") + "1", "A"}}, {"b", "a\t  c "}});
-    good(R"j({"r":"@Rect(1 2 x 4)","v":"@Variant(\u0000)","i":"@Invalid()","e":"@"})j",
-         {{"r", "@Rect(1 2 x 4)"}, {"v", QVariant()}, {"i", QVariant()}, {"e", "@"}});
+    good(R"j({"r":"@Rect(1 2 x 4)","v":"@Variant(\u0000)","i":"@Invalid()","e":"@Size(1 2 3)"})j",
+         {{"r", "@Rect(1 2 x 4)"}, {"v", QVariant()}, {"i", QVariant()}, {"e", "@Size(1 2 3)"}});
     // A function's address in a curve, a list of 2^31 texts, lists in one another.
     good(R"j({"v":"@Variant(\u0000\u0000\u0000\u001D\u0001AAAAAAAA)"})j", nothing);
     good(R"j({"v":"@Variant(\u0000\u0000\u0000\u000B\u007F\u00FF\u00FF\u00FF)"})j", nothing);
@@ -190,31 +180,15 @@ void tst_Settings::filesByHand_data()
     bad("{\"" + QByteArray(200000, 'n') + "\":{" + members + "\"z\":1}}", -2);
 }
 
-void tst_Settings::filesByHand()
+void tst_Settings::writtenForm()
 {
-    QFETCH(QByteArray, bytes);
-    QFETCH(int, offset);
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::ReadOnly);
-    Map map;
-    QCOMPARE(QtJsonSettings::readJsonFile(buffer, map), offset == -1);
-    QTEST(map, "expected");
-    QCOMPARE(messages.size(), offset == -1 ? 0 : 1);
-    const QRegularExpression form(
-        "^Ошибка при чтении настроек JSON:\n QBuffer \n [^\n]+ в строке (\\d+)$");
-    const QRegularExpressionMatch match = form.match(messages.value(0));
-    QVERIFY2(match.hasMatch() == messages.size(), qPrintable(messages.value(0)));
-    if (offset >= 0)
-        QCOMPARE(match.captured(1).toInt(), offset);
-}
-
-void tst_Settings::writtenForm_data()
-{
-    QTest::addColumn<Map>("map");
-    QTest::addColumn<QByteArray>("json");
-    QTest::addColumn<int>("warnings");
     const auto add = [](const Map& map, const QByteArray& json, int warnings = 0) {
-        QTest::newRow(json) << map << json << warnings;
+        QBuffer buffer;
+        buffer.open(QIODevice::WriteOnly);
+        messages.clear();
+        QVERIFY(QtJsonSettings::writeJsonFile(buffer, map));
+        QCOMPARE(compact(buffer.data()), json);
+        QVERIFY2(messages.size() == warnings, json);
     };
     add({}, "{}");
     add({{"a/b", 5}, {"a/c", QString()}, {"t", true}, {"", 1}},
@@ -234,24 +208,6 @@ void tst_Settings::writtenForm_data()
         R"j({"t":"2020.01.06 00:00:00.000"})j");
 }
 
-void tst_Settings::writtenForm()
-{
-    QFETCH(Map, map);
-    QBuffer buffer;
-    buffer.open(QIODevice::WriteOnly);
-    QVERIFY(QtJsonSettings::writeJsonFile(buffer, map));
-    QTEST(compact(buffer.data()), "json");
-    QTEST(messages.size(), "warnings");
-}
-
-void tst_Settings::damagedFilesAreKept_data()
-{
-    QTest::addColumn<QByteArray>("damaged");
-    for (const char* text :
-         {"{\"a\": \"1", "[1]", "{\"k\":[],\"k\":1}", "{\"k\":{\"x\":1},\"k/x\":1}"})
-        QTest::newRow(text) << QByteArray(text);
-}
-
 void tst_Settings::damagedFilesAreKept()
 {
     struct NoSync : LiveTable::FileIo
@@ -260,29 +216,33 @@ void tst_Settings::damagedFilesAreKept()
         ~NoSync() override { setInstance(nullptr); }
         int sync(int) override { return -EIO; }
     };
-    QFETCH(QByteArray, damaged);
-    const QString path = dir->filePath("s.json");
-    for (const char* number : {"1", "2"}) {
-        damaged += number[0] == '2' ? " " : "";
-        putContent(path, damaged);
-        Settings settings{QFileInfo(path)};
-        const bool isJson = !QJsonDocument::fromJson(damaged).isNull();
-        QCOMPARE(settings.status() == QSettings::NoError, isJson);
-        QCOMPARE(Settings(QFileInfo(path)).status(), settings.status()); // Qt tells one of them
-        {
-            const NoSync noSync;
-            settings.remove("k");
-            settings.setValue("k", 5);
+    for (const QByteArray text :
+         {"{\"a\": \"1", "[1]", "{\"k\":[],\"k\":1}", "{\"k\":{\"x\":1},\"k/x\":1}"}) {
+        init();
+        const QString path = dir->filePath("s.json");
+        for (const char* number : {"1", "2"}) {
+            const QByteArray damaged = text + (number[0] == '2' ? " " : "");
+            putContent(path, damaged);
+            Settings settings{QFileInfo(path)};
+            const bool isJson = !QJsonDocument::fromJson(damaged).isNull();
+            QCOMPARE(settings.status() == QSettings::NoError, isJson);
+            QCOMPARE(Settings(QFileInfo(path)).status(),
+                     settings.status()); // Qt tells one of them
+            {
+                const NoSync noSync;
+                settings.remove("k");
+                settings.setValue("k", 5);
+                settings.sync();
+                QVERIFY(settings.status() != QSettings::NoError);
+                QCOMPARE(contentOf(path), damaged);
+            }
             settings.sync();
-            QVERIFY(settings.status() != QSettings::NoError);
-            QCOMPARE(contentOf(path), damaged);
+            QCOMPARE(compact(contentOf(path)), QByteArray("{\"k\":\"5\"}"));
+            QCOMPARE(contentOf(path + ".damaged-" + number), damaged);
+            QCOMPARE(Settings(QFileInfo(path)).status(), QSettings::NoError);
         }
-        settings.sync();
-        QCOMPARE(compact(contentOf(path)), QByteArray("{\"k\":\"5\"}"));
-        QCOMPARE(contentOf(path + ".damaged-" + number), damaged);
-        QCOMPARE(Settings(QFileInfo(path)).status(), QSettings::NoError);
+        QCOMPARE(QDir(dir->path()).entryList(QDir::Files | QDir::Hidden).size(), 3);
     }
-    QCOMPARE(QDir(dir->path()).entryList(QDir::Files | QDir::Hidden).size(), 3);
 }
 
 void tst_Settings::opensWithWords()
@@ -309,7 +269,8 @@ void tst_Settings::processesAndThreadsShareAFile()
         for (const QString& name : names)
             for (int i = 0; i < keys; ++i)
                 settings.setValue(name + '/' + QString::number(i), 0);
-        putContent(path + ".lock", ""); // of a process that was killed before it wrote who it is
+        putContent(path + ".lock",
+                   ""); // of a process that was killed before it wrote who it is
         QElapsedTimer timer;
         timer.start();
         settings.sync();
