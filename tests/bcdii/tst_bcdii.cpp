@@ -112,30 +112,6 @@ private Q_SLOTS:
         }
     }
 
-    // Each number of some small types into each type with each style, and against each other one.
-    void smallTypes()
-    {
-        std::vector<Buffer> operands;
-        for (int t = 0; t < 8; ++t) {
-            const int precision = 1 + t % 2;
-            for (int n = 1 - int(power(precision)); n < power(precision); ++n) {
-                operands.emplace_back(n, BCDIITYPE(precision, t / 2 - 1));
-                const Buffer& operand = operands.back();
-                for (int i = 0; i < 18 * 5; ++i) {
-                    const unsigned int resType = BCDIITYPE(1 + i % 3, i / 3 % 6 - 2);
-                    QVERIFY(operationsAgree(operand, operand, resType, styles[i / 18]));
-                }
-            }
-        }
-        int turn = 0;
-        for (const Buffer& a : operands) {
-            for (const Buffer& b : operands) {
-                const unsigned int resType = BCDIITYPE(1 + turn % 3, turn / 3 % 6 - 2);
-                QVERIFY(operationsAgree(a, b, resType, styles[++turn % 5]));
-            }
-        }
-    }
-
     void allTypes()
     {
         Random random;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Objects that know each other die in every order, at rest and while the table tells of a change:
 // what is left goes on.
-#include "index/indexvector.h"
 #include "index/masterindex.h"
 #include "index/sortedview.h"
 #include "index/watchindex.h"
@@ -34,23 +33,11 @@ struct Observer : IndexObserver
     IndexList* list;
 };
 
-struct Vector : IndexVector
-{
-    using IndexVector::IndexVector;
-    int compare(const Record& a, const Record& b) const override
-    {
-        return a.data(0).compare(b.data(0));
-    }
-};
-
 struct World
 {
     World()
     {
         for (Table* table : {main, dependent}) {
-            table->addColumn("key", FieldType::Integer);
-            table->addColumn(table->name(), FieldType::Integer);
-            table->setMasterIndex(new MasterIndex_Column_Pure(table, QString("key")));
             for (int key = 0; key < 5; ++key)
                 table->appendRow(row(*table, key, key).row());
         }
@@ -60,10 +47,9 @@ struct World
         objects.push_back(view);
         objects.push_back(std::make_shared<Observer>(view.get()));
         objects.push_back(std::make_shared<LiveJoin>(main, dependent, QStringList("dependent")));
-        const auto vector = std::make_shared<Vector>(dependent);
         vector->build();
-        objects.push_back(vector);
-        objects.push_back(std::make_shared<WatchIndex>(dependent));
+        objects.emplace_back(vector);
+        objects.emplace_back(watch);
     }
     bool has(int object) const { return objects[size_t(object)] != nullptr; }
     // Changes the tables that are left. What is wrong then, or nothing.
@@ -80,11 +66,21 @@ struct World
             if (const QString fault = table->verify(); !fault.isEmpty())
                 return fault;
         }
-        return QString();
+        if (has(1))
+            return QString();
+        if (has(5)) {
+            vector->rebuild();
+            if (vector->table() || !vector->records().isEmpty())
+                return "a vector without a table";
+        }
+        const bool isStale = has(6) && (watch->table() || !watch->added().isEmpty());
+        return isStale ? "a watch index without a table" : QString();
     }
 
-    Table* const main = new Table("main");
-    Table* const dependent = new Table("dependent");
+    Table* const main = new IntegerTable("main", {"key", "main"}, 1);
+    Table* const dependent = new IntegerTable("dependent", {"key", "dependent"}, 1);
+    KeyVector* const vector = new KeyVector(dependent);
+    WatchIndex* const watch = new WatchIndex(dependent);
     std::vector<std::shared_ptr<void>> objects;
 };
 

@@ -198,9 +198,10 @@ struct Fixture : FilledTable
         } else {
             changes.insert(made(table, key, 0));
             changes.insert(made(table, key, 2));
-            if (count > 2) {
-                changes.update(table.at(0), made(table, key + 1, 1));
+            if (count > 3) {
+                changes.update(table.at(0), made(table, key + 1, 1), Key, Key);
                 changes.update(table.at(1), made(table, key - 3, 2));
+                changes.update(table.at(2), made(table, key - 40, 0));
                 changes.remove(table.at(count - 1));
             }
         }
@@ -225,15 +226,7 @@ struct Step
 };
 
 const Step steps[] = {
-    {"transaction", 12,
-     [](Fixture& f) {
-         f.changes.remove(f.table.at(2));
-         f.changes.update(f.table.at(3), made(f.table, 40, 0), Key, Key);
-         f.changes.update(f.table.at(4), made(f.table, -1, 0));
-         f.changes.update(f.table.at(5), made(f.table, 41, 2));
-         f.changes.insert(made(f.table, 3, 0));
-         f.changes.insert(made(f.table, 4, 2));
-     }},
+    {"transaction", 12, [](Fixture& f) { f.heal(40, 0); }},
     {"one update", 12, [](Fixture& f) { f.changes.update(f.table.at(5), made(f.table, 2, 1)); }},
     {"one removal", 12, [](Fixture& f) { f.changes.remove(f.table.at(6)); }},
     {"many insertions", 6,
@@ -243,12 +236,8 @@ const Step steps[] = {
              rows.append(made(f.table, i * 7 % 20, i % 3));
          f.table.appendList(rows);
      }},
-    {"remove a row", 12, [](Fixture& f) { f.table.remove(f.table.at(4)); }},
-    {"update in place", 12,
-     [](Fixture& f) {
-         f.table.at(4).data(Key) = 30;
-         f.table.updated(f.table.at(4), Key, Key);
-     }},
+    {"remove a row", 12, [](Fixture& f) { f.heal(0, 2); }},
+    {"update in place", 12, [](Fixture& f) { f.heal(30, 3); }},
     {"clear", 12, [](Fixture& f) { f.table.clear(); }},
     {"add a column", 8,
      [](Fixture& f) {

@@ -2,7 +2,8 @@
 // What tests of tables and indexes share.
 #pragma once
 
-#include "index/index.h"
+#include "index/indexvector.h"
+#include "index/masterindex.h"
 #include "table/table.h"
 
 #include <functional>
@@ -16,6 +17,29 @@ Record row(const Table& table, Cells... cells)
     ((record.data(column++) = cells), ...);
     return record;
 }
+
+/// A table of the Integer columns named, keyed by the first of them or kept in order of arrival.
+struct IntegerTable : Table
+{
+    IntegerTable(const QString& title, const QStringList& columns, int keys = 0)
+        : Table(title)
+    {
+        for (const QString& column : columns)
+            addColumn(column, FieldType::Integer);
+        if (keys > 0)
+            setMasterIndex(new MasterIndex_Column_Pure(this, columns.mid(0, keys)));
+    }
+};
+
+/// In the order of the first column.
+struct KeyVector : IndexVector
+{
+    using IndexVector::IndexVector;
+    int compare(const Record& a, const Record& b) const override
+    {
+        return a.data(0).compare(b.data(0));
+    }
+};
 
 /// Writes down every notification, and can act from inside one.
 class Journal : public Index
