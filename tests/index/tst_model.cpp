@@ -163,6 +163,45 @@ struct Relay : Index
 
 using Addresses = std::vector<const unsigned char*>;
 
+/// Follows a view by what an observer is told alone.
+struct Shadow : IndexObserver
+{
+    explicit Shadow(IndexList* followed)
+        : view(followed)
+    {
+        view->addObserver(this);
+        indexReset(*view);
+    }
+    ~Shadow() override { view->removeObserver(this); }
+    void indexChanged(const IndexList& index, const IndexChange& change) override
+    {
+        std::vector<int> out(change.removed, change.removed + change.removedCount);
+        std::vector<int> in(change.inserted, change.inserted + change.insertedCount);
+        for (int i = 0; i < change.movedCount; ++i) {
+            const auto& move = change.moved[i];
+            out.push_back(move.from);
+            in.push_back(move.to);
+            isWrong = isWrong || rows.at(size_t(move.from)) != index.at(move.to).row();
+        }
+        std::sort(out.begin(), out.end());
+        std::sort(in.begin(), in.end());
+        for (auto it = out.rbegin(); it != out.rend(); ++it)
+            rows.erase(rows.begin() + *it);
+        for (const int at : in)
+            rows.insert(rows.begin() + at, index.at(at).row());
+    }
+    void indexReset(const IndexList& index) override
+    {
+        rows.clear();
+        for (const Record& record : index)
+            rows.push_back(record.row());
+    }
+
+    IndexList* view;
+    Addresses rows;
+    bool isWrong = false; // a move from where the row was not
+};
+
 template <typename Records>
 std::function<void(Addresses&)> reader(const Records& records)
 {
@@ -182,6 +221,7 @@ struct View
     const IndexSort* sorted;
     Rows before;
     const IndexVector* vector = nullptr;
+    const Shadow* shadow = nullptr;
 };
 
 bool all(const Row&)
@@ -228,6 +268,7 @@ public:
     }
     ~World()
     {
+        shadows.clear();
         // In some worlds the indexes die before their table, in any order, in others after it.
         while (!owned.empty() && below(30) > 0)
             owned.erase(owned.begin() + below(int(owned.size())));
@@ -301,6 +342,10 @@ private:
                       reader(*list),
                       dynamic_cast<IndexSort*>(list),
                       {}});
+        if (below(2)) {
+            shadows.push_back(std::make_unique<Shadow>(list));
+            views.last().shadow = shadows.back().get();
+        }
     }
     void makeIndexes()
     {
@@ -545,6 +590,8 @@ private:
         Rows now;
         Addresses addresses;
         view.read(addresses);
+        if (view.shadow && (view.shadow->isWrong || view.shadow->rows != addresses))
+            return fail(view.name, "an observer was misled");
         now.reserve(int(addresses.size()));
         ++looks;
         for (const unsigned char* address : addresses) {
@@ -644,6 +691,7 @@ private:
     }
 
     std::mt19937 random;
+    std::vector<std::unique_ptr<Shadow>> shadows;
     std::vector<std::unique_ptr<Index>> owned; // some outlive the table, as a host's may
     Table table;
     const int flavour;
@@ -677,7 +725,8 @@ private:
     static void run(int rows, quint32 offset, int count, int steps)
     {
         // In-place changes without the old position are warned of, as they should be.
-        QLoggingCategory::setFilterRules(QStringLiteral("default.warning=false"));
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+        const auto restore = qScopeGuard([] { qInstallMessageHandler(nullptr); });
         for (const quint32 seed : testSeeds(count)) {
             World world(seed + offset, rows);
             for (int i = 0; i < steps && world.failure.isEmpty(); ++i)

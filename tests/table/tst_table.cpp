@@ -25,6 +25,31 @@ class TestTable : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void copyOfColumnRange()
+    {
+        std::mt19937 random(1);
+        Table table("t");
+        for (int i = 0; i < 19; ++i)
+            table.addColumn(QString::number(i), i % 3 ? FieldType::Integer : FieldType::VarChar, 5);
+        for (int first = -1; first < 19; ++first) {
+            for (int last = -1; last < 19; ++last) {
+                Record rows[2] = {Record(&table), Record(&table)};
+                for (Record& r : rows)
+                    for (int c = 0; c < 19; ++c)
+                        if (random() % 2)
+                            put(r, c, int(random() % 99999));
+                const Record before = rows[0].clone();
+                rows[0].copy(rows[1], first, last);
+                const int to = last < 0 ? 18 : last;
+                for (int c = 0; c < 19; ++c) {
+                    const Record& want = c >= first && c <= to ? rows[1] : before;
+                    QCOMPARE(rows[0].data(c).isNull(), want.data(c).isNull());
+                    QCOMPARE(rows[0].data(c).toString(), want.data(c).toString());
+                }
+            }
+        }
+    }
+
     void columnClashes()
     {
         const QString clash("Q:Column '%1' already exists for table 'T'.");
