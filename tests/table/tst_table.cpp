@@ -37,7 +37,7 @@ private Q_SLOTS:
                 for (Record& r : rows)
                     for (int c = 0; c < 19; ++c)
                         if (random() % 2)
-                            put(r, c, int(random() % 99999));
+                            r.data(c) = int(random() % 99999);
                 const Record before = rows[0].clone();
                 rows[0].copy(rows[1], first, last);
                 const int to = last < 0 ? 18 : last;
