@@ -47,8 +47,10 @@ struct World
         objects.push_back(view);
         objects.push_back(std::make_shared<Observer>(view.get()));
         objects.push_back(std::make_shared<LiveJoin>(main, dependent, QStringList("dependent")));
+        vector = new KeyVector(dependent);
         vector->build();
         objects.emplace_back(vector);
+        watch = new WatchIndex(dependent);
         objects.emplace_back(watch);
     }
     bool has(int object) const { return objects[size_t(object)] != nullptr; }
@@ -79,8 +81,8 @@ struct World
 
     Table* const main = new IntegerTable("main", {"key", "main"}, 1);
     Table* const dependent = new IntegerTable("dependent", {"key", "dependent"}, 1);
-    KeyVector* const vector = new KeyVector(dependent);
-    WatchIndex* const watch = new WatchIndex(dependent);
+    KeyVector* vector = nullptr;
+    WatchIndex* watch = nullptr;
     std::vector<std::shared_ptr<void>> objects;
 };
 
