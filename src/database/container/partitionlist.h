@@ -326,6 +326,7 @@ public:
     struct KeySearch
     {
         KeySearch() = default;
+        /// A search to be made by search().
         KeySearch(const PartitionList* searched, SortKey sought, bool behind)
             : list(searched)
             , key(sought)

@@ -23,8 +23,8 @@ struct SortKey
 
 namespace LiveTable {
 
-// Asks for the cache lines from `begin` to `end`, so that they come side by side instead of one
-// after the other as a search steps on them.
+/// Asks for the cache lines from `begin` to `end`, so that they come side by side instead of one
+/// after the other as a search steps on them.
 inline void prefetchLines(const void* begin, const void* end) noexcept
 {
     constexpr quintptr lineSize = 64;
@@ -50,13 +50,14 @@ inline int countBelow(const Key* keys, int n, Key key) noexcept
 /// as it can. `low` is null where keys have one word.
 struct KeySpan
 {
-    const quint64* high;
-    const quint64* low;
-    int count;
+    const quint64* high; ///< the first words
+    const quint64* low;  ///< the second words, or null
+    int count;           ///< keys in the run
 
-    static constexpr int NoGuess = -1;
-    static constexpr int Reach = 12; // how far a good guess is off at most
+    static constexpr int NoGuess = -1; ///< where guess() cannot tell
+    static constexpr int Reach = 12;   ///< how far a good guess is off at most
 
+    /// The i-th key, 0 <= i < count.
     SortKey at(int i) const noexcept { return {high[i], low ? low[i] : 0}; }
     /// About where a key lies in a run that begins at `first` and ends before `next`, if the keys
     /// are spread evenly. NoGuess where that cannot be told.

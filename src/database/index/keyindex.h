@@ -26,6 +26,7 @@
 class LIVETABLE_EXPORT KeyIndex : public Index
 {
 public:
+    /// Holds the rows that are there, and follows the table from here on.
     KeyIndex(Table* table, const QString& column);
     ~KeyIndex() override;
 
