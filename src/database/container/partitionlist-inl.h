@@ -100,6 +100,21 @@ void APartList<T>::reserveLeaves(int extra)
 }
 
 template <typename T>
+void APartList<T>::makeLeaves(int n)
+{
+    const int full = owner->words > 0 ? FilledLeaf : LeafCapacity;
+    reserveLeaves((n + full - 1) / full);
+    for (; n > 0; n -= full) {
+        int capacity = LeafCapacity;
+        while (capacity > FirstLeafCapacity && leaves.empty() && n <= capacity / 2)
+            capacity /= 2;
+        leaves.push_back(allocateLeaf(capacity));
+        counts.push_back(0);
+        firsts.insert(leafCount() - 1, SortKey());
+    }
+}
+
+template <typename T>
 void APartList<T>::putLeaf(int at, const Leaf& leaf, int count) noexcept
 {
     leaves.insert(leaves.begin() + at, leaf);
@@ -837,6 +852,50 @@ void PartitionList<T>::tidyPart(int index)
     }
     noteFirst(index);
     joinAround(index);
+}
+
+template <typename T>
+template <typename ForEach, typename Next>
+void PartitionList<T>::assign(int n, ForEach forEach, Next next)
+{
+    Q_ASSERT(total == 0);
+    const int partRoom = maximum - 1;
+    const auto sizeOf = [=](int p) { return std::min(partRoom, n - p * partRoom); };
+    PartitionList fresh(maximum);
+    fresh.words = words;
+    std::vector<int> numbers;
+    for (int p = 0; p < (n + partRoom - 1) / partRoom; ++p) {
+        fresh.createPart(p);
+        numbers.push_back(p);
+    }
+    // All room first: from there on nothing fails.
+    APartList<T>* const* const made = fresh.parts.constData();
+    forEach(numbers, [&](int p) { made[p]->makeLeaves(sizeOf(p)); });
+    forEach(numbers, [&](int p) { writePart(made[p], p * partRoom, sizeOf(p), next); });
+    for (const int p : numbers) {
+        fresh.countChanged(p, sizeOf(p));
+        fresh.noteFirst(p);
+    }
+    swap(fresh);
+}
+
+template <typename T>
+template <typename Next>
+void PartitionList<T>::writePart(APartList<T>* part, int first, int n, Next& next) noexcept
+{
+    const int full = part->owner->words > 0 ? APartList<T>::FilledLeaf : APartList<T>::LeafCapacity;
+    for (int l = 0, i = first; l < part->leafCount(); ++l) {
+        const size_t leafAt = static_cast<size_t>(l);
+        T* const items = part->leaves[leafAt].items;
+        const int count = std::min(full, first + n - i);
+        for (int j = 0; j < count; ++j, ++i) {
+            SortKey key;
+            next(i, static_cast<void*>(items + j), &key);
+            part->setKey(l, j, key);
+        }
+        part->counts[leafAt] = static_cast<typename APartList<T>::Count>(count);
+        part->noteFirst(l);
+    }
 }
 
 template <typename T>

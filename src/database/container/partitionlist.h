@@ -65,6 +65,7 @@ private:
     int leafOf(int& offset) const noexcept; // offset in the partition -> leaf, offset in the leaf
     int leafCount() const noexcept { return static_cast<int>(leaves.size()); }
     void reserveLeaves(int extra);
+    void makeLeaves(int n); // empty ones, for so many elements
     void putLeaf(int at, const Leaf& leaf, int count) noexcept; // after reserveLeaves
     void dropLeaf(int at) noexcept;
     void openLeaf(int& leaf, int& offset, bool atListEnd); // makes room for one at (leaf, offset)
@@ -370,6 +371,12 @@ public:
     template <typename IsKeyOf>
     const char* verify(IsKeyOf isKeyOf) const;
 
+    /// Fills an empty list with n elements as append() would, but several partitions at once.
+    /// forEach(parts, work) calls work(part) for each number of a vector, on any threads, and
+    /// passes on what it throws; next(i, slot, key) makes the i-th element at `slot`, an owned one,
+    /// and writes its key to `*key`; it may not throw.
+    template <typename ForEach, typename Next>
+    void assign(int n, ForEach forEach, Next next);
     /// Calls visit(items, n) for each run of elements in order.
     template <typename Visit>
     void forEachRun(Visit visit) const;
@@ -383,6 +390,8 @@ private:
     friend class APartList<T>;
     static size_t leaf(const Place& p) { return static_cast<size_t>(p.leaf); }
     int partCount() const noexcept { return parts.size() - 1; }
+    template <typename Next>
+    static void writePart(APartList<T>* part, int first, int n, Next& next) noexcept;
     APartList<T>* createPart(int at);
     void dropPart(int at) noexcept;
     void split(int part, int at);

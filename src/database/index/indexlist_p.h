@@ -98,6 +98,7 @@ public:
     std::vector<Hint> hints;  // in the order removed, updated; then perhaps inserted
     quint32 hintsVersion = 0; // of the list they were taken from
     bool needsResort = false; // content right, order not
+    bool isFresh = false;     // just built in order: resort() has nothing to do
 
 private:
     void tag(const Record& record, SortKey key) const

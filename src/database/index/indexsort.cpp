@@ -2,10 +2,9 @@
 #include "index/indexsort.h"
 
 #include "index/indexsortwork_p.h"
-#include "index/keyedsort_p.h"
 
 #include <algorithm>
-#include <cstring>
+#include <utility>
 
 IndexSort::IndexSort(Table* table, bool autoAttach)
     : IndexList(table, autoAttach)
@@ -48,58 +47,25 @@ void IndexSort::prepare() {}
 
 void IndexSort::build()
 {
-    IndexSortWork(this).prepare();
-    IndexList::build();
-    resort();
+    IndexSortWork work(this);
+    work.prepare();
+    const bool isFresh = work.fillSorted();
+    if (!isFresh)
+        IndexList::build();
+    work.resort(isFresh);
 }
 
 void IndexSort::resort()
 {
     IndexListPrivate* d = listPrivate();
+    const bool isFresh = std::exchange(d->isFresh, false);
     if (d->records.isEmpty())
         return;
-    const bool keyed = d->keys == IndexListPrivate::SortKeys;
-    if (d->keys == IndexListPrivate::ArrivalNumbers) {
-        d->needsResort = false; // all are equal, and in their order
-        d->tellReset();
-        return;
+    // Arrival numbers are all equal, and in their order.
+    if (!isFresh && d->keys != IndexListPrivate::ArrivalNumbers) {
+        d->needsResort = true; // until it has come to its end
+        IndexSortWork(this).sortAll();
     }
-    d->needsResort = true; // until it has come to its end
-    using LiveTable::SortItem;
-    std::vector<SortItem> items(static_cast<size_t>(count()));
-    struct Run
-    {
-        const Record* records;
-        int count;
-        SortItem* items;
-    };
-    std::vector<Run> runs;
-    SortItem* next = items.data();
-    d->records.forEachRun([&](const Record* records, int n) {
-        runs.push_back({records, n, next});
-        next += n;
-    });
-    const auto fill = [&](const Run& run) {
-        for (int i = 0; i < run.count; ++i)
-            run.items[i] = {keyed ? sortKey(run.records[i]) : SortKey(), run.records[i].row()};
-    };
-    if (keyed && count() > ConcurrentSort::serialLimit)
-        LiveTable::blockingMap(runs, fill);
-    else
-        std::for_each(runs.cbegin(), runs.cend(), fill);
-    const auto lessThan = [this, keyed](const SortItem& a, const SortItem& b) {
-        if (a.key != b.key)
-            return a.key < b.key;
-        if (keyed && isSortKeyExact(a.key))
-            return false;
-        return compare(Record::borrowed(a.row), Record::borrowed(b.row)) < 0;
-    };
-    LiveTable::KeyedSort<decltype(lessThan)>(items, lessThan).run(keyed);
-    d->records.reorder([&](int i, void* slot, SortKey* key) {
-        const SortItem& item = items[static_cast<size_t>(i)];
-        std::memcpy(slot, &item.row, sizeof(item.row));
-        *key = item.key;
-    });
     d->needsResort = false;
     d->tellReset();
 }

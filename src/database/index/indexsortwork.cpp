@@ -4,6 +4,7 @@
 #include "table/table_p.h"
 
 #include <QHash>
+#include <QScopeGuard>
 #include <QSet>
 #include <QtDebug>
 
@@ -532,11 +533,12 @@ void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& upd
             if (item.position >= 0 && item.isLeaving)
                 leaving.addRange(item.position, item.position + 1);
         d->removeRanges(leaving);
+        const bool isFresh = isInOrder();
         for (const Incoming& one : incoming)
             d->append(*one.record, d->keys == IndexListPrivate::ArrivalNumbers
                                        ? keyToInsert(*one.record)
                                        : one.key);
-        q->resort();
+        resort(isFresh);
         return;
     }
     putIncoming();
@@ -721,6 +723,7 @@ void IndexSortWork::findOutOfOrder()
 // What comes in: the inserted records, then the updated ones.
 void IndexSortWork::takeIncoming(const QList<Record>& inserted)
 {
+    incoming.reserve(static_cast<size_t>(inserted.size()));
     for (const Record& record : inserted)
         if (q->filter(record))
             incoming.push_back({&record, keyOf(record), -1, -1});
@@ -732,6 +735,27 @@ void IndexSortWork::takeIncoming(const QList<Record>& inserted)
               [](const Item* a, const Item* b) { return a->order < b->order; });
     for (const Item* item : updated)
         incoming.push_back({item->record, item->key, item->position, -1});
+}
+
+// As the virtual call, which has little to do where the order is right already.
+void IndexSortWork::resort(bool isFresh)
+{
+    d->isFresh = isFresh;
+    const auto done = qScopeGuard([this] { d->isFresh = false; });
+    q->resort();
+}
+
+// Whether what comes in belongs behind the list, one after the other.
+bool IndexSortWork::isInOrder() const
+{
+    const auto isWrong = [this](const Incoming& a, const Incoming& b) {
+        return order(a.key, *a.record, b.key, *b.record) > 0;
+    };
+    Place last = list.insertPlace(list.count());
+    if (!list.isEmpty() && list.stepBack(last) && !incoming.empty() &&
+        isWrong({&list.at(last), list.keyAt(last), 0, 0}, incoming.front()))
+        return false;
+    return std::adjacent_find(incoming.begin(), incoming.end(), isWrong) == incoming.end();
 }
 
 void IndexSortWork::sortIncoming()

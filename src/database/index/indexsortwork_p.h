@@ -24,6 +24,13 @@ public:
 
     /// Before the first record comes in: looks up columns, decides on keys.
     void prepare();
+    /// Fills an empty view with the table's rows that it accepts, in its order. False, with nothing
+    /// done, where that is not the way to fill this index.
+    bool fillSorted();
+    /// Calls the index's resort(), with a word that the list is in order.
+    void resort(bool isFresh);
+    /// Brings the list into order. When it throws the list is as it was.
+    void sortAll();
     SortKey keyOf(const Record& record) const;
     SortKey keyToSearch(const Record& record) const
     {
@@ -112,6 +119,11 @@ private:
         int to;
     };
 
+    template <int Words>
+    class BulkSort;
+    template <typename Work>
+    void withKeyWords(Work work);
+    bool gatherAccepted(const PartitionList<Record>& rows, std::vector<Record>& accepted) const;
     bool knowsAll(const QList<Record>& removed, const QList<Record>& updated) const;
     const Hint* hintOf(const Record& record) const;
     const Place* targetOf(const Hint* hint, SortKey key) const;
@@ -131,6 +143,7 @@ private:
     std::vector<Node> neighbours() const;
     bool fits(const std::vector<Node>& nodes, int left, int right) const;
     void takeIncoming(const QList<Record>& inserted);
+    bool isInOrder() const;
     void sortIncoming();
     void putIncoming();
     void putOneByOne();

@@ -54,25 +54,22 @@ bool isInTable(const Record& record)
     return RowPool::tag(record.row()) != 0;
 }
 
-// Whether a row is named more than once among what comes in: every index would hold it twice. A row
-// that is in no table has no tag, so it can carry a mark for the moment.
-bool hasRepeats(const QList<Record>& inserted, const QList<Record>& updated)
+// Whether all rows that come in are new to the table and each is named once, else every index would
+// hold them twice. A row that is in no table has no tag, so it can carry a mark for the moment.
+bool areNew(const QList<Record>& inserted, const QList<Record>& updated)
 {
     constexpr quint64 mark = ~quint64(0);
     const auto isMarked = [](const Record& record) { return RowPool::tag(record.row()) == mark; };
-    bool found = false;
-    for (const Record& record : inserted) {
-        if (isMarked(record))
-            found = true;
-        else if (!isInTable(record))
-            RowPool::setTag(record.row(), mark);
-    }
-    if (!inserted.isEmpty())
-        found = found || std::any_of(updated.cbegin(), updated.cend(), isMarked);
-    for (const Record& record : inserted)
-        if (isMarked(record))
-            RowPool::setTag(record.row(), 0);
-    return found;
+    auto last = inserted.cbegin();
+    for (; last != inserted.cend() && !isInTable(*last); ++last)
+        RowPool::setTag(last->row(), mark);
+    const bool areAllNew = last == inserted.cend() &&
+                           (inserted.isEmpty() ||
+                            std::none_of(updated.cbegin(), updated.cend(), isMarked));
+    std::for_each(inserted.cbegin(), last, [](const Record& record) {
+        RowPool::setTag(record.row(), 0);
+    });
+    return areAllNew;
 }
 
 void moveToMasterOrder(const MasterIndex* master, QList<Record>& records)
@@ -444,9 +441,7 @@ void Table::processSingleTransaction(QList<Record>& removed, QList<Record>& upda
                         std::all_of(updated.cbegin(), updated.cend(), own) &&
                         std::all_of(inserted.cbegin(), inserted.cend(), own) &&
                         std::all_of(changed.cbegin(), changed.cend(), own);
-    const auto waiting = [](const Record& record) { return !isInTable(record); };
-    const bool allNew = allOwn && std::all_of(inserted.cbegin(), inserted.cend(), waiting) &&
-                        !hasRepeats(inserted, updated);
+    const bool allNew = allOwn && areNew(inserted, updated);
     if (allNew && !d->limit) {
         d->apply(removed, updated, first, last, inserted, changed);
         return;
