@@ -65,7 +65,7 @@ private:
     int leafOf(int& offset) const noexcept; // offset in the partition -> leaf, offset in the leaf
     int leafCount() const noexcept { return static_cast<int>(leaves.size()); }
     void reserveLeaves(int extra);
-    void makeLeaves(int n); // empty ones, for so many elements
+    void makeLeaves(int n);                                     // empty ones, for so many elements
     void putLeaf(int at, const Leaf& leaf, int count) noexcept; // after reserveLeaves
     void dropLeaf(int at) noexcept;
     void openLeaf(int& leaf, int& offset, bool atListEnd); // makes room for one at (leaf, offset)

@@ -516,6 +516,10 @@ void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& upd
                 insert(record);
         return;
     }
+    if (updated.isEmpty() && removed.isEmpty() && inserted.size() > list.count() / 2) {
+        appendAll(inserted);
+        return;
+    }
     prepare();
     spares = isSpared(firstColumn, lastColumn);
     collect(removed, listsUpdates() ? updated : QList<Record>());
@@ -526,19 +530,17 @@ void IndexSortWork::apply(const QList<Record>& removed, const QList<Record>& upd
     takeIncoming(inserted);
     if (incoming.size() <= static_cast<size_t>(list.count()) / 2) {
         sortIncoming();
-    } else {
-        // So much comes in that sorting all is less than placing each.
+    } else { // as in appendAll()
         RangeSet<int> leaving;
         for (const Item& item : items)
             if (item.position >= 0 && item.isLeaving)
                 leaving.addRange(item.position, item.position + 1);
         d->removeRanges(leaving);
-        const bool isFresh = isInOrder();
         for (const Incoming& one : incoming)
             d->append(*one.record, d->keys == IndexListPrivate::ArrivalNumbers
                                        ? keyToInsert(*one.record)
                                        : one.key);
-        resort(isFresh);
+        q->resort();
         return;
     }
     putIncoming();
@@ -737,25 +739,37 @@ void IndexSortWork::takeIncoming(const QList<Record>& inserted)
         incoming.push_back({item->record, item->key, item->position, -1});
 }
 
+// So many come in that sorting all is less than placing each; often they are in order.
+void IndexSortWork::appendAll(const QList<Record>& inserted)
+{
+    prepare();
+    bool isInOrder = true;
+    Place last{0, 0, 0};
+    const Record* previous = nullptr;
+    SortKey previousKey;
+    if (!list.isEmpty()) {
+        last = list.place(list.count() - 1);
+        previous = &list.at(last);
+        previousKey = list.keyAt(last);
+    }
+    for (const Record& record : inserted) {
+        if (!q->filter(record))
+            continue;
+        const SortKey key = keyToInsert(record);
+        isInOrder = isInOrder && (!previous || order(previousKey, *previous, key, record) <= 0);
+        d->append(record, key);
+        previous = &record;
+        previousKey = key;
+    }
+    resort(isInOrder);
+}
+
 // As the virtual call, which has little to do where the order is right already.
 void IndexSortWork::resort(bool isFresh)
 {
     d->isFresh = isFresh;
     const auto done = qScopeGuard([this] { d->isFresh = false; });
     q->resort();
-}
-
-// Whether what comes in belongs behind the list, one after the other.
-bool IndexSortWork::isInOrder() const
-{
-    const auto isWrong = [this](const Incoming& a, const Incoming& b) {
-        return order(a.key, *a.record, b.key, *b.record) > 0;
-    };
-    Place last = list.insertPlace(list.count());
-    if (!list.isEmpty() && list.stepBack(last) && !incoming.empty() &&
-        isWrong({&list.at(last), list.keyAt(last), 0, 0}, incoming.front()))
-        return false;
-    return std::adjacent_find(incoming.begin(), incoming.end(), isWrong) == incoming.end();
 }
 
 void IndexSortWork::sortIncoming()

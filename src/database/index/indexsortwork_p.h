@@ -134,6 +134,7 @@ private:
     bool listsUpdates() const { return !spares || d->isObserved(); }
     void follow(const Place& place, SortKey key, const Hint* hint, int firstColumn, int lastColumn);
     void takeOut(const Record& record);
+    void appendAll(const QList<Record>& inserted);
     void applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn);
     void collect(const QList<Record>& removed, const QList<Record>& updated);
     void findPositions(const std::vector<Hint>& hints);
@@ -143,7 +144,6 @@ private:
     std::vector<Node> neighbours() const;
     bool fits(const std::vector<Node>& nodes, int left, int right) const;
     void takeIncoming(const QList<Record>& inserted);
-    bool isInOrder() const;
     void sortIncoming();
     void putIncoming();
     void putOneByOne();

@@ -63,12 +63,11 @@ bool areNew(const QList<Record>& inserted, const QList<Record>& updated)
     auto last = inserted.cbegin();
     for (; last != inserted.cend() && !isInTable(*last); ++last)
         RowPool::setTag(last->row(), mark);
-    const bool areAllNew = last == inserted.cend() &&
-                           (inserted.isEmpty() ||
-                            std::none_of(updated.cbegin(), updated.cend(), isMarked));
-    std::for_each(inserted.cbegin(), last, [](const Record& record) {
-        RowPool::setTag(record.row(), 0);
-    });
+    const bool areAllNew =
+        last == inserted.cend() &&
+        (inserted.isEmpty() || std::none_of(updated.cbegin(), updated.cend(), isMarked));
+    std::for_each(inserted.cbegin(), last,
+                  [](const Record& record) { RowPool::setTag(record.row(), 0); });
     return areAllNew;
 }
 
