@@ -35,11 +35,11 @@ public:
 
 private:
     friend class PartitionList<T>;
-    static constexpr int LeafCapacity = 128;
+    static constexpr int LeafCapacity = 64;
     static constexpr int FirstLeafCapacity = 16; // so that a list of a few records stays small
     // How far a keyed list that is appended to fills its leaves: such a list is a sorted one, and
     // the first record that moves would split a full leaf.
-    static constexpr int FilledLeaf = 122;
+    static constexpr int FilledLeaf = 61;
 
     struct Leaf
     {
