@@ -6,8 +6,11 @@
 #include "index/keyindex.h"
 #include "index/masterindex.h"
 #include "index/sortedview.h"
+#include "table/cellreader.h"
 #include "table/recordstrans.h"
 #include "table/recordupdater.h"
+
+#include <optional>
 
 namespace bench {
 
@@ -39,6 +42,10 @@ public:
     HostView(Table* table, View order)
         : IndexSort(table, true)
         , view(order)
+        , symbol(table, Symbol)
+        , price(table, Price)
+        , time(table, Time)
+        , quantity(table, Quantity)
     {
         build();
     }
@@ -46,17 +53,17 @@ public:
     {
         switch (view) {
         case ByPrice:
-            return a.data(Price).toDecimal().compare(b.data(Price).toDecimal());
+            return price(a).compare(price(b));
         case BySymbolPrice: {
-            const int order = a.data(Symbol).compare(b.data(Symbol));
-            return order ? order : a.data(Price).toDecimal().compare(b.data(Price).toDecimal());
+            const int order = symbol(a).compare(symbol(b));
+            return order ? order : price(a).compare(price(b));
         }
         case ByTime:
-            return sign(a.data(Time).toDatetime(), b.data(Time).toDatetime());
+            return sign(time(a), time(b));
         case ByQuantity:
             break;
         }
-        return sign(b.data(Quantity).toInteger64(), a.data(Quantity).toInteger64());
+        return sign(quantity(b), quantity(a));
     }
 
 private:
@@ -66,6 +73,10 @@ private:
         return (b < a) - (a < b);
     }
     const View view;
+    const CellReader<QStringView> symbol;
+    const CellReader<decimal> price;
+    const CellReader<datetime> time;
+    const CellReader<qint64> quantity;
 };
 
 class TableStore : public Store
@@ -79,6 +90,7 @@ public:
         addColumns(table);
         table.setMasterIndex(new MasterIndex_Column_Pure(&table, QStringLiteral("id")));
         key = Record(&table);
+        quantity.emplace(&table, Quantity);
     }
 
     void load(const std::vector<Quote>& quotes) override
@@ -138,12 +150,12 @@ public:
     {
         if (!byId) // made for this workload alone
             byId = std::make_unique<KeyIndex>(&table, QStringLiteral("id"));
-        return byId->find(id).data(Quantity).toInteger64();
+        return (*quantity)(byId->find(id));
     }
 
     qint64 findText(const QString& text) override
     {
-        return table.masterIndex()->findRecord(text).data(Quantity).toInteger64();
+        return (*quantity)(table.masterIndex()->findRecord(text));
     }
 
     void visit(View view, const std::function<void(const Quote&)>& visitor) override
@@ -173,6 +185,7 @@ private:
     Positions positions;
     std::vector<std::unique_ptr<IndexSort>> views;
     std::unique_ptr<KeyIndex> byId;
+    std::optional<CellReader<qint64>> quantity;
 };
 
 } // namespace
