@@ -10,22 +10,23 @@
 #include <memory>
 #include <new>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace LiveTable {
-// Eight at a time, in four sums of 16 bits each: of at most 128 bytes, each of at most 128.
 inline int sumOfBytes(const quint8* bytes, int n) noexcept
 {
-    constexpr quint64 even = Q_UINT64_C(0x00FF00FF00FF00FF);
     int sum = 0;
-    while (n >= 8) {
-        quint64 sums = 0;
-        for (int step = 0; step < 128 && n >= 8; ++step, bytes += 8, n -= 8) {
-            quint64 eight;
-            std::memcpy(&eight, bytes, sizeof(eight));
-            sums += (eight & even) + (eight >> 8 & even);
-        }
-        sum += static_cast<int>((sums & 0xFFFF) + (sums >> 16 & 0xFFFF) + (sums >> 32 & 0xFFFF) +
-                                (sums >> 48));
+#ifdef __SSE2__
+    // Sixteen at a time: the instruction for sums of differences, from zero.
+    __m128i sums = _mm_setzero_si128();
+    for (; n >= 16; bytes += 16, n -= 16) {
+        const __m128i some = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+        sums = _mm_add_epi64(sums, _mm_sad_epu8(some, _mm_setzero_si128()));
     }
+    sum = _mm_cvtsi128_si32(sums) + _mm_cvtsi128_si32(_mm_srli_si128(sums, 8));
+#endif
     while (n > 0)
         sum += bytes[--n];
     return sum;

@@ -405,8 +405,8 @@ private:
     void noteFirst(int part) noexcept;
     Place locate(int i, bool toInsert) const noexcept;
 
-    template <typename IsBefore>
-    static int lastBefore(int n, IsBefore isBefore); // -1 when none is
+    template <typename IsBefore, typename Ahead>
+    static int lastBefore(int n, IsBefore isBefore, Ahead ahead); // -1 when none is
     template <typename IsBefore>
     static int lastFirst(LiveTable::KeySpan firsts, SortKey key, IsBefore isBefore);
     bool staysWhole(int part, int leaf) const noexcept;

@@ -28,13 +28,19 @@ inline bool stepKey(SortKey& key, int words) noexcept
 }
 } // namespace LiveTable
 
+// ahead(i) may ask for the memory of element i, which is one of the two that the next step may look
+// at: so a step's wait goes on beside the one before.
 template <typename T>
-template <typename IsBefore>
-int PartitionList<T>::lastBefore(int n, IsBefore isBefore)
+template <typename IsBefore, typename Ahead>
+int PartitionList<T>::lastBefore(int n, IsBefore isBefore, Ahead ahead)
 {
     int low = 0;
     while (n > 0) {
         const int half = n / 2;
+        if (n > 2) {
+            ahead(low + half / 2);
+            ahead(low + half + 1 + (n - half - 1) / 2);
+        }
         if (isBefore(low + half)) {
             low += half + 1;
             n -= half + 1;
@@ -56,7 +62,8 @@ int PartitionList<T>::lastFirst(LiveTable::KeySpan firsts, SortKey key, IsBefore
         return below - 1;
     const int end =
         LiveTable::stepKey(key, firsts.low ? 2 : 1) ? firsts.countBelow(key) : firsts.count;
-    return below + lastBefore(end - below, [&](int i) { return isBefore(below + i); });
+    return below + lastBefore(
+                       end - below, [&](int i) { return isBefore(below + i); }, [](int) {});
 }
 
 template <typename T>
@@ -65,17 +72,21 @@ typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, So
                                                                   Before before) const
 {
     byKey = byKey && words > 0;
+    using LiveTable::prefetchElement;
     const auto startsBefore = [&](int i) { return before(parts.at(i)->leaves[0].items[0]); };
     const int p = byKey ? lastFirst(partFirsts.span(words), key, startsBefore)
-                        : lastBefore(partCount(), startsBefore);
+                        : lastBefore(partCount(), startsBefore, [](int) {});
     if (p < 0)
         return {0, 0, 0};
     const APartList<T>* part = parts.at(p);
     const auto leafStartsBefore = [&](int i) {
         return before(part->leaves[static_cast<size_t>(i)].items[0]);
     };
+    const auto leafAhead = [&](int i) {
+        prefetchElement(part->leaves[static_cast<size_t>(i)].items[0]);
+    };
     const int l = std::max(0, byKey ? lastFirst(part->firsts.span(words), key, leafStartsBefore)
-                                    : lastBefore(part->leafCount(), leafStartsBefore));
+                                    : lastBefore(part->leafCount(), leafStartsBefore, leafAhead));
     const typename APartList<T>::Leaf& leafNow = part->leaves[static_cast<size_t>(l)];
     int from = 0;
     int to = part->counts[static_cast<size_t>(l)];
@@ -84,8 +95,11 @@ typename PartitionList<T>::Place PartitionList<T>::partitionPoint(bool byKey, So
         if (words > 1)
             LiveTable::narrowToKey(leafNow.keys() + leafNow.capacity, key.low, from, to);
     }
-    const int offset =
-        from + 1 + lastBefore(to - from, [&](int i) { return before(leafNow.items[from + i]); });
+    LiveTable::prefetchLines(leafNow.items + from, leafNow.items + to);
+    const int offset = from + 1 +
+                       lastBefore(
+                           to - from, [&](int i) { return before(leafNow.items[from + i]); },
+                           [&](int i) { prefetchElement(leafNow.items[from + i]); });
     return {p, l, offset};
 }
 

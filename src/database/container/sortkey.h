@@ -33,6 +33,12 @@ inline void prefetchLines(const void* begin, const void* end) noexcept
         __builtin_prefetch(reinterpret_cast<const void*>(line));
 }
 
+/// Asks for what a list's element points to, when a search is about to look at it. Types that point
+/// to something have an overload of their own.
+template <typename T>
+inline void prefetchElement(const T&) noexcept
+{}
+
 /// How many of n ascending keys are below `key`. Without a branch to mispredict.
 template <typename Key>
 inline int countBelow(const Key* keys, int n, Key key) noexcept

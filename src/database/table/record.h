@@ -138,6 +138,13 @@ public:
         return ::qHash(reinterpret_cast<quintptr>(r.block), seed);
     }
 
+    /// Asks for the row's first bytes, before a search looks at them. Of no consequence otherwise.
+    friend void prefetchElement(const Record& r) noexcept
+    {
+        for (int line = 0; line < 192; line += 64)
+            __builtin_prefetch(r.block + line);
+    }
+
     /// For sorts over bare row pointers: the pointer itself seen as a Record, with no count taken.
     static const Record& borrowed(unsigned char* const& row) noexcept
     {
