@@ -25,6 +25,12 @@ inline int sumOfBytes(const quint8* bytes, int n) noexcept
         const __m128i some = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
         sums = _mm_add_epi64(sums, _mm_sad_epu8(some, _mm_setzero_si128()));
     }
+    if (n >= 8) {
+        const __m128i some = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(bytes));
+        sums = _mm_add_epi64(sums, _mm_sad_epu8(some, _mm_setzero_si128()));
+        bytes += 8;
+        n -= 8;
+    }
     sum = _mm_cvtsi128_si32(sums) + _mm_cvtsi128_si32(_mm_srli_si128(sums, 8));
 #endif
     while (n > 0)

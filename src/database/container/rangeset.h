@@ -105,6 +105,11 @@ void RangeSet<T>::addRange(const T& from, const T& to)
         return;
     // The arguments may refer to boundaries of this very set.
     T fresh[2] = {from, to};
+    if (bounds.isEmpty() || bounds.constLast() < fresh[0]) { // as when a set is filled in order
+        bounds.append(fresh[0]);
+        bounds.append(fresh[1]);
+        return;
+    }
     int count = 0;
     const int first = lowerBound(fresh[0], 0);
     int last = lowerBound(fresh[1], first);

@@ -44,12 +44,13 @@ template <typename Key>
 inline int countBelow(const Key* keys, int n, Key key) noexcept
 {
     const Key* base = keys;
-    while (n > 1) {
-        const int half = n / 2;
-        base += half * static_cast<int>(base[half - 1] < key);
-        n -= half;
+    auto left = static_cast<quint32>(n);
+    while (left > 1) {
+        const quint32 half = left / 2;
+        base += half * static_cast<quint32>(base[half - 1] < key);
+        left -= half;
     }
-    return static_cast<int>(base - keys) + (n == 1 && *base < key ? 1 : 0);
+    return static_cast<int>(base - keys) + (left == 1 && *base < key ? 1 : 0);
 }
 
 /// A run of ascending keys, one array for each word, so that a search by one word reads as little
@@ -110,7 +111,9 @@ private:
     {
         if (key <= first || next <= first)
             return 0;
-        const double part = static_cast<double>(key - first) / static_cast<double>(next - first);
+        // Halves, since signed numbers become doubles in one step.
+        const double part = static_cast<double>(static_cast<qint64>((key - first) >> 1)) /
+                            static_cast<double>(static_cast<qint64>((next - first) >> 1 | 1));
         return part < 1 ? static_cast<int>(part * count) : count;
     }
 };

@@ -177,3 +177,36 @@ bool IndexSortWork::gatherAccepted(const PartitionList<Record>& rows,
     });
     return acceptsAll;
 }
+
+// So many come in that sorting all is less than placing each; often they are in order.
+void IndexSortWork::appendAll(const QList<Record>& inserted)
+{
+    prepare();
+    bool isInOrder = true;
+    Place last{0, 0, 0};
+    const Record* previous = nullptr;
+    SortKey previousKey;
+    if (!list.isEmpty()) {
+        last = list.place(list.count() - 1);
+        previous = &list.at(last);
+        previousKey = list.keyAt(last);
+    }
+    for (const Record& record : inserted) {
+        if (!q->filter(record))
+            continue;
+        const SortKey key = keyToInsert(record);
+        isInOrder = isInOrder && (!previous || order(previousKey, *previous, key, record) <= 0);
+        d->append(record, key);
+        previous = &record;
+        previousKey = key;
+    }
+    resort(isInOrder);
+}
+
+// As the virtual call, which has little to do where the order is right already.
+void IndexSortWork::resort(bool isFresh)
+{
+    d->isFresh = isFresh;
+    const auto done = qScopeGuard([this] { d->isFresh = false; });
+    q->resort();
+}

@@ -106,7 +106,6 @@ private:
     struct Node // of the chain of records around changed places
     {
         int item; // or -1: an unchanged neighbour
-        int position;
         Place place;
         int previous;
         int next;
@@ -138,10 +137,12 @@ private:
     void applyOne(const Record& record, bool isRemoval, int firstColumn, int lastColumn);
     void collect(const QList<Record>& removed, const QList<Record>& updated);
     void findPositions(const std::vector<Hint>& hints);
+    void sortByPlace();
     void scanFor(std::vector<Item*>& missing);
     void decide();
     void findOutOfOrder();
-    std::vector<Node> neighbours() const;
+    void findOutOfOrder(size_t first, size_t end);
+    std::vector<Node> neighbours(size_t first, size_t end) const;
     bool fits(const std::vector<Node>& nodes, int left, int right) const;
     void takeIncoming(const QList<Record>& inserted);
     void sortIncoming();
@@ -155,5 +156,6 @@ private:
     PartitionList<Record>& list;
     bool spares = false;            // the updates leave everything where it stands
     std::vector<Item> items;        // by position, those without one last
+    size_t orders = 0;              // how many there were before each row was there once
     std::vector<Incoming> incoming; // equal ones in the order in which they came
 };
