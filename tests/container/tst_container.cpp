@@ -293,6 +293,35 @@ private Q_SLOTS:
         QCOMPARE(appended.at(5).value, qint64(0)); // out of range: a default one
     }
 
+    // Filled at once as if one after the other.
+    void assigns()
+    {
+        const auto inTurn = [](std::vector<int>& parts, auto work) {
+            std::for_each(parts.begin(), parts.end(), work);
+        };
+        const int before = Counted::living;
+        for (const int words : {0, 1, 2})
+            for (const int n : {0, 1, 16, 17, 61, 62, 64, 65, 399, 400, 1500}) {
+                List assigned(400);
+                List appended(400);
+                assigned.setKeyWords(words);
+                appended.setKeyWords(words);
+                std::vector<Modelled> model;
+                for (int i = 0; i < n; ++i) {
+                    const quint64 low = words > 1 ? quint64(i % 7) : 0;
+                    model.push_back({i, words > 0 ? SortKey{quint64(i / 7), low} : SortKey()});
+                    appended.append(Counted(i), model.back().key);
+                }
+                assigned.assign(n, inTurn, [&](int i, void* slot, SortKey* key) {
+                    new (slot) Counted(i);
+                    *key = model[size_t(i)].key;
+                });
+                QCOMPARE(broken(assigned, model), QString());
+                QCOMPARE(sizes(assigned), sizes(appended));
+            }
+        QCOMPARE(Counted::living, before);
+    }
+
     void iteratorsAreRandomAccess()
     {
         Driver driver(7, 6, 0);

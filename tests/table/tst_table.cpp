@@ -4,6 +4,7 @@
 #include "support/journal.h"
 #include "support/outcome.h"
 #include "support/seed.h"
+#include "table/cellreader.h"
 #include "table/recordstrans.h"
 #include "table/recordupdater.h"
 
@@ -48,6 +49,46 @@ private Q_SLOTS:
                 }
             }
         }
+    }
+
+    // Typed readers tell what the cells tell, also when columns come after them.
+    void typedReaders()
+    {
+        Table table("t");
+        const FieldType::Type types[] = {
+            FieldType::Integer,  FieldType::Integer64, FieldType::Double, FieldType::Decimal,
+            FieldType::XDecimal, FieldType::DateTime,  FieldType::VarChar};
+        for (const FieldType::Type type : types)
+            table.addColumn(QString::number(type), type, type == FieldType::VarChar ? 3 : 2);
+        const CellReader<qint32> integer(&table, 0);
+        const CellReader<qint64> integer64(&table, 1);
+        const CellReader<double> real(&table, 2);
+        const CellReader<decimal> fixed(&table, 3);
+        const CellReader<xdecimal> wide(&table, 4);
+        const CellReader<datetime> time(&table, 5);
+        const CellReader<QStringView> text(&table, QString::number(FieldType::VarChar));
+        for (const char* name : {"late", "later"}) {
+            for (const QString written : {"", "7", "-12", "345", "6789"}) {
+                const Record row(&table);
+                for (int c = 0; c < 7 && !written.isEmpty(); ++c)
+                    row.data(c) = types[c] == FieldType::VarChar ? written.left(3) : written;
+                QCOMPARE(integer.isNull(row), row.data(0).isNull());
+                QCOMPARE(integer(row), row.data(0).toInteger());
+                QCOMPARE(integer64(row), row.data(1).toInteger64());
+                QCOMPARE(real(row), row.data(2).toDouble());
+                QCOMPARE(fixed(row), row.data(3).toDecimal());
+                QCOMPARE(wide(row), row.data(4).toXDecimal());
+                QCOMPARE(time(row), row.data(5).toDatetime());
+                QCOMPARE(text(row).toString(), row.data(6).toString());
+            }
+            table.addColumn(name, FieldType::VarChar, 300);
+        }
+        const QString wrong("Q:Incorrect type of field.");
+        QCOMPARE(outcome([&] { CellReader<qint32>(&table, 1); }), wrong);
+        QCOMPARE(outcome([&] { CellReader<QStringView>(&table, "9"); }),
+                 QString("Q:Column '9' not found."));
+        QCOMPARE(outcome([&] { CellReader<double>(nullptr, 2); }),
+                 QString("Q:Column '2' not found."));
     }
 
     void columnClashes()
