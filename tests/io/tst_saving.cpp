@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Saving when things go wrong: every call to the file system fails in turn, and the old file must
-// still be there, or the new one, whole.
+// Saving when things go wrong: the old file must still be there, or the new one, whole. That every
+// call of the system fails in turn is in tst_filefaults.cpp.
 #include "base/fileio_p.h" // excuse(private): the calls that are made to fail are behind it
 #include "tables.h"
 
@@ -74,16 +74,6 @@ class tst_Saving : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void everyCallFails()
-    {
-        FilledTable old("t", 9, 10, 1);
-        FilledTable table("t", 9, 1000, 2);
-        for (const bool wasCompressed : {false, true})
-            for (const bool compress : {false, true})
-                for (int n = 0; failsAt(n, old, wasCompressed, table, compress); ++n)
-                    QVERIFY(!QTest::currentTestFailed());
-    }
-
     void keepsTheOrderOfSteps()
     {
         const TestCore core;
@@ -175,45 +165,6 @@ private Q_SLOTS:
             QCOMPARE(difference(old, read), QString());
             QCOMPARE(filesIn(dir), QStringList(compress ? "t.gz" : "t"));
         }
-    }
-
-private:
-    /// Whether saving the table over the old one comes to an n-th call, which then fails.
-    bool failsAt(int n, Table& old, bool wasCompressed, Table& table, bool compress)
-    {
-        const QTemporaryDir folder;
-        const QDir dir(folder.path());
-        {
-            const TestCore core(wasCompressed);
-            TableIO(&old).write(dir);
-        }
-        const TestCore core(compress);
-        TableIO io(&table);
-        bool isReached = true;
-        bool isRenamed = false;
-        {
-            Failing failing(n, EIO);
-            io.write(dir);
-            isReached = failing.calls.size() > n;
-            isRenamed = failing.calls.mid(0, n).contains("rename");
-        }
-        Table read("t");
-        TableIO in(&read);
-        in.setStrict(true);
-        in.read(dir, true);
-        // While both are there the plain file is the table's.
-        const bool isNew = isRenamed && !(compress && filesIn(dir).contains("t"));
-        const QString wrong = difference(isNew || !isReached ? table : old, read);
-        [&] {
-            QCOMPARE(in.status(), TableIO::Ok);
-            QCOMPARE(wrong, QString());
-            QCOMPARE(io.status(), isReached ? TableIO::WriteFailed : TableIO::Ok);
-            QCOMPARE(io.errorString().section(": ", 1),
-                     QString(isReached ? "Input/output error" : ""));
-            QVERIFY(filesIn(dir).filter("saving").isEmpty());
-            QVERIFY(isReached || filesIn(dir) == QStringList(compress ? "t.gz" : "t"));
-        }();
-        return isReached;
     }
 };
 

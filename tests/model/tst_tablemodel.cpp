@@ -5,6 +5,7 @@
 #include "index/sortedview.h"
 #include "io/tableindexrebuilder.h"
 #include "model/tablemodel.h"
+#include "support/journal.h"
 #include "support/seed.h"
 #include "table/recordstrans.h"
 #include "table/recordupdater.h"
@@ -481,6 +482,47 @@ private Q_SLOTS:
                     }
                 }
         } while (std::next_permutation(order.begin(), order.end()));
+    }
+
+    // A listener of the table before or behind the model's, or a slot of another model, has it or
+    // its index die while a change is told.
+    void deathsInsideChanges()
+    {
+        for (const char* event : {"pre", "process", "add", "remove", "update", "slot"})
+            for (const int order : {0, 1})
+                for (const bool isIndex : {false, true})
+                    for (const bool isFrozen : {false, true}) {
+                        World world(View, 5);
+                        Table& table = *world.table;
+                        std::unique_ptr<TableModel> models[2];
+                        for (auto& model : models)
+                            model.reset(new TableModel(world.index));
+                        auto& dying = models[order];
+                        TableModel& other = *models[1 - order];
+                        if (isFrozen)
+                            dying->freeze();
+                        QStringList log;
+                        Journal journal(log);
+                        QList<Index*> indexes = table.indexes();
+                        indexes.insert(order ? 0 : indexes.size(), &journal);
+                        table.setIndexes(indexes);
+                        const auto die = [&] { isIndex ? world.owned.reset() : dying.reset(); };
+                        const bool isSlot = qstrcmp(event, "slot") == 0;
+                        if (isSlot) // in which its own index must not die
+                            connect(&other, &TableModel::rowsMoved, &table, [&] { dying.reset(); });
+                        else
+                            journal.at(event, die);
+                        world.setPrice(table.at(4), 900);
+                        world.setPrice(table.at(0), 950);
+                        table.appendRow();
+                        table.updated(table.at(2), 1, 1);
+                        table.remove(table.at(1));
+                        QCOMPARE(table.verify(), QString());
+                        const bool isGone = isIndex && !isSlot;
+                        QCOMPARE(other.rowCount(), isGone ? 0 : 5);
+                        QVERIFY(isGone ? dying->rowCount() == 0 : !dying);
+                        table.removeIndex(&journal);
+                    }
     }
 
     void otherThread()

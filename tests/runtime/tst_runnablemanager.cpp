@@ -6,6 +6,7 @@
 #include <QThreadPool>
 #include <QtTest>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -310,6 +311,37 @@ private Q_SLOTS:
         }
         QCOMPARE(ended.load(), 8);
         QCOMPARE(stopped, QVector<int>({0, 1, 2, 3, 4, 5, 6, 7})); // in the order of their start
+    }
+
+    // A manager, a pool and a job that is its owner's, once the job has ended or its manager's end
+    // has it end, with its signal delivered or not.
+    void everyOrderOfDeaths()
+    {
+        std::vector<int> order{0, 1, 2};
+        do {
+            for (const bool isTold : {false, true}) {
+                auto all = std::make_unique<Listened>();
+                auto threads = std::make_unique<QThreadPool>();
+                auto job = std::make_unique<Job>();
+                job->setAutoDelete(false);
+                HRunnable handle = all->manager.startRunnable(job.get(), threads.get());
+                if (isTold || order[0] != 0)
+                    all->manager.stopRunnable(handle, true);
+                if (isTold)
+                    all->deliver();
+                QCOMPARE(all->ended.size(), int(isTold));
+                for (const int who : order) {
+                    if (who == 0)
+                        all.reset();
+                    else if (who == 1)
+                        threads.reset();
+                    else
+                        job.reset();
+                    if (all)
+                        QVERIFY(!all->manager.isRunning() && !all->manager.isRunning(handle));
+                }
+            }
+        } while (std::next_permutation(order.begin(), order.end()));
     }
 
     void manyCycles()

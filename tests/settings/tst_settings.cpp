@@ -47,6 +47,7 @@ private Q_SLOTS:
     void opensWithWords();
     void processesAndThreadsShareAFile();
     void fullDisk();
+    void everyOrderOfDeaths();
     void layers();
     void workplaces();
     void mapSettings();
@@ -321,6 +322,33 @@ void tst_Settings::fullDisk()
         QCOMPARE(compact(contentOf(path)), QByteArray("{\"k\":\"2\"}"));
     }
     QCOMPARE(contentOf(place + "/s.json.damaged-1").size(), 100000);
+}
+
+// Copies and others over one file, each with a change not yet written, and settings in memory.
+void tst_Settings::everyOrderOfDeaths()
+{
+    std::vector<int> order{0, 1, 2, 3};
+    int n = 0;
+    do {
+        const QFileInfo path(dir->filePath(QString("%1.json").arg(n++)));
+        std::vector<std::unique_ptr<Settings>> objects;
+        objects.push_back(std::make_unique<Settings>(path));
+        objects.push_back(std::make_unique<Settings>(*objects[0]));
+        objects.push_back(std::make_unique<Settings>(path, "group"));
+        auto map = std::make_unique<MapSettings>();
+        objects.push_back(std::make_unique<Settings>(map->asSetRef()));
+        for (int i = 0; i < 4; ++i)
+            objects[size_t(i)]->setValue(QString::number(i), i);
+        const MapSettings copy(*map);
+        for (const int who : order) {
+            objects[size_t(who)].reset();
+            if (who == 3)
+                map.reset();
+        }
+        QCOMPARE(compact(contentOf(path.filePath())),
+                 QByteArray(R"j({"0":"0","1":"1","group":{"2":"2"}})j"));
+        QCOMPARE(copy.allKeys(), QStringList("3"));
+    } while (std::next_permutation(order.begin(), order.end()));
 }
 
 void tst_Settings::layers()

@@ -1,0 +1,414 @@
+// SPDX-License-Identifier: MIT
+// Every call of the system by which files are reached fails in turn, once or for good, below Qt and
+// the library alike: the old or the whole new content is there, the failure is told, nothing is
+// left open or lying about, and the same works when tried again.
+#include "runtime/logfile.h"
+#include "settings/settings.h"
+#include "tables.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int half = 0; // in place of an errno: half of the bytes are read or written
+constexpr int rows = 70;
+
+/// Which call fails, of those for files in the folder.
+struct Faults
+{
+    bool isArmed, isForGood; // from the n-th on
+    int code, n, calls;
+    bool hasStayed; // a file that was to be removed
+    char folder[200];
+
+    bool isFor(const char* path) const { return !std::strncmp(path, folder, std::strlen(folder)); }
+    bool isFor(int file) const
+    {
+        const QByteArray link = "/proc/self/fd/" + QByteArray::number(file);
+        char path[1000] = "";
+        return ::readlink(link, path, sizeof path - 1) > 0 && isFor(path);
+    }
+    bool strikes() { return ++calls == n || (isForGood && calls > n); }
+    template <class Place>
+    bool fail(Place place)
+    {
+        if (!isArmed || code == half || !isFor(place) || !strikes())
+            return false;
+        errno = code;
+        return true;
+    }
+};
+Faults faults;
+
+/// Something done in a folder with files in it.
+struct Scenario
+{
+    explicit Scenario(const QString& place)
+        : folder(place)
+    {}
+    virtual ~Scenario() = default;
+    virtual void act() = 0;
+    virtual bool isDone() = 0;
+    virtual bool isAsBefore() = 0; ///< or further, where that cannot be told from outside
+
+    QString path(const QString& name) const { return folder + '/' + name; }
+    QStringList files() const { return QDir(folder).entryList(QDir::Files | QDir::Hidden); }
+    const QString folder;
+    QString failure; ///< what the last action has told
+};
+
+/// A header of more than one read, and rows of more than one write that do not compress.
+struct WideTable : Table
+{
+    explicit WideTable(quint32 seed, int count = rows)
+        : Table("t")
+    {
+        addColumn("key", FieldType::Integer, 0, true, "title", true, QString(20000, 'd'));
+        addColumn("text", FieldType::VarChar, 2000);
+        std::mt19937 random(seed);
+        for (int i = 0; i < count; ++i) {
+            QString text;
+            while (text.size() < 2000)
+                text += QChar(ushort(1 + random() % 60000));
+            const Record record(this);
+            record.data(0) = i;
+            record.data(1) = text;
+            appendList({record});
+        }
+    }
+    static WideTable& made(int seed)
+    {
+        static WideTable tables[] = {WideTable(1), WideTable(2)};
+        return tables[seed - 1];
+    }
+};
+
+QByteArray savedBytes(int seed, bool isCompressed)
+{
+    static QMap<int, QByteArray> all;
+    QByteArray& bytes = all[seed * 2 + isCompressed];
+    if (bytes.isEmpty()) {
+        const TestCore core(isCompressed);
+        const QTemporaryDir place;
+        TableIO(&WideTable::made(seed)).write(QDir(place.path()));
+        bytes = contentOf(place.filePath(isCompressed ? "t.gz" : "t"));
+    }
+    return bytes;
+}
+
+/// Saves a table where an older one was saved, plain or not, or none.
+template <bool wasThere, bool wasCompressed, bool compresses>
+struct Saving : Scenario
+{
+    explicit Saving(const QString& place)
+        : Scenario(place)
+    {
+        if (wasThere)
+            putContent(path(older), old);
+        ICore::setInstance(&core);
+    }
+    void act() override
+    {
+        TableIO io(&WideTable::made(2));
+        io.write(QDir(folder));
+        failure = io.errorString();
+    }
+    bool isNew() const { return contentOf(path(target)) == wanted; }
+    bool isDone() override { return failure.isNull() && isNew() && files() == QStringList(target); }
+    bool isAsBefore() override
+    {
+        return failure.endsWith(std::strerror(faults.code)) &&
+               (isNew() || contentOf(path(older)) == old) &&
+               (files().filter("saving").isEmpty() || faults.hasStayed);
+    }
+
+    const QString older = wasCompressed ? "t.gz" : "t";
+    const QString target = compresses ? "t.gz" : "t";
+    const QByteArray old = wasThere ? savedBytes(1, wasCompressed) : QByteArray("no file");
+    const QByteArray wanted = savedBytes(2, compresses);
+    TestCore core{compresses};
+};
+
+/// Reads a table over one with rows of its own.
+template <bool isCompressed, bool isStrict>
+struct Loading : Scenario
+{
+    explicit Loading(const QString& place)
+        : Scenario(place)
+    {
+        putContent(path(isCompressed ? "t.gz" : "t"), savedBytes(2, isCompressed));
+    }
+    void act() override
+    {
+        TableIO io(&table);
+        io.setStrict(isStrict);
+        io.read(QDir(folder), true);
+        failure = io.errorString();
+        hasFailed = io.status() == TableIO::ReadFailed;
+        row = io.statusRow();
+    }
+    bool isDone() override
+    {
+        return failure.isNull() && difference(WideTable::made(2), table).isEmpty();
+    }
+    bool isAsBefore() override
+    {
+        const int count = table.rowCount();
+        if (!hasFailed || !failure.endsWith(std::strerror(faults.code)) ||
+            !table.verify().isEmpty())
+            return false;
+        if (row < 0) // not even a header
+            return (count == 0 && !isStrict) ||
+                   difference(WideTable::made(1), table, 3).isEmpty();
+        bool isFine = count == (isStrict ? row : rows);
+        for (int i = 0; i < count; ++i)
+            isFine = isFine && (i < row ? difference(WideTable::made(2).at(i), table.at(i)).isEmpty()
+                                        : table.data(i, 0).isNull() && table.data(i, 1).isNull());
+        return isFine;
+    }
+
+    WideTable table{1, 3};
+    bool hasFailed = false;
+    int row = -1;
+};
+
+/// Settings over a file that is read, and perhaps written.
+template <bool writes>
+struct SettingsFile : Scenario
+{
+    explicit SettingsFile(const QString& place)
+        : Scenario(place)
+    {
+        putContent(path("s.json"), old);
+        if (writes)
+            settings = std::make_unique<Settings>(QFileInfo(path("s.json")));
+    }
+    void act() override
+    {
+        const auto held = std::move(settings);
+        settings = std::make_unique<Settings>(QFileInfo(path("s.json")));
+        if (writes)
+            change();
+        failure = settings->status() == QSettings::NoError ? "" : "status";
+    }
+    void change()
+    {
+        settings->setValue("k", 5);
+        settings->sync();
+    }
+    bool isWritten(const QStringList& keys) const
+    {
+        return QJsonDocument::fromJson(contentOf(path("s.json"))).object().keys() == keys;
+    }
+    bool isDone() override
+    {
+        if (writes)
+            return failure.isEmpty() && isWritten({"a", "k"}) &&
+                   (files().size() == 1 || faults.hasStayed);
+        if (failure.isEmpty())
+            return settings->allKeys() == QStringList("a");
+        // Qt does not read what has not changed again, but what could not be read is not lost.
+        change();
+        return isWritten({"k"}) && contentOf(path("s.json.damaged-1")) == old;
+    }
+    bool isAsBefore() override
+    {
+        QFile lock(path("s.json.lock")); // as if it were tried again later
+        if (lock.open(QIODevice::ReadWrite | QIODevice::ExistingOnly))
+            lock.setFileTime(QDateTime::currentDateTime().addSecs(-5),
+                             QFileDevice::FileModificationTime);
+        const bool isKept = contentOf(path("s.json")) == old;
+        return writes ? (isKept || isWritten({"a", "k"})) &&
+                            (files().size() == 1 || faults.hasStayed) &&
+                            settings->allKeys() == QStringList({"a", "k"})
+                      : settings->allKeys().isEmpty();
+    }
+
+    const QByteArray old = "{\"a\":\"" + QByteArray(100000, 'x') + "\"}";
+    std::unique_ptr<Settings> settings;
+};
+
+/// A log over those of six runs. It tells of no failure.
+struct Logging : Scenario
+{
+    explicit Logging(const QString& place)
+        : Scenario(place)
+    {
+        const QFileInfo log(path("app.log"));
+        for (int run = 0; run <= LogFile::oldLogs; ++run)
+            putContent(run ? LogFile::rotateName(log, run) : log.filePath(), text(run));
+        failure = "untold";
+    }
+    static QByteArray text(int run) { return "run " + QByteArray::number(run) + '\n'; }
+    void act() override
+    {
+        LogFile log(path("app.log"));
+        lines = (log.device() ? 3 : 0) + (log.installMessageHandler() ? 3 : 0);
+        for (int i = 0; i < 3; ++i) {
+            log << "line" << Qt::endl;
+            qInfo("line");
+        }
+    }
+    int written() const { return contentOf(path("app.log")).count("line\n"); }
+    bool isDone() override { return written() == 6; }
+    bool isAsBefore() override
+    {
+        QByteArray all;
+        for (const QString& file : files())
+            all += contentOf(path(file));
+        bool isFine = faults.isForGood || written() >= lines - 1;
+        for (int run = 0; run < LogFile::oldLogs; ++run)
+            isFine = isFine && all.count(text(run)) == 1;
+        return isFine;
+    }
+    int lines = 0;
+};
+
+template <class Kind>
+Scenario* make(const QString& folder)
+{
+    return new Kind(folder);
+}
+
+} // namespace
+
+class tst_FileFaults : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void everyCallFails()
+    {
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+        const std::tuple<const char*, int, Scenario* (*)(const QString&)> scenarios[] = {
+            // with the number of calls that there are at least
+            {"save", 12, make<Saving<false, false, false>>},
+            {"save over", 12, make<Saving<true, false, false>>},
+            {"save over gzip", 14, make<Saving<true, true, false>>},
+            {"save gzip", 11, make<Saving<false, true, true>>},
+            {"save gzip over", 13, make<Saving<true, false, true>>},
+            {"load", 6, make<Loading<false, false>>},
+            {"load strictly", 6, make<Loading<false, true>>},
+            {"load gzip", 8, make<Loading<true, false>>},
+            {"load gzip strictly", 15, make<Loading<true, true>>},
+            {"write settings", 15, make<SettingsFile<true>>},
+            {"load settings", 6, make<SettingsFile<false>>},
+            {"log", 14, make<Logging>},
+        };
+        for (const auto& [name, least, make] : scenarios)
+            for (const int code : {EIO, ENOSPC, half})
+                for (const bool isForGood : {false, true}) {
+                    int n = 1;
+                    for (QString wrong; run(make, n, code, isForGood, wrong); ++n)
+                        QVERIFY2(wrong.isEmpty(),
+                                 qPrintable(QString("%1, call %2, errno %3, for good %4: ")
+                                                .arg(name)
+                                                .arg(n)
+                                                .arg(code)
+                                                .arg(isForGood) +
+                                            wrong));
+                    QVERIFY2(n > (code == half ? 2 : least), name);
+                }
+    }
+
+private:
+    /// False when there is no n-th call, and nothing is wrong.
+    static bool run(Scenario* (*make)(const QString&), int n, int code, bool isForGood,
+                    QString& wrong)
+    {
+        const QTemporaryDir folder;
+        const std::unique_ptr<Scenario> scenario(make(folder.path()));
+        const auto openFiles = [] { return QDir("/proc/self/fd").entryList().size(); };
+        const int before = openFiles();
+        faults = {true, isForGood, code, n, 0, false, ""};
+        qstrncpy(faults.folder, qPrintable(folder.path()), sizeof faults.folder);
+        scenario->act();
+        faults.isArmed = false;
+        const bool isReached = faults.calls >= n;
+        const bool isHurt = isReached && code != half && !scenario->failure.isEmpty();
+        if (isHurt ? !scenario->isAsBefore() : !scenario->isDone())
+            wrong = '"' + scenario->failure + "\" with " + scenario->files().join(' ');
+        scenario->act();
+        if (!scenario->isDone())
+            wrong += " again: " + scenario->failure;
+        if (openFiles() != before)
+            wrong += " left open";
+        return isReached || !wrong.isEmpty();
+    }
+};
+
+// --- what takes the place of the calls of the program and all its libraries ---
+
+// The first of these are made before the sanitizers are ready for code of theirs.
+#define CALL                                                                                       \
+    extern "C" __attribute__((visibility("default"), no_sanitize("address", "undefined", "thread")))
+
+#define TRANSFER(name, Bytes)                                                                      \
+    CALL ssize_t name(int file, Bytes* bytes, size_t size)                                         \
+    {                                                                                              \
+        if (faults.fail(file))                                                                     \
+            return -1;                                                                             \
+        if (faults.isArmed && faults.code == half && faults.isFor(file) && faults.strikes())       \
+            size = (size + 1) / 2;                                                                 \
+        return syscall(SYS_##name, file, bytes, size);                                             \
+    }
+TRANSFER(read, void)
+TRANSFER(write, const void)
+
+#define CHANGE(name, place, parameters, ...)                                                       \
+    CALL int name parameters noexcept                                                              \
+    {                                                                                              \
+        return faults.fail(place) ? -1 : int(syscall(SYS_##name, __VA_ARGS__));                     \
+    }
+CHANGE(ftruncate, file, (int file, off_t size), file, size)
+CHANGE(rename, to, (const char* from, const char* to), from, to)
+CHANGE(renameat2, to, (int fromDir, const char* from, int toDir, const char* to, unsigned how),
+       fromDir, from, toDir, to, how)
+CHANGE(link, to, (const char* from, const char* to), from, to)
+CHANGE(linkat, to, (int fromDir, const char* from, int toDir, const char* to, int how), fromDir,
+       from, toDir, to, how)
+
+CALL int open(const char* path, int flags, ...)
+{
+    va_list rest;
+    va_start(rest, flags);
+    const mode_t mode = flags & (O_CREAT | O_TMPFILE) ? va_arg(rest, mode_t) : 0;
+    va_end(rest);
+    return faults.fail(path) ? -1 : int(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+CALL int open64(const char* path, int flags, ...) __attribute__((alias("open")));
+
+// Nothing is really synced, which would take most of the time.
+CALL int fsync(int file)
+{
+    return faults.fail(file) ? -1 : 0;
+}
+CALL int fdatasync(int file) __attribute__((alias("fsync")));
+
+CALL int close(int file)
+{
+    const bool isBad = faults.fail(file);
+    const int code = errno;
+    const long closed = syscall(SYS_close, file);
+    errno = isBad ? code : errno;
+    return isBad ? -1 : int(closed);
+}
+
+CALL int unlink(const char* path) noexcept
+{
+    const bool isBad = faults.fail(path);
+    faults.hasStayed = faults.hasStayed || isBad;
+    return isBad ? -1 : int(syscall(SYS_unlink, path));
+}
+
+QTEST_GUILESS_MAIN(tst_FileFaults)
+#include "tst_filefaults.moc"
