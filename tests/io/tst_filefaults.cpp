@@ -167,12 +167,12 @@ struct Loading : Scenario
             !table.verify().isEmpty())
             return false;
         if (row < 0) // not even a header
-            return (count == 0 && !isStrict) ||
-                   difference(WideTable::made(1), table, 3).isEmpty();
+            return (count == 0 && !isStrict) || difference(WideTable::made(1), table, 3).isEmpty();
         bool isFine = count == (isStrict ? row : rows);
         for (int i = 0; i < count; ++i)
-            isFine = isFine && (i < row ? difference(WideTable::made(2).at(i), table.at(i)).isEmpty()
-                                        : table.data(i, 0).isNull() && table.data(i, 1).isNull());
+            isFine =
+                isFine && (i < row ? difference(WideTable::made(2).at(i), table.at(i)).isEmpty()
+                                   : table.data(i, 0).isNull() && table.data(i, 1).isNull());
         return isFine;
     }
 
@@ -367,7 +367,7 @@ TRANSFER(write, const void)
 #define CHANGE(name, place, parameters, ...)                                                       \
     CALL int name parameters noexcept                                                              \
     {                                                                                              \
-        return faults.fail(place) ? -1 : int(syscall(SYS_##name, __VA_ARGS__));                     \
+        return faults.fail(place) ? -1 : int(syscall(SYS_##name, __VA_ARGS__));                    \
     }
 CHANGE(ftruncate, file, (int file, off_t size), file, size)
 CHANGE(rename, to, (const char* from, const char* to), from, to)

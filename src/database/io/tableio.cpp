@@ -236,8 +236,7 @@ void TableIO::read(FilterProgress& progress, const QDir& dir, bool addColumns)
         const QString reason = whole.errorString();
         if (!reason.isNull())
             setStatus(ReadFailed, reason);
-        if (!reason.isNull() ||
-            !TableReader(*this, progress, whole).measureCompressed(bytesLeft))
+        if (!reason.isNull() || !TableReader(*this, progress, whole).measureCompressed(bytesLeft))
             return;
     }
     TableReader(*this, progress, stream).read(addColumns, Convertors(), true, bytesLeft, true);

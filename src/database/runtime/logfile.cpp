@@ -91,7 +91,8 @@ LogFile::~LogFile()
 qint64 LogFile::Device::writeData(const char* data, qint64 size)
 {
     for (qint64 done = 0; done < size;) {
-        const qint64 written = LiveTable::FileIo::instance().write(handle(), data + done, size - done);
+        const qint64 written =
+            LiveTable::FileIo::instance().write(handle(), data + done, size - done);
         if (written <= 0 && written != -EINTR)
             break;
         done += std::max<qint64>(written, 0);
@@ -99,7 +100,8 @@ qint64 LogFile::Device::writeData(const char* data, qint64 size)
     return size;
 }
 
-// Not by way of QFile, which copies a file that it cannot rename, and loses it when the disk is full.
+// Not by way of QFile, which copies a file that it cannot rename, and loses it when the disk is
+// full.
 static void renameLog(const QString& from, const QString& to)
 {
     if (!QFileInfo::exists(to))
