@@ -4,6 +4,7 @@
 // left open or lying about, and the same works when tried again.
 #include "runtime/logfile.h"
 #include "settings/settings.h"
+#include "support/journal.h"
 #include "tables.h"
 
 #include <QJsonDocument>
@@ -27,24 +28,26 @@ struct Faults
 {
     bool isArmed, isForGood; // from the n-th on
     int code, n, calls;
-    bool hasStayed; // a file that was to be removed
     char folder[200];
 
     bool isFor(const char* path) const { return !std::strncmp(path, folder, std::strlen(folder)); }
     bool isFor(int file) const
     {
-        const QByteArray link = "/proc/self/fd/" + QByteArray::number(file);
         char path[1000] = "";
+        const QByteArray link = "/proc/self/fd/" + QByteArray::number(file);
         return ::readlink(link, path, sizeof path - 1) > 0 && isFor(path);
     }
-    bool strikes() { return ++calls == n || (isForGood && calls > n); }
     template <class Place>
-    bool fail(Place place)
+    bool strikes(Place place)
     {
-        if (!isArmed || code == half || !isFor(place) || !strikes())
-            return false;
-        errno = code;
-        return true;
+        return isArmed && isFor(place) && (++calls == n || (isForGood && calls > n));
+    }
+    template <class Place>
+    bool fails(Place place)
+    {
+        const bool isStruck = code != half && strikes(place);
+        errno = isStruck ? code : errno;
+        return isStruck;
     }
 };
 Faults faults;
@@ -52,17 +55,17 @@ Faults faults;
 /// Something done in a folder with files in it.
 struct Scenario
 {
-    explicit Scenario(const QString& place)
-        : folder(place)
-    {}
     virtual ~Scenario() = default;
     virtual void act() = 0;
     virtual bool isDone() = 0;
-    virtual bool isAsBefore() = 0; ///< or further, where that cannot be told from outside
+    /// After a failure: as before, or further where that cannot be told from outside.
+    virtual bool isWhole() = 0;
 
-    QString path(const QString& name) const { return folder + '/' + name; }
-    QStringList files() const { return QDir(folder).entryList(QDir::Files | QDir::Hidden); }
-    const QString folder;
+    QString path(const QString& name) const { return place.filePath(name); }
+    QStringList files() const { return QDir(place.path()).entryList(QDir::Files | QDir::Hidden); }
+    bool hasDraft() const { return !faults.isForGood && files().join(' ').contains("saving"); }
+    bool isTold() const { return failure.endsWith(std::strerror(faults.code)); }
+    const QTemporaryDir place;
     QString failure; ///< what the last action has told
 };
 
@@ -79,10 +82,7 @@ struct WideTable : Table
             QString text;
             while (text.size() < 2000)
                 text += QChar(ushort(1 + random() % 60000));
-            const Record record(this);
-            record.data(0) = i;
-            record.data(1) = text;
-            appendList({record});
+            appendList({row(*this, i, text)});
         }
     }
     static WideTable& made(int seed)
@@ -90,27 +90,25 @@ struct WideTable : Table
         static WideTable tables[] = {WideTable(1), WideTable(2)};
         return tables[seed - 1];
     }
-};
-
-QByteArray savedBytes(int seed, bool isCompressed)
-{
-    static QMap<int, QByteArray> all;
-    QByteArray& bytes = all[seed * 2 + isCompressed];
-    if (bytes.isEmpty()) {
-        const TestCore core(isCompressed);
-        const QTemporaryDir place;
-        TableIO(&WideTable::made(seed)).write(QDir(place.path()));
-        bytes = contentOf(place.filePath(isCompressed ? "t.gz" : "t"));
+    static QByteArray saved(int seed, bool isCompressed)
+    {
+        static QMap<int, QByteArray> all;
+        QByteArray& bytes = all[seed * 2 + isCompressed];
+        if (bytes.isEmpty()) {
+            const TestCore core(isCompressed);
+            const QTemporaryDir place;
+            TableIO(&made(seed)).write(QDir(place.path()));
+            bytes = contentOf(place.filePath(isCompressed ? "t.gz" : "t"));
+        }
+        return bytes;
     }
-    return bytes;
-}
+};
 
 /// Saves a table where an older one was saved, plain or not, or none.
 template <bool wasThere, bool wasCompressed, bool compresses>
 struct Saving : Scenario
 {
-    explicit Saving(const QString& place)
-        : Scenario(place)
+    Saving()
     {
         if (wasThere)
             putContent(path(older), old);
@@ -119,22 +117,18 @@ struct Saving : Scenario
     void act() override
     {
         TableIO io(&WideTable::made(2));
-        io.write(QDir(folder));
+        io.write(QDir(place.path()));
         failure = io.errorString();
     }
     bool isNew() const { return contentOf(path(target)) == wanted; }
     bool isDone() override { return failure.isNull() && isNew() && files() == QStringList(target); }
-    bool isAsBefore() override
+    bool isWhole() override
     {
-        return failure.endsWith(std::strerror(faults.code)) &&
-               (isNew() || contentOf(path(older)) == old) &&
-               (files().filter("saving").isEmpty() || faults.hasStayed);
+        return isTold() && (isNew() || contentOf(path(older)) == old) && !hasDraft();
     }
-
-    const QString older = wasCompressed ? "t.gz" : "t";
-    const QString target = compresses ? "t.gz" : "t";
-    const QByteArray old = wasThere ? savedBytes(1, wasCompressed) : QByteArray("no file");
-    const QByteArray wanted = savedBytes(2, compresses);
+    const QString older = wasCompressed ? "t.gz" : "t", target = compresses ? "t.gz" : "t";
+    const QByteArray old = wasThere ? WideTable::saved(1, wasCompressed) : QByteArray("no file");
+    const QByteArray wanted = WideTable::saved(2, compresses);
     TestCore core{compresses};
 };
 
@@ -142,63 +136,48 @@ struct Saving : Scenario
 template <bool isCompressed, bool isStrict>
 struct Loading : Scenario
 {
-    explicit Loading(const QString& place)
-        : Scenario(place)
-    {
-        putContent(path(isCompressed ? "t.gz" : "t"), savedBytes(2, isCompressed));
-    }
+    Loading() { putContent(path(isCompressed ? "t.gz" : "t"), WideTable::saved(2, isCompressed)); }
     void act() override
     {
-        TableIO io(&table);
         io.setStrict(isStrict);
-        io.read(QDir(folder), true);
+        io.read(QDir(place.path()), true);
         failure = io.errorString();
-        hasFailed = io.status() == TableIO::ReadFailed;
-        row = io.statusRow();
     }
-    bool isDone() override
+    bool isDone() override { return failure.isNull() && difference(all, table).isEmpty(); }
+    bool isWhole() override
     {
-        return failure.isNull() && difference(WideTable::made(2), table).isEmpty();
-    }
-    bool isAsBefore() override
-    {
-        const int count = table.rowCount();
-        if (!hasFailed || !failure.endsWith(std::strerror(faults.code)) ||
-            !table.verify().isEmpty())
-            return false;
+        const int row = io.statusRow(), count = table.rowCount();
+        bool isFine = isTold() && io.status() == TableIO::ReadFailed && table.verify().isEmpty();
         if (row < 0) // not even a header
-            return (count == 0 && !isStrict) || difference(WideTable::made(1), table, 3).isEmpty();
-        bool isFine = count == (isStrict ? row : rows);
+            return isFine && ((count == 0 && !isStrict) ||
+                              difference(WideTable::made(1), table, 3).isEmpty());
         for (int i = 0; i < count; ++i)
-            isFine =
-                isFine && (i < row ? difference(WideTable::made(2).at(i), table.at(i)).isEmpty()
-                                   : table.data(i, 0).isNull() && table.data(i, 1).isNull());
-        return isFine;
+            isFine = isFine && (i < row ? difference(all.at(i), table.at(i)).isEmpty()
+                                        : table.data(i, 0).isNull() && table.data(i, 1).isNull());
+        return isFine && count == (isStrict ? row : rows);
     }
-
+    const WideTable& all = WideTable::made(2);
     WideTable table{1, 3};
-    bool hasFailed = false;
-    int row = -1;
+    TableIO io{&table};
 };
 
 /// Settings over a file that is read, and perhaps written.
 template <bool writes>
 struct SettingsFile : Scenario
 {
-    explicit SettingsFile(const QString& place)
-        : Scenario(place)
+    SettingsFile()
     {
         putContent(path("s.json"), old);
         if (writes)
-            settings = std::make_unique<Settings>(QFileInfo(path("s.json")));
+            settings = std::make_unique<Settings>(file);
     }
     void act() override
     {
         const auto held = std::move(settings);
-        settings = std::make_unique<Settings>(QFileInfo(path("s.json")));
+        settings = std::make_unique<Settings>(file);
         if (writes)
             change();
-        failure = settings->status() == QSettings::NoError ? "" : "status";
+        failure = settings->status() == QSettings::NoError ? "" : "told";
     }
     void change()
     {
@@ -211,41 +190,35 @@ struct SettingsFile : Scenario
     }
     bool isDone() override
     {
-        if (writes)
-            return failure.isEmpty() && isWritten({"a", "k"}) &&
-                   (files().size() == 1 || faults.hasStayed);
         if (failure.isEmpty())
-            return settings->allKeys() == QStringList("a");
+            return settings->allKeys() == keys && (!writes || isWritten(keys));
         // Qt does not read what has not changed again, but what could not be read is not lost.
         change();
-        return isWritten({"k"}) && contentOf(path("s.json.damaged-1")) == old;
+        return !writes && isWritten({"k"}) && contentOf(path("s.json.damaged-1")) == old;
     }
-    bool isAsBefore() override
+    bool isWhole() override
     {
         QFile lock(path("s.json.lock")); // as if it were tried again later
         if (lock.open(QIODevice::ReadWrite | QIODevice::ExistingOnly))
-            lock.setFileTime(QDateTime::currentDateTime().addSecs(-5),
-                             QFileDevice::FileModificationTime);
-        const bool isKept = contentOf(path("s.json")) == old;
-        return writes ? (isKept || isWritten({"a", "k"})) &&
-                            (files().size() == 1 || faults.hasStayed) &&
-                            settings->allKeys() == QStringList({"a", "k"})
-                      : settings->allKeys().isEmpty();
+            lock.setFileTime(QDateTime(QDate(2020, 1, 6)), QFileDevice::FileModificationTime);
+        const bool hasOthers = files().size() > 1 + lock.isOpen() && !faults.isForGood;
+        return !hasOthers && settings->allKeys() == (writes ? keys : QStringList()) &&
+               (contentOf(path("s.json")) == old || (writes && isWritten(keys)));
     }
-
+    const QFileInfo file{path("s.json")};
     const QByteArray old = "{\"a\":\"" + QByteArray(100000, 'x') + "\"}";
+    const QStringList keys = writes ? QStringList{"a", "k"} : QStringList("a");
     std::unique_ptr<Settings> settings;
 };
 
 /// A log over those of six runs. It tells of no failure.
 struct Logging : Scenario
 {
-    explicit Logging(const QString& place)
-        : Scenario(place)
+    Logging()
     {
-        const QFileInfo log(path("app.log"));
         for (int run = 0; run <= LogFile::oldLogs; ++run)
-            putContent(run ? LogFile::rotateName(log, run) : log.filePath(), text(run));
+            putContent(run ? LogFile::rotateName(path("app.log"), run) : path("app.log"),
+                       text(run));
         failure = "untold";
     }
     static QByteArray text(int run) { return "run " + QByteArray::number(run) + '\n'; }
@@ -260,7 +233,7 @@ struct Logging : Scenario
     }
     int written() const { return contentOf(path("app.log")).count("line\n"); }
     bool isDone() override { return written() == 6; }
-    bool isAsBefore() override
+    bool isWhole() override
     {
         QByteArray all;
         for (const QString& file : files())
@@ -274,9 +247,9 @@ struct Logging : Scenario
 };
 
 template <class Kind>
-Scenario* make(const QString& folder)
+Scenario* make()
 {
-    return new Kind(folder);
+    return new Kind;
 }
 
 } // namespace
@@ -289,7 +262,7 @@ private Q_SLOTS:
     void everyCallFails()
     {
         qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
-        const std::tuple<const char*, int, Scenario* (*)(const QString&)> scenarios[] = {
+        const std::tuple<const char*, int, Scenario* (*)()> scenarios[] = {
             // with the number of calls that there are at least
             {"save", 12, make<Saving<false, false, false>>},
             {"save over", 12, make<Saving<true, false, false>>},
@@ -309,40 +282,32 @@ private Q_SLOTS:
                 for (const bool isForGood : {false, true}) {
                     int n = 1;
                     for (QString wrong; run(make, n, code, isForGood, wrong); ++n)
-                        QVERIFY2(wrong.isEmpty(),
-                                 qPrintable(QString("%1, call %2, errno %3, for good %4: ")
-                                                .arg(name)
-                                                .arg(n)
-                                                .arg(code)
-                                                .arg(isForGood) +
-                                            wrong));
+                        QVERIFY2(wrong.isEmpty(), qPrintable(name + wrong));
                     QVERIFY2(n > (code == half ? 2 : least), name);
                 }
     }
 
 private:
     /// False when there is no n-th call, and nothing is wrong.
-    static bool run(Scenario* (*make)(const QString&), int n, int code, bool isForGood,
-                    QString& wrong)
+    static bool run(Scenario* (*make)(), int n, int code, bool isForGood, QString& wrong)
     {
-        const QTemporaryDir folder;
-        const std::unique_ptr<Scenario> scenario(make(folder.path()));
+        const std::unique_ptr<Scenario> scenario(make());
         const auto openFiles = [] { return QDir("/proc/self/fd").entryList().size(); };
         const int before = openFiles();
-        faults = {true, isForGood, code, n, 0, false, ""};
-        qstrncpy(faults.folder, qPrintable(folder.path()), sizeof faults.folder);
+        faults = {true, isForGood, code, n, 0, ""};
+        qstrncpy(faults.folder, qPrintable(scenario->place.path()), sizeof faults.folder);
         scenario->act();
         faults.isArmed = false;
         const bool isReached = faults.calls >= n;
         const bool isHurt = isReached && code != half && !scenario->failure.isEmpty();
-        if (isHurt ? !scenario->isAsBefore() : !scenario->isDone())
-            wrong = '"' + scenario->failure + "\" with " + scenario->files().join(' ');
+        const QString told = scenario->failure;
+        bool isFine = isHurt ? scenario->isWhole() : scenario->isDone();
         scenario->act();
-        if (!scenario->isDone())
-            wrong += " again: " + scenario->failure;
-        if (openFiles() != before)
-            wrong += " left open";
-        return isReached || !wrong.isEmpty();
+        isFine = scenario->isDone() && isFine && openFiles() == before;
+        if (!isFine)
+            wrong = QString::asprintf(", call %d, errno %d, for good %d: ", n, code, isForGood) +
+                    told + " / " + scenario->failure + " / " + scenario->files().join(' ');
+        return isReached || !isFine;
     }
 };
 
@@ -355,11 +320,10 @@ private:
 #define TRANSFER(name, Bytes)                                                                      \
     CALL ssize_t name(int file, Bytes* bytes, size_t size)                                         \
     {                                                                                              \
-        if (faults.fail(file))                                                                     \
+        if (faults.fails(file))                                                                    \
             return -1;                                                                             \
-        if (faults.isArmed && faults.code == half && faults.isFor(file) && faults.strikes())       \
-            size = (size + 1) / 2;                                                                 \
-        return syscall(SYS_##name, file, bytes, size);                                             \
+        const bool isHalf = faults.code == half && faults.strikes(file);                           \
+        return syscall(SYS_##name, file, bytes, isHalf ? (size + 1) / 2 : size);                   \
     }
 TRANSFER(read, void)
 TRANSFER(write, const void)
@@ -367,7 +331,7 @@ TRANSFER(write, const void)
 #define CHANGE(name, place, parameters, ...)                                                       \
     CALL int name parameters noexcept                                                              \
     {                                                                                              \
-        return faults.fail(place) ? -1 : int(syscall(SYS_##name, __VA_ARGS__));                    \
+        return faults.fails(place) ? -1 : int(syscall(SYS_##name, __VA_ARGS__));                   \
     }
 CHANGE(ftruncate, file, (int file, off_t size), file, size)
 CHANGE(rename, to, (const char* from, const char* to), from, to)
@@ -376,6 +340,7 @@ CHANGE(renameat2, to, (int fromDir, const char* from, int toDir, const char* to,
 CHANGE(link, to, (const char* from, const char* to), from, to)
 CHANGE(linkat, to, (int fromDir, const char* from, int toDir, const char* to, int how), fromDir,
        from, toDir, to, how)
+CHANGE(unlink, path, (const char* path), path)
 
 CALL int open(const char* path, int flags, ...)
 {
@@ -383,31 +348,23 @@ CALL int open(const char* path, int flags, ...)
     va_start(rest, flags);
     const mode_t mode = flags & (O_CREAT | O_TMPFILE) ? va_arg(rest, mode_t) : 0;
     va_end(rest);
-    return faults.fail(path) ? -1 : int(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+    return faults.fails(path) ? -1 : int(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 CALL int open64(const char* path, int flags, ...) __attribute__((alias("open")));
 
 // Nothing is really synced, which would take most of the time.
 CALL int fsync(int file)
 {
-    return faults.fail(file) ? -1 : 0;
+    return faults.fails(file) ? -1 : 0;
 }
 CALL int fdatasync(int file) __attribute__((alias("fsync")));
 
 CALL int close(int file)
 {
-    const bool isBad = faults.fail(file);
-    const int code = errno;
-    const long closed = syscall(SYS_close, file);
-    errno = isBad ? code : errno;
-    return isBad ? -1 : int(closed);
-}
-
-CALL int unlink(const char* path) noexcept
-{
-    const bool isBad = faults.fail(path);
-    faults.hasStayed = faults.hasStayed || isBad;
-    return isBad ? -1 : int(syscall(SYS_unlink, path));
+    const bool isStruck = faults.fails(file);
+    const int closed = int(syscall(SYS_close, file));
+    errno = isStruck ? faults.code : errno;
+    return isStruck ? -1 : closed;
 }
 
 QTEST_GUILESS_MAIN(tst_FileFaults)
