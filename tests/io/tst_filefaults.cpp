@@ -184,9 +184,9 @@ struct SettingsFile : Scenario
         settings->setValue("k", 5);
         settings->sync();
     }
-    bool isWritten(const QStringList& keys) const
+    bool isWritten(const QStringList& wanted) const
     {
-        return QJsonDocument::fromJson(contentOf(path("s.json"))).object().keys() == keys;
+        return QJsonDocument::fromJson(contentOf(path("s.json"))).object().keys() == wanted;
     }
     bool isDone() override
     {
@@ -200,7 +200,7 @@ struct SettingsFile : Scenario
     {
         QFile lock(path("s.json.lock")); // as if it were tried again later
         if (lock.open(QIODevice::ReadWrite | QIODevice::ExistingOnly))
-            lock.setFileTime(QDateTime(QDate(2020, 1, 6)), QFileDevice::FileModificationTime);
+            lock.setFileTime(QDateTime::fromMSecsSinceEpoch(0), QFileDevice::FileModificationTime);
         const bool hasOthers = files().size() > 1 + lock.isOpen() && !faults.isForGood;
         return !hasOthers && settings->allKeys() == (writes ? keys : QStringList()) &&
                (contentOf(path("s.json")) == old || (writes && isWritten(keys)));
