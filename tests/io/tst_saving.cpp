@@ -8,13 +8,12 @@
 
 namespace {
 
-/// Fails the n-th call, as `code` says; n from 0, -1 for never.
+/// Writes down the calls, and fails the n-th if that is a write; n from 0, -1 for never.
 class Failing : public LiveTable::FileIo
 {
 public:
-    Failing(int n, int code)
-        : left(n)
-        , error(code)
+    explicit Failing(int n)
+        : failing(n)
     {
         setInstance(this);
     }
@@ -23,43 +22,31 @@ public:
     QStringList calls;
     int create(const QByteArray& path, const QByteArray& like) override
     {
-        return fails("create") ? -error : FileIo::create(path, like);
+        return note("create"), FileIo::create(path, like);
     }
     qint64 write(int file, const char* data, qint64 size) override
     {
-        if (fails("write"))
-            return -error;
-        return FileIo::write(file, data, qMin<qint64>(size, 3000)); // always in parts
+        return note("write") == failing ? -EIO : FileIo::write(file, data, size);
     }
-    int sync(int file) override { return fails("sync") ? -error : FileIo::sync(file); }
-    int close(int file) override
-    {
-        const bool isBad = fails("close");
-        return FileIo::close(file) < 0 || isBad ? -error : 0;
-    }
+    int sync(int file) override { return note("sync"), FileIo::sync(file); }
+    int close(int file) override { return note("close"), FileIo::close(file); }
     int rename(const QByteArray& from, const QByteArray& to) override
     {
-        return fails("rename") ? -error : FileIo::rename(from, to);
+        return note("rename"), FileIo::rename(from, to);
     }
-    int remove(const QByteArray& path) override
-    {
-        if (path.endsWith(".saving~"))
-            return FileIo::remove(path);
-        return fails("remove") ? -error : FileIo::remove(path);
-    }
+    int remove(const QByteArray& path) override { return note("remove"), FileIo::remove(path); }
     int syncFolder(const QByteArray& path) override
     {
-        return fails("syncFolder") ? -error : FileIo::syncFolder(path);
+        return note("syncFolder"), FileIo::syncFolder(path);
     }
 
 private:
-    bool fails(const char* call)
+    int note(const char* call)
     {
         calls.append(call);
-        return left-- == 0;
+        return calls.size() - 1;
     }
-    int left;
-    const int error;
+    const int failing;
 };
 
 QStringList filesIn(const QDir& dir)
@@ -80,7 +67,7 @@ private Q_SLOTS:
         const QTemporaryDir folder;
         FilledTable table("t", 3, 10);
         putContent(folder.filePath("t.gz"), "old");
-        Failing failing(-1, 0);
+        Failing failing(-1);
         TableIO(&table).write(QDir(folder.path()));
         QCOMPARE(failing.calls, QStringList({"create", "write", "sync", "rename", "close",
                                              "syncFolder", "remove", "syncFolder"}));
@@ -129,7 +116,7 @@ private Q_SLOTS:
             QVERIFY(!failed.commit());
             QVERIFY(!failed.errorString().isNull());
             {
-                Failing failing(1, EIO); // a write, of which the stream then knows no more
+                Failing failing(1); // a write, of which the stream then knows no more
                 TableDataStreamWrite forgetful(path);
                 forgetful << QByteArray(1 << 21, 'x');
                 forgetful.resetStatus();

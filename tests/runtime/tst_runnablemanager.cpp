@@ -318,30 +318,23 @@ private Q_SLOTS:
     void everyOrderOfDeaths()
     {
         std::vector<int> order{0, 1, 2};
-        do {
-            for (const bool isTold : {false, true}) {
-                auto all = std::make_unique<Listened>();
-                auto threads = std::make_unique<QThreadPool>();
-                auto job = std::make_unique<Job>();
-                job->setAutoDelete(false);
-                HRunnable handle = all->manager.startRunnable(job.get(), threads.get());
-                if (isTold || order[0] != 0)
-                    all->manager.stopRunnable(handle, true);
-                if (isTold)
-                    all->deliver();
-                QCOMPARE(all->ended.size(), int(isTold));
-                for (const int who : order) {
-                    if (who == 0)
-                        all.reset();
-                    else if (who == 1)
-                        threads.reset();
-                    else
-                        job.reset();
-                    if (all)
-                        QVERIFY(!all->manager.isRunning() && !all->manager.isRunning(handle));
-                }
-            }
-        } while (std::next_permutation(order.begin(), order.end()));
+        for (int i = 0; i < 12; ++i, std::next_permutation(order.begin(), order.end())) {
+            auto* const all = new Listened;
+            auto* const threads = new QThreadPool;
+            auto* const job = new Job;
+            job->setAutoDelete(false);
+            std::shared_ptr<void> objects[] = {std::shared_ptr<Listened>(all),
+                                               std::shared_ptr<QThreadPool>(threads),
+                                               std::shared_ptr<Job>(job)};
+            HRunnable handle = all->manager.startRunnable(job, threads);
+            if (i < 6 || order[0] != 0)
+                all->manager.stopRunnable(handle, true);
+            if (i < 6)
+                all->deliver();
+            QCOMPARE(all->ended.size(), int(i < 6));
+            for (const int who : order)
+                objects[who].reset();
+        }
     }
 
     void manyCycles()

@@ -324,31 +324,30 @@ void tst_Settings::fullDisk()
     QCOMPARE(contentOf(place + "/s.json.damaged-1").size(), 100000);
 }
 
-// Copies and others over one file, each with a change not yet written, and settings in memory.
+// A copy and another over one file, each with a change not yet written, and settings in memory.
 void tst_Settings::everyOrderOfDeaths()
 {
     std::vector<int> order{0, 1, 2, 3};
-    int n = 0;
-    do {
-        const QFileInfo path(dir->filePath(QString("%1.json").arg(n++)));
-        std::vector<std::unique_ptr<Settings>> objects;
-        objects.push_back(std::make_unique<Settings>(path));
-        objects.push_back(std::make_unique<Settings>(*objects[0]));
-        objects.push_back(std::make_unique<Settings>(path, "group"));
-        auto map = std::make_unique<MapSettings>();
-        objects.push_back(std::make_unique<Settings>(map->asSetRef()));
-        for (int i = 0; i < 4; ++i)
-            objects[size_t(i)]->setValue(QString::number(i), i);
-        const MapSettings copy(*map);
-        for (const int who : order) {
-            objects[size_t(who)].reset();
-            if (who == 3)
-                map.reset();
-        }
+    for (int n = 0; n < 24; ++n, std::next_permutation(order.begin(), order.end())) {
+        const QFileInfo path(dir->filePath(QString::number(n)));
+        auto* const file = new Settings(path);
+        auto* const copy = new Settings(*file);
+        auto* const other = new Settings(path, "g");
+        auto* const map = new MapSettings;
+        std::shared_ptr<void> objects[] = {
+            std::shared_ptr<Settings>(file), std::shared_ptr<Settings>(copy),
+            std::shared_ptr<Settings>(other), std::shared_ptr<MapSettings>(map)};
+        file->setValue("0", 0);
+        copy->setValue("1", 1);
+        other->setValue("2", 2);
+        map->setValue("3", 3);
+        const MapSettings kept(*map);
+        for (const int who : order)
+            objects[who].reset();
         QCOMPARE(compact(contentOf(path.filePath())),
-                 QByteArray(R"j({"0":"0","1":"1","group":{"2":"2"}})j"));
-        QCOMPARE(copy.allKeys(), QStringList("3"));
-    } while (std::next_permutation(order.begin(), order.end()));
+                 QByteArray(R"j({"0":"0","1":"1","g":{"2":"2"}})j"));
+        QCOMPARE(kept.allKeys(), QStringList("3"));
+    }
 }
 
 void tst_Settings::layers()
