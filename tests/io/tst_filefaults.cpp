@@ -266,7 +266,6 @@ private Q_SLOTS:
             {"save", 12, make<Saving<false, false, false>>},
             {"save over", 12, make<Saving<true, false, false>>},
             {"save over gzip", 14, make<Saving<true, true, false>>},
-            {"save gzip", 11, make<Saving<false, true, true>>},
             {"save gzip over", 13, make<Saving<true, false, true>>},
             {"load", 6, make<Loading<false, false>>},
             {"load strictly", 6, make<Loading<false, true>>},
