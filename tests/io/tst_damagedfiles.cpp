@@ -96,6 +96,23 @@ private Q_SLOTS:
         }
         // The malloc arena grows in steps; a believed count would be gigabytes.
         QVERIFY2(peakMemory() - before < 2 << 20, qPrintable(QString::number(peakMemory())));
+        // A header without a lie in it, over hardly a row: so much is believed, and no more.
+        Table narrow("t");
+        narrow.addColumn("text", FieldType::VarChar, 1);
+        TableIO::TableHeader header;
+        TableIO::setupHeader(header, &narrow);
+        header.rowCount = INT_MAX;
+        for (const int length : {1, 500000, 600000, INT_MAX / 2}) {
+            header.columns[0].length = length;
+            header.rowLength = int(header.columns[0].size = qint64(2) * length);
+            QByteArray bytes;
+            QDataStream out(&bytes, QIODevice::WriteOnly);
+            TableIO::writeHeader(header, out);
+            const auto status = length < 600000 ? TableIO::Truncated : TableIO::DamagedHeader;
+            QCOMPARE(damaged.read("t", bytes + "xx").status, status);
+            QCOMPARE(damaged.read("t.gz", gzip(bytes + "xx")).status, status);
+        }
+        QVERIFY2(peakMemory() - before < 12 << 20, qPrintable(QString::number(peakMemory())));
     }
 
     void everyTruncation()

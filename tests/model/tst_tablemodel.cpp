@@ -5,6 +5,7 @@
 #include "index/sortedview.h"
 #include "io/tableindexrebuilder.h"
 #include "model/tablemodel.h"
+#include "support/journal.h"
 #include "support/seed.h"
 #include "table/recordstrans.h"
 #include "table/recordupdater.h"
@@ -481,6 +482,42 @@ private Q_SLOTS:
                     }
                 }
         } while (std::next_permutation(order.begin(), order.end()));
+    }
+
+    // A listener of the table before or behind the model's, or a slot of another model, has it or
+    // its index die while a change is told.
+    void deathsInsideChanges()
+    {
+        for (int i = 0; i < 5 * 8 + 4; ++i) {
+            QStringList log;
+            Journal journal(log); // outlives the table
+            const int order = i & 1;
+            const bool isIndex = i & 4 && i < 40; // which must not die in a slot of its own model
+            World world(View, 5);
+            Table& table = *world.table;
+            std::unique_ptr<TableModel> models[2];
+            for (auto& model : models)
+                model.reset(new TableModel(world.index));
+            TableModel& other = *models[1 - order];
+            if (i & 2)
+                models[order]->freeze();
+            const auto die = [&] { isIndex ? world.owned.reset() : models[order].reset(); };
+            QList<Index*> indexes = table.indexes();
+            indexes.insert(order ? 0 : indexes.size(), &journal);
+            table.setIndexes(indexes);
+            const char* const events[] = {"pre", "process", "add", "remove", "update", "none"};
+            journal.at(events[i / 8], die);
+            if (i >= 40)
+                connect(&other, &TableModel::rowsMoved, &table, die);
+            world.setPrice(table.at(4), 900);
+            world.setPrice(table.at(0), 950);
+            table.appendRow();
+            table.updated(table.at(2), 1, 1);
+            table.remove(table.at(1));
+            QCOMPARE(table.verify(), QString());
+            QCOMPARE(other.rowCount(), isIndex ? 0 : 5);
+            QVERIFY(isIndex ? models[order]->rowCount() == 0 : !models[order]);
+        }
     }
 
     void otherThread()

@@ -195,6 +195,30 @@ private Q_SLOTS:
         QVERIFY(inFiles > 0);
     }
 
+    // Of two logs that took Qt's log from each other.
+    void everyOrderOfDeaths()
+    {
+        for (int i = 0; i < 4; ++i) {
+            const int taker = i / 2;
+            const int first = i % 2;
+            received.clear();
+            std::unique_ptr<LogFile> logs[2];
+            for (const int n : {1 - taker, taker}) {
+                logs[n].reset(new LogFile(path(QString::number(n) + ".log")));
+                QVERIFY(logs[n]->installMessageHandler());
+            }
+            for (const int n : {first, 1 - first}) {
+                qInfo("told");
+                logs[n].reset();
+            }
+            qInfo("told");
+            const int toTaker = taker == first ? 1 : 2;
+            QCOMPARE(contentOf(path(QString::number(taker) + ".log")).count("told"), toTaker);
+            QCOMPARE(contentOf(path(QString::number(1 - taker) + ".log")), QByteArray());
+            QCOMPARE(received.size(), 3 - toTaker);
+        }
+    }
+
     // The last one: a handler that was removed below another one is not installed over a third,
     // since that might call it.
     void removedBelowAnotherHandler()

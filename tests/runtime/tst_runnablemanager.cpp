@@ -6,6 +6,7 @@
 #include <QThreadPool>
 #include <QtTest>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -310,6 +311,30 @@ private Q_SLOTS:
         }
         QCOMPARE(ended.load(), 8);
         QCOMPARE(stopped, QVector<int>({0, 1, 2, 3, 4, 5, 6, 7})); // in the order of their start
+    }
+
+    // A manager, a pool and a job that is its owner's, once the job has ended or its manager's end
+    // has it end, with its signal delivered or not.
+    void everyOrderOfDeaths()
+    {
+        std::vector<int> order{0, 1, 2};
+        for (int i = 0; i < 12; ++i, std::next_permutation(order.begin(), order.end())) {
+            auto* const all = new Listened;
+            auto* const threads = new QThreadPool;
+            auto* const job = new Job;
+            job->setAutoDelete(false);
+            std::shared_ptr<void> objects[] = {std::shared_ptr<Listened>(all),
+                                               std::shared_ptr<QThreadPool>(threads),
+                                               std::shared_ptr<Job>(job)};
+            HRunnable handle = all->manager.startRunnable(job, threads);
+            if (i < 6 || order[0] != 0)
+                all->manager.stopRunnable(handle, true);
+            if (i < 6)
+                all->deliver();
+            QCOMPARE(all->ended.size(), int(i < 6));
+            for (const int who : order)
+                objects[who].reset();
+        }
     }
 
     void manyCycles()

@@ -47,6 +47,7 @@ private Q_SLOTS:
     void opensWithWords();
     void processesAndThreadsShareAFile();
     void fullDisk();
+    void everyOrderOfDeaths();
     void layers();
     void workplaces();
     void mapSettings();
@@ -321,6 +322,32 @@ void tst_Settings::fullDisk()
         QCOMPARE(compact(contentOf(path)), QByteArray("{\"k\":\"2\"}"));
     }
     QCOMPARE(contentOf(place + "/s.json.damaged-1").size(), 100000);
+}
+
+// A copy and another over one file, each with a change not yet written, and settings in memory.
+void tst_Settings::everyOrderOfDeaths()
+{
+    std::vector<int> order{0, 1, 2, 3};
+    for (int n = 0; n < 24; ++n, std::next_permutation(order.begin(), order.end())) {
+        const QFileInfo path(dir->filePath(QString::number(n)));
+        auto* const file = new Settings(path);
+        auto* const copy = new Settings(*file);
+        auto* const other = new Settings(path, "g");
+        auto* const map = new MapSettings;
+        std::shared_ptr<void> objects[] = {
+            std::shared_ptr<Settings>(file), std::shared_ptr<Settings>(copy),
+            std::shared_ptr<Settings>(other), std::shared_ptr<MapSettings>(map)};
+        file->setValue("0", 0);
+        copy->setValue("1", 1);
+        other->setValue("2", 2);
+        map->setValue("3", 3);
+        const MapSettings kept(*map);
+        for (const int who : order)
+            objects[who].reset();
+        QCOMPARE(compact(contentOf(path.filePath())),
+                 QByteArray(R"j({"0":"0","1":"1","g":{"2":"2"}})j"));
+        QCOMPARE(kept.allKeys(), QStringList("3"));
+    }
 }
 
 void tst_Settings::layers()

@@ -78,6 +78,7 @@ int FileIo::create(const QByteArray& path, const QByteArray& like)
                 return file;
             }
             const int code = -errno;
+            ::unlink(path.constData()); // while it is locked, and so nobody else's
             ::close(file);
             return code;
         }

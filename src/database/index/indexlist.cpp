@@ -86,6 +86,24 @@ void IndexListPrivate::moveBlock(int first, int last, int to)
     tellReset();
 }
 
+void IndexListPrivate::takeAll(PartitionList<Record>& kept)
+{
+    PartitionList<Record> fresh(records.partitionSize());
+    fresh.setKeyWords(records.keyWords());
+    fresh.swap(records);
+    kept.swap(fresh);
+}
+
+void IndexListPrivate::putBack(PartitionList<Record>& kept, quint64 arrival) noexcept
+{
+    records.swap(kept);
+    lastArrival = arrival;
+    for (int i = 0; i < records.count(); ++i) {
+        const Place place = records.place(i);
+        tag(records.at(place), records.keyAt(place));
+    }
+}
+
 void IndexListPrivate::renumber()
 {
     lastArrival = 0;

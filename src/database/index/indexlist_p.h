@@ -64,6 +64,10 @@ public:
     void clear();
     /// Takes the records at first..last out and puts them back at `to`, keys and all.
     void moveBlock(int first, int last, int to);
+    /// Takes the whole list out, without a word to the rows; `kept` is empty before.
+    void takeAll(PartitionList<Record>& kept);
+    /// Puts it back in place of what is there by now. The rows may have got new blocks meanwhile.
+    void putBack(PartitionList<Record>& kept, quint64 arrival) noexcept;
     /// Gives the rows of an arrival-ordered master new numbers, in list order.
     void renumber();
 

@@ -20,7 +20,8 @@ class QtIOCompressorPrivate;
  *
  * Errors: nothing is thrown (but std::bad_alloc by the constructor). A read or a write that fails
  * returns -1 and leaves its reason in errorString(); from then on every call fails until the device
- * is closed and opened again.
+ * is closed and opened again. Only a write that the underlying device has refused does not close
+ * the way for later ones, but the compressed stream is damaged then.
  *
  * Cost: one buffer for each device. Reading inflates straight into the caller's memory and writing
  * deflates straight out of it: large reads and writes are much cheaper than many small ones.

@@ -224,15 +224,19 @@ void TableIO::read(FilterProgress& progress, const QDir& dir, bool addColumns)
     TableDataStreamRead stream(fileName(dir));
     if (stream.atEnd()) {
         const QString reason = stream.errorString();
-        setStatus(NothingThere, reason.isNull() ? QStringLiteral("There is no such file, or it is"
-                                                                 " empty.")
-                                                : reason);
+        if (reason.isNull())
+            setStatus(NothingThere, QStringLiteral("There is no such file, or it is empty."));
+        else
+            setStatus(ReadFailed, reason);
         return;
     }
     qint64 bytesLeft = bytesLeftIn(stream);
     if (strict && bytesLeft < 0) {
-        TableDataStreamRead whole(fileName(dir));
-        if (!TableReader(*this, progress, whole).measureCompressed(bytesLeft))
+        TableDataStreamRead whole(fileName(dir)); // which may fail where the first has not
+        const QString reason = whole.errorString();
+        if (!reason.isNull())
+            setStatus(ReadFailed, reason);
+        if (!reason.isNull() || !TableReader(*this, progress, whole).measureCompressed(bytesLeft))
             return;
     }
     TableReader(*this, progress, stream).read(addColumns, Convertors(), true, bytesLeft, true);

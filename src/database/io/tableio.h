@@ -70,7 +70,11 @@ public:
         ColumnsDidNotFit, ///< a column or the value of a cell does not go into this table
         ExtraBytes,       ///< strict, from a directory: all rows read, but the file goes on
         UnknownTable,     ///< readRowList: the host has no such table; the block was skipped
-        WriteFailed       ///< the old file is still there
+        WriteFailed,      ///< the old file is still there
+        ReadFailed ///< the system could not open the file or read on; what there is of it says
+                   ///< nothing about the file. statusRow() and the rows as with Truncated; -1
+                   ///< before the rows: then it is as with NotATableFile, and where the file
+                   ///< could not be opened as with NothingThere
     };
 
     /// What stands before the rows.
@@ -147,8 +151,8 @@ public:
     Status status() const { return lastStatus; }
     /// Ok as an empty text, everything else as a sentence.
     QString errorString() const { return lastError; }
-    /// The number of the row that Truncated, DamagedData and ColumnsDidNotFit are about, from 0; -1
-    /// when they are about none.
+    /// The number of the row that Truncated, DamagedData, ReadFailed and ColumnsDidNotFit are
+    /// about, from 0; -1 when they are about none.
     int statusRow() const { return lastRow; }
 
     /// Whether files are read strictly; false at the start. Counts for read and readRowList.

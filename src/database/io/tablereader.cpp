@@ -31,6 +31,15 @@ bool isDamaged(const QDataStream& stream)
     return device && QtIOCompressorPrivate::get(device)->state == QtIOCompressorPrivate::Failed;
 }
 
+// Whether it was the system that gave no more of the file, when a stream has come to an end.
+bool hasReadFailed(const QDataStream& stream)
+{
+    const QtIOCompressor* device = compressorOf(stream);
+    const QIODevice* below = device ? QtIOCompressorPrivate::get(device)->device : stream.device();
+    const auto* file = qobject_cast<const QFileDevice*>(below);
+    return file && file->error() == QFileDevice::ReadError;
+}
+
 // A new row of the table in a handle.
 Record newRow(const Table* table)
 {
@@ -103,6 +112,17 @@ TableReader::TableReader(TableIO& owner, FilterProgress& callback, QDataStream& 
     , takesAll(typeid(callback) == typeid(FilterProgressTrue))
 {}
 
+// Notes what the device itself says of a read that gave too little. False when that is nothing.
+bool TableReader::noteBadRead(int row)
+{
+    const bool hasFailed = hasReadFailed(stream);
+    if (!hasFailed && !isDamaged(stream))
+        return false;
+    io.setStatus(hasFailed ? TableIO::ReadFailed : TableIO::DamagedData,
+                 stream.device()->errorString(), row);
+    return true;
+}
+
 bool TableReader::readHeader(qint64& bytesLeft)
 {
     TableIO::Status found = TableIO::Ok;
@@ -115,9 +135,9 @@ bool TableReader::readHeader(qint64& bytesLeft)
         else if (header.columns.size() != static_cast<quint16>(header.columnCount))
             found = TableIO::DamagedHeader;
     }
-    if (found != TableIO::Ok && isDamaged(stream))
-        io.setStatus(TableIO::DamagedData, stream.device()->errorString());
-    else if (found == TableIO::NotATableFile)
+    if (found != TableIO::Ok && noteBadRead())
+        return false;
+    if (found == TableIO::NotATableFile)
         io.setStatus(found, QStringLiteral("This is not a table file."));
     else if (found == TableIO::DamagedHeader)
         io.setStatus(found, QStringLiteral("The header is cut short or not consistent."));
@@ -339,9 +359,7 @@ bool TableReader::goesOn(const StoredRows& rows, int i)
 {
     if (rows.isWhole())
         return true;
-    if (isDamaged(stream))
-        io.setStatus(TableIO::DamagedData, stream.device()->errorString(), i);
-    else
+    if (!noteBadRead(i))
         io.setStatus(TableIO::Truncated, QStringLiteral("The file ends before its last row."), i);
     return !strict;
 }
@@ -354,9 +372,8 @@ void TableReader::checkEnd(qint64 extraBytes)
     if (device && io.status() == TableIO::Ok) {
         const QByteArray more = stream.device()->peek(1);
         const auto state = QtIOCompressorPrivate::get(device)->state;
-        if (state == QtIOCompressorPrivate::Failed)
-            io.setStatus(TableIO::DamagedData, device->errorString(), header.rowCount);
-        else if (more.isEmpty() && state != QtIOCompressorPrivate::ReadEnded)
+        if (!noteBadRead(header.rowCount) && more.isEmpty() &&
+            state != QtIOCompressorPrivate::ReadEnded)
             io.setStatus(TableIO::Truncated, QStringLiteral("The file's checksum is missing."),
                          header.rowCount);
     }
@@ -367,6 +384,10 @@ void TableReader::checkEnd(qint64 extraBytes)
 
 bool TableReader::measureCompressed(qint64& bytes)
 {
+    if (!compressorOf(stream)) {
+        io.setStatus(TableIO::ReadFailed, QStringLiteral("Another has saved the file meanwhile."));
+        return false;
+    }
     std::vector<char> part(64 * 1024);
     qint64 total = 0;
     for (;;) {
@@ -377,10 +398,7 @@ bool TableReader::measureCompressed(qint64& bytes)
     }
     const auto state = QtIOCompressorPrivate::get(compressorOf(stream))->state;
     bytes = state == QtIOCompressorPrivate::ReadEnded ? total : -1;
-    if (state != QtIOCompressorPrivate::Failed)
-        return true;
-    io.setStatus(TableIO::DamagedData, stream.device()->errorString());
-    return false;
+    return !noteBadRead();
 }
 
 // --- TableReader: a list of records ---
@@ -488,7 +506,8 @@ void TableReader::readListRows(Table* target, qint64 bytesLeft, PartitionList<Re
 
 void TableReader::skipList()
 {
-    qint64 bytes = (qint64(header.nullBytes) + header.rowLength) * header.rowCount;
+    const qint64 rowBytes = qint64(std::max(header.nullBytes, 0)) + std::max(header.rowLength, 0);
+    qint64 bytes = rowBytes * std::max(header.rowCount, 0);
     while (bytes > 0) {
         const int step = static_cast<int>(std::min<qint64>(bytes, std::numeric_limits<int>::max()));
         const int skipped = stream.skipRawData(step);

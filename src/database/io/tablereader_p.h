@@ -57,6 +57,7 @@ public:
 private:
     using Owned = std::vector<std::unique_ptr<FieldDefConvertor>>;
 
+    bool noteBadRead(int row = -1);
     bool readHeader(qint64& bytesLeft);
     bool makeLayout(Table& layout);
     void addColumns(const TableIO::Convertors& convertors);

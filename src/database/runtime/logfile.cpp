@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/logfile.h"
 
+#include "base/fileio_p.h"
+
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 
+#include <algorithm>
+#include <cerrno>
 #include <mutex>
 
 /// The one message handler of the process. Messages may come until the process ends, later than
@@ -82,6 +86,28 @@ LogFile::~LogFile()
     file.flush();
 }
 
+// Past QFile, which would keep what could not be written, and the stream would be silent from then
+// on.
+qint64 LogFile::Device::writeData(const char* data, qint64 size)
+{
+    for (qint64 done = 0; done < size;) {
+        const qint64 written =
+            LiveTable::FileIo::instance().write(handle(), data + done, size - done);
+        if (written <= 0 && written != -EINTR)
+            break;
+        done += std::max<qint64>(written, 0);
+    }
+    return size;
+}
+
+// Not by way of QFile, which copies a file that it cannot rename, and loses it when the disk is
+// full.
+static void renameLog(const QString& from, const QString& to)
+{
+    if (!QFileInfo::exists(to))
+        LiveTable::FileIo::instance().rename(QFile::encodeName(from), QFile::encodeName(to));
+}
+
 void LogFile::rotate(const QString& fileName)
 {
     const QFileInfo info(fileName);
@@ -92,9 +118,9 @@ void LogFile::rotate(const QString& fileName)
         if (n == oldLogs)
             QFile::remove(old);
         else
-            QFile::rename(old, rotateName(info, n + 1));
+            renameLog(old, rotateName(info, n + 1));
     }
-    QFile::rename(fileName, rotateName(info, 1));
+    renameLog(fileName, rotateName(info, 1));
 }
 
 QString LogFile::rotateName(const QFileInfo& info, int n)

@@ -20,10 +20,11 @@ class QFileInfo;
  * Threads: the stream is used from one thread at a time. Messages may come from any thread; they
  * have a way of their own into the file and need not wait for the stream. So as not to part a line
  * of the stream by a message, end it with Qt::endl, which flushes. Errors: none is reported. A step
- * of the rotation that fails (a file in use, a folder in the way) is left out. When the file cannot
- * be opened device() is null and what is written is lost; Qt's stream then says "QTextStream: No
- * device" in Qt's log. Lifetime: what was written is in the file when the object is gone. It gives
- * Qt's log back then.
+ * of the rotation that fails (a file in use, a folder in the way) is left out. What the disk does
+ * not take (when it is full) is lost, and what comes after that is written again. When the file
+ * cannot be opened device() is null and what is written is lost; Qt's stream then says
+ * "QTextStream: No device" in Qt's log. Lifetime: what was written is in the file when the object
+ * is gone. It gives Qt's log back then.
  *
  * @code
  * LogFile log(dir + "/app.log", nullptr);
@@ -73,9 +74,19 @@ public:
     void removeMessageHandler();
 
 private:
+    /// Takes everything, so that the stream goes on behind what the disk did not take.
+    class Device : public QFile
+    {
+    public:
+        using QFile::QFile;
+
+    protected:
+        qint64 writeData(const char* data, qint64 size) override;
+    };
+
     void rotate(const QString& fileName);
 
-    QFile file;
+    Device file;
     QFile messages; // the messages' own way into the same file; under the handler's lock
     friend struct LogFileHandler;
 };

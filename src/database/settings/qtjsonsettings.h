@@ -37,7 +37,8 @@ class QIODevice;
  * that fails the old file stays, the change is kept in memory and QSettings::status() is
  * AccessError. Programs that write the same file take turns, and see each other's changes. A file
  * that could not be read, or not all of it, is kept beside the new one as NAME.damaged-1 (-2, ...)
- * before the first write; when even that fails nothing is written.
+ * before the first write; when even that fails nothing is written. One that the system could not
+ * read to its end is not read again by the process until it has changed.
  *
  * Messages go to the logging category "QGuiLog". Threads: as QSettings has it; the functions here
  * may be called from any thread. Errors: none is thrown; any bytes may be read.

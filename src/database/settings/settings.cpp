@@ -19,34 +19,55 @@
 
 namespace {
 
-constexpr int deadAfterMs = 1000;
+constexpr int deadAfterMs = 1000; // of a lock without content
+constexpr int freeForMs = 100;    // of one with content
 
-/// Removes a lock whose maker was killed before writing into it who has it. Qt would wait half a
-/// minute for that; anybody alive writes within a millisecond, and holds the file locked as well.
-/// Returns whether the lock may yet turn out to be such a one.
-bool mayBeDeadLock(const QByteArray& path)
+/// Watches a lock file and removes it when it is nobody's: its maker was killed before writing into
+/// it who has it, or could not remove it, or had the same number as this process. Qt would wait
+/// half a minute for that. Whoever lives writes within a millisecond, and holds the file locked
+/// from before that until just before removing it.
+class LockWatch
 {
-    const int file = ::open(path.constData(), O_RDWR | O_CLOEXEC);
-    if (file < 0)
-        return false;
-    struct stat open = {};
-    struct stat there = {};
-    const bool isEmpty = ::fstat(file, &open) == 0 && open.st_size == 0;
-    const qint64 changedMs =
-        qint64(open.st_mtim.tv_sec) * 1000 + qint64(open.st_mtim.tv_nsec) / 1000000;
-    const bool isOld = qAbs(QDateTime::currentMSecsSinceEpoch() - changedMs) >= deadAfterMs;
-    if (isEmpty && isOld && ::flock(file, LOCK_EX | LOCK_NB) == 0 &&
-        ::stat(path.constData(), &there) == 0 && there.st_ino == open.st_ino)
-        ::unlink(path.constData());
-    ::close(file);
-    return isEmpty && !isOld;
-}
+public:
+    explicit LockWatch(const QString& file)
+        : path(QFile::encodeName(file) + ".lock")
+    {}
 
-void removeDeadLock(const QSettings& settings)
+    /// Looks at it once. Whether it may yet turn out to be such a one.
+    bool mayBeDead(int sinceMs)
+    {
+        const int file = ::open(path.constData(), O_RDWR | O_CLOEXEC);
+        if (file < 0)
+            return false;
+        struct stat now = {};
+        struct stat there = {};
+        const bool isEmpty = ::fstat(file, &now) == 0 && now.st_size == 0;
+        const qint64 changedNs = qint64(now.st_mtim.tv_sec) * 1000000000 + now.st_mtim.tv_nsec;
+        const qint64 ageMs = QDateTime::currentMSecsSinceEpoch() - changedNs / 1000000;
+        const bool isNew = isEmpty && qAbs(ageMs) < deadAfterMs;
+        const bool isFree = !isNew && ::flock(file, LOCK_EX | LOCK_NB) == 0;
+        if (!isFree || changedNs != freeNs)
+            freeSinceMs = sinceMs;
+        freeNs = isFree ? changedNs : 0;
+        const bool isDead = isFree && (isEmpty || sinceMs - freeSinceMs >= freeForMs);
+        if (isDead && ::stat(path.constData(), &there) == 0 && there.st_ino == now.st_ino)
+            ::unlink(path.constData());
+        ::close(file);
+        return !isDead && (isNew || isFree);
+    }
+
+private:
+    const QByteArray path;
+    qint64 freeNs = 0; // when the lock was written that was free at the last look
+    int freeSinceMs = 0;
+};
+
+void removeDeadLock(const QString& file)
 {
     constexpr int stepMs = 10;
-    const QByteArray lock = QFile::encodeName(settings.fileName()) + ".lock";
-    for (int waitedMs = 0; mayBeDeadLock(lock) && waitedMs <= 2 * deadAfterMs; waitedMs += stepMs)
+    LockWatch watch(file);
+    for (int waitedMs = 0; watch.mayBeDead(waitedMs) && waitedMs <= 2 * deadAfterMs;
+         waitedMs += stepMs)
         QThread::msleep(stepMs);
 }
 
@@ -63,13 +84,11 @@ public:
     explicit SettingsPrivate(std::unique_ptr<QSettings> opened)
         : own(std::move(opened))
         , settings(own.get())
-    {
-        mayBeDeadLock(QFile::encodeName(own->fileName()) + ".lock");
-    }
+    {}
     ~SettingsPrivate()
     {
         if (own && isChanged)
-            removeDeadLock(*own); // what is left is written now
+            removeDeadLock(own->fileName()); // what is left is written now
     }
 
     bool isFile() const { return settings->format() == SettingsInitializer::jsonFormat(); }
@@ -81,6 +100,12 @@ public:
 };
 
 namespace {
+
+std::unique_ptr<QSettings> opened(const QFileInfo& file)
+{
+    removeDeadLock(file.absoluteFilePath()); // Qt writes here what other objects have changed
+    return std::make_unique<QSettings>(file.filePath(), SettingsInitializer::jsonFormat());
+}
 
 void tellOfFailure(QSettings::Status status, const QString& path)
 {
@@ -98,8 +123,7 @@ void tellOfFailure(QSettings::Status status, const QString& path)
 } // namespace
 
 Settings::Settings(const QFileInfo& file, const QString& group)
-    : d(std::make_shared<SettingsPrivate>(
-          std::make_unique<QSettings>(file.filePath(), SettingsInitializer::jsonFormat())))
+    : d(std::make_shared<SettingsPrivate>(opened(file)))
 {
     if (status() != QSettings::NoError)
         tellOfFailure(status(), file.filePath());
@@ -199,7 +223,7 @@ void Settings::endArray() const
 void Settings::sync()
 {
     if (d->isChanged && d->isFile())
-        removeDeadLock(*d->settings);
+        removeDeadLock(d->settings->fileName());
     d->settings->sync();
     if (!d->isChanged || !d->isFile() || d->settings->status() != QSettings::NoError)
         return;

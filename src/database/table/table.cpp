@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -314,37 +315,43 @@ void Table::addColumn(const TableColumnDef& def)
     if (d->transactionState != Idle)
         throw QStringLiteral("Columns can't be added while a transaction is applied.");
 
-    QList<Record> rows;
-    if (d->master) {
-        rows.reserve(d->master->count());
-        for (const Record& record : *d->master)
-            rows.append(record);
-    }
     d->changeNow([&](std::exception_ptr& failure) {
         d->untold.clear(); // all indexes are built anew
-        if (d->master)
+        PartitionList<Record> rows;
+        IndexListPrivate* const list = d->master ? IndexListPrivate::get(d->master) : nullptr;
+        const quint64 lastArrival = list ? list->lastArrival : 0;
+        if (list) {
+            list->takeAll(rows);
             d->master->clear();
+        }
         d->tellIndexes(failure, [](Index* index) { index->clear(); });
         try {
             d->relayout(def, rows);
-        } catch (...) {
+            for (const Record& row : qAsConst(rows))
+                d->addAgain(row, failure);
+        } catch (...) { // short of memory: the rows must not be lost
             failure = std::current_exception();
-        }
-        for (const Record& row : qAsConst(rows)) {
-            try {
-                d->master->add(row);
-            } catch (...) { // of a host's compare: the row must not be lost
-                if (!failure)
-                    failure = std::current_exception();
-                auto* list = IndexListPrivate::get(d->master);
-                list->append(row, list->keys == IndexListPrivate::ArrivalNumbers
-                                      ? IndexSortWork(d->master).keyToInsert(row)
-                                      : SortKey());
-                TablePrivate::markDamaged(d->master);
-            }
+            if (list)
+                list->putBack(rows, lastArrival);
         }
         d->tellIndexes(failure, [](Index* index) { index->build(); });
     });
+}
+
+// To the master index, which had it before.
+void TablePrivate::addAgain(const Record& row, std::exception_ptr& failure)
+{
+    try {
+        master->add(row);
+    } catch (...) { // of a host's compare: the row must not be lost
+        if (!failure)
+            failure = std::current_exception();
+        auto* list = IndexListPrivate::get(master);
+        list->append(row, list->keys == IndexListPrivate::ArrivalNumbers
+                              ? IndexSortWork(master).keyToInsert(row)
+                              : SortKey());
+        markDamaged(master);
+    }
 }
 
 QString Table::verify() const
@@ -525,6 +532,19 @@ const std::vector<const IndexSort*>& TablePrivate::sortedIndexes()
     return sorted;
 }
 
+// Those of the rows for which the master index has had memory: nobody else is to take the others.
+QList<Record> TablePrivate::inTable(const QList<Record>& rows) const
+{
+    QList<Record> found;
+    try {
+        std::copy_if(rows.cbegin(), rows.cend(), std::back_inserter(found), isInTable);
+    } catch (...) { // nor is there any for this
+        std::for_each(indexes.cbegin(), indexes.cend(), markDamaged);
+        found.clear();
+    }
+    return found;
+}
+
 void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int first, int last,
                          const QList<Record>& inserted, const QList<Record>& changed)
 {
@@ -568,6 +588,7 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
     } catch (...) {
         failure = std::current_exception();
     }
+    const QList<Record> arrived = failure ? inTable(inserted) : inserted;
     leavingRows = nullptr;
     transactionState = AfterChange;
     auto timed = sortedOnes.cbegin();
@@ -575,7 +596,7 @@ void TablePrivate::apply(QList<Record>& removed, QList<Record>& updated, int fir
         if (version != indexesVersion && !indexes.contains(index))
             continue;
         try {
-            index->process(removed, updated, first, last, inserted);
+            index->process(removed, updated, first, last, arrived);
         } catch (...) {
             if (!failure)
                 failure = std::current_exception();

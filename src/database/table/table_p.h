@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/recursivemutex_p.h"
+#include "container/partitionlist.h"
 #include "table/cellrange_p.h"
 #include "table/recordstrans.h"
 #include "table/rowpool_p.h"
@@ -60,7 +61,7 @@ public:
     // Columns and rows (tablelayout.cpp).
     void cacheColumn(const QString& columnName);
     bool acceptsNewColumn(const TableColumnDef& def) const;
-    void relayout(const TableColumnDef& def, QList<Record>& rows);
+    void relayout(const TableColumnDef& def, PartitionList<Record>& rows);
     void refreshPrototype();
     /// The columns `first` to `last` (-1: the first or the last column); empty for none.
     LiveTable::CellRange cells(int first, int last) const;
@@ -72,12 +73,14 @@ public:
 
     // Changes (table.cpp).
     void addRow(const Record& record);
+    void addAgain(const Record& row, std::exception_ptr& failure);
     static void markDamaged(Index* index);
     void trimToLimit(QList<Record>& removed, const QList<Record>& updated, int insertedCount);
     void separate(QList<Record>& removed, const QList<Record>& updated,
                   QList<Record>& inserted) const;
     void refuseForeignRows(QList<Record>& removed, QList<Record>& updated, QList<Record>& inserted,
                            QList<Record>& changed) const;
+    QList<Record> inTable(const QList<Record>& rows) const;
     void apply(QList<Record>& removed, QList<Record>& updated, int first, int last,
                const QList<Record>& inserted, const QList<Record>& changed);
     const std::vector<const IndexSort*>& sortedIndexes();

@@ -197,7 +197,7 @@ bool TablePrivate::acceptsNewColumn(const TableColumnDef& def) const
 
 // Appends the column and moves the given rows, which no index holds any more, to new blocks with
 // room for it. Throws std::bad_alloc before anything has changed.
-void TablePrivate::relayout(const TableColumnDef& def, QList<Record>& rows)
+void TablePrivate::relayout(const TableColumnDef& def, PartitionList<Record>& rows)
 {
     const int n = columns.size();
     auto column = std::make_unique<TableColumnDef>(q, def);
@@ -206,7 +206,7 @@ void TablePrivate::relayout(const TableColumnDef& def, QList<Record>& rows)
     const qint64 newLength = rowLength + roundUp8(column->size);
     const qint64 newSize = qint64(sizeof(RowHeader)) + newLength + bitmapBytes(n + 1);
 
-    std::vector<unsigned char*> fresh(static_cast<size_t>(rows.size()));
+    std::vector<unsigned char*> fresh(static_cast<size_t>(rows.count()));
     prototype.reserve(static_cast<size_t>(newSize)); // refreshPrototype() must not fail
     RowPool* newPool = RowPool::create(static_cast<size_t>(newSize));
     for (size_t i = 0; i < fresh.size(); ++i) {
@@ -219,19 +219,20 @@ void TablePrivate::relayout(const TableColumnDef& def, QList<Record>& rows)
         }
     }
 
-    for (size_t i = 0; i < fresh.size(); ++i) {
-        Record& row = rows[static_cast<int>(i)];
+    auto next = fresh.cbegin();
+    for (Record& row : rows) {
         const unsigned char* old = dataArea(row.row());
-        std::memset(fresh[i], 0, static_cast<size_t>(newSize));
-        new (fresh[i]) RowHeader{Q_BASIC_ATOMIC_INITIALIZER(0), 0, q};
-        std::memcpy(dataArea(fresh[i]), old, static_cast<size_t>(rowLength));
+        unsigned char* const block = *next++;
+        std::memset(block, 0, static_cast<size_t>(newSize));
+        new (block) RowHeader{Q_BASIC_ATOMIC_INITIALIZER(0), 0, q};
+        std::memcpy(dataArea(block), old, static_cast<size_t>(rowLength));
         // The new column's bit stays clear, nullable or not: it was never written in this row.
-        std::memcpy(dataArea(fresh[i]) + newLength, old + rowLength,
+        std::memcpy(dataArea(block) + newLength, old + rowLength,
                     static_cast<size_t>(bitmapBytes(n)));
         const int others = row.referenceCount() - 1;
         if (others != 0)
             qWarning("Table::addColumn : Ref count in realloc is %d", others);
-        row = Record(fresh[i]);
+        row = Record(block);
     }
     pool->abandon(); // what others still hold of the old rows is detached here
     pool = newPool;
