@@ -35,7 +35,9 @@ class TableReader;
 /// are std::bad_alloc and, in default reading, what Table::addColumn throws for a column that does
 /// not go into this table (QString) and what a cell throws for a value that does not convert
 /// (Exception, QString or a C string). Rows handed to the table before that stay in it (in batches
-/// of 10240), and its update bracket is closed.
+/// of 10240), and its update bracket is closed. A file that is there, but that the system does not
+/// open or read on, is no damaged one: ReadFailed. Where opening fails the table stays as it is;
+/// otherwise what there is of the file is read as if it ended there.
 ///
 /// **Two ways to read.** *Default* reading is for files of one's own. It clears the table first,
 /// whatever follows, and makes as many rows as the header says: those that a truncated file lacks
@@ -71,10 +73,7 @@ public:
         ExtraBytes,       ///< strict, from a directory: all rows read, but the file goes on
         UnknownTable,     ///< readRowList: the host has no such table; the block was skipped
         WriteFailed,      ///< the old file is still there
-        ReadFailed ///< the system could not open the file or read on; what there is of it says
-                   ///< nothing about the file. statusRow() and the rows as with Truncated; -1
-                   ///< before the rows: then it is as with NotATableFile, and where the file
-                   ///< could not be opened as with NothingThere
+        ReadFailed        ///< the system could not open the file, or not read it to its end
     };
 
     /// What stands before the rows.
