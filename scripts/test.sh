@@ -23,4 +23,6 @@ cmake --build --preset "$preset" --parallel "$(nproc)"
 
 export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
 export ASAN_OPTIONS="detect_stack_use_after_return=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
+# A machine that others load takes its time; what hangs ends all the same.
+export QTEST_FUNCTION_TIMEOUT=${QTEST_FUNCTION_TIMEOUT:-1200000} # ms
 exec ctest --preset "$preset" --no-tests=error --parallel "$(nproc)" "$@"
