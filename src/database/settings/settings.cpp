@@ -12,6 +12,8 @@
 #include <QFileInfo>
 #include <QThread>
 
+#include <cstdlib>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -19,13 +21,13 @@
 
 namespace {
 
-constexpr int deadAfterMs = 1000; // of a lock without content
+constexpr int deadAfterMs = 1000; // since a lock was written
 constexpr int freeForMs = 100;    // of one with content
 
 /// Watches a lock file and removes it when it is nobody's: its maker was killed before writing into
-/// it who has it, or could not remove it, or had the same number as this process. Qt would wait
-/// half a minute for that. Whoever lives writes within a millisecond, and holds the file locked
-/// from before that until just before removing it.
+/// it who has it, or it was this process, which could not remove it, or an earlier one of the same
+/// number. Qt would wait half a minute for that. Whoever lives writes within a millisecond, and
+/// holds the file locked from before that until just before removing it.
 class LockWatch
 {
 public:
@@ -44,16 +46,19 @@ public:
         const bool isEmpty = ::fstat(file, &now) == 0 && now.st_size == 0;
         const qint64 changedNs = qint64(now.st_mtim.tv_sec) * 1000000000 + now.st_mtim.tv_nsec;
         const qint64 ageMs = QDateTime::currentMSecsSinceEpoch() - changedNs / 1000000;
-        const bool isNew = isEmpty && qAbs(ageMs) < deadAfterMs;
-        const bool isFree = !isNew && ::flock(file, LOCK_EX | LOCK_NB) == 0;
+        const bool isOld = qAbs(ageMs) >= deadAfterMs;
+        char owner[16] = "";
+        const bool isOurs =
+            ::read(file, owner, sizeof owner - 1) > 0 && std::atoi(owner) == ::getpid();
+        const bool isFree = (isEmpty ? isOld : isOurs) && ::flock(file, LOCK_EX | LOCK_NB) == 0;
         if (!isFree || changedNs != freeNs)
             freeSinceMs = sinceMs;
         freeNs = isFree ? changedNs : 0;
-        const bool isDead = isFree && (isEmpty || sinceMs - freeSinceMs >= freeForMs);
+        const bool isDead = isFree && isOld && (isEmpty || sinceMs - freeSinceMs >= freeForMs);
         if (isDead && ::stat(path.constData(), &there) == 0 && there.st_ino == now.st_ino)
             ::unlink(path.constData());
         ::close(file);
-        return !isDead && (isNew || isFree);
+        return !isDead && (isFree || (isEmpty && !isOld));
     }
 
 private:
