@@ -37,7 +37,7 @@ unsigned int add_(void* res, unsigned int resType, const BYTE* a, unsigned int a
     tr[disp] &= 127;
 
     const BYTE* b_p = b + bLayout.ball;
-    BYTE* res_p = tr + bint + b_bfrac;
+    BYTE* res_p = tr + (bint + b_bfrac); // bint alone may lie in front of the array
     unsigned int carry = 0;
     while (b_p > b) {
         --b_p;
