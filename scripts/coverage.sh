@@ -15,9 +15,13 @@ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=None -DLIVETABLE_EXAMPL
     "-DCMAKE_CXX_FLAGS=-O1 -g1 --coverage -fprofile-update=atomic -fno-inline" >/dev/null
 cmake --build "$build" --parallel "$(nproc)"
 find "$build" -name '*.gcda' -delete
-# The random models run with one seed: what they reach more of with a thousand are no new lines.
 failed=0
-LIVETABLE_SEED=7 ctest --test-dir "$build" --output-on-failure --parallel "$(nproc)" "$@" || failed=1
+ctest --test-dir "$build" --output-on-failure --parallel "$(nproc)" -E model_ "$@" || failed=1
+# A seed for each kind of table does for the random models: a thousand reach no new lines.
+for seed in 4 5 6 7; do
+    LIVETABLE_SEED=$seed "$build/tests/index/tst_model" -silent firstSeeds tablesOfSeveralLeaves &&
+        LIVETABLE_SEED=$seed "$build/tests/join/tst_join_model" -silent || failed=1
+done
 
 cd -- "$build"
 mkdir -p html

@@ -12,7 +12,7 @@ cd -- "$root"
 seconds=3600 seeds=200 minutes=60 faults=() coverage=() tidy=() bench=() programs=()
 if [ "${1-}" = --short ]; then
     seconds=10 seeds=2 minutes=1 faults=(--every 36) bench=(--quick) programs=(tst_base tst_bcdii)
-    coverage=(-E 'model|tst_board') tidy=(src/database/base)
+    coverage=(-R 'tst_base|tst_bcdii') tidy=(src/database/base)
 fi
 failed=()
 

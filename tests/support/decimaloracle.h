@@ -8,8 +8,6 @@
 
 namespace Oracle {
 
-constexpr qint64 end56 = qint64(1) << 56;
-
 inline Number numberOf(decimal value)
 {
     return {Big(value.mantissa()), value.scale()};
@@ -29,25 +27,6 @@ inline Number numberOf(const xdecimal& value)
 inline bool same(const Number& a, const Number& b)
 {
     return a.n == b.n && a.scale == b.scale;
-}
-
-/// The largest scale from `highest` down at which the number, rounded half away from zero, fits.
-template <typename Fits>
-Number atLargestScale(const Number& number, int highest, Fits fits)
-{
-    while (!fits(store(number, 160, highest).n))
-        --highest;
-    return {store(number, 160, highest).n, highest};
-}
-
-inline bool fitsMantissa(const Big& n)
-{
-    return n >= -Big(end56) && n < Big(end56);
-}
-
-inline bool fits26(const Big& n)
-{
-    return abs(n) < power(26);
 }
 
 } // namespace Oracle

@@ -354,7 +354,7 @@ private:
                       reader(*list),
                       dynamic_cast<IndexSort*>(list),
                       {}});
-        if (below(2)) {
+        for (int n = below(3); n > 0; --n) {
             shadows.push_back(std::make_unique<Shadow>(list));
             views.last().shadow = shadows.back().get();
         }
@@ -676,7 +676,8 @@ private:
         if (index.search(record, after) != first || index.searchLast(record, after) != last ||
             index.searchFull(record, after) != full || index.indexOfAdd(record) != add ||
             index.searchBinary(record, after, IndexSort::Compare(&index)) != first ||
-            index.find(record, after) != (first < 0 ? Record() : now.at(first)->record))
+            index.find(record, after) != (first < 0 ? Record() : now.at(first)->record) ||
+            index.findFirst(record) != index.find(record, -1))
             fail(view.name, "a search is wrong");
         if (index.indexOf(record) != now.indexOf(const_cast<Row*>(key)))
             fail(view.name, "indexOf is wrong");
@@ -689,7 +690,8 @@ private:
         const MasterIndex& master = *table.masterIndex();
         const Record found = Record(&table, row->record.toString());
         if (!row->record.toString().isEmpty() &&
-            (found.isNull() || master.compare(found, row->record) != 0))
+            (found.isNull() || master.compare(found, row->record) != 0 ||
+             master.findRecord(row->record.toString()) != found))
             fail("master", "a row is not found by its key text");
         if (row->record.inTable() != row->inTable)
             fail("master", "inTable is wrong");

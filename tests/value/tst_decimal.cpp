@@ -14,6 +14,7 @@ using namespace Oracle;
 
 namespace {
 
+constexpr qint64 end56 = qint64(1) << 56;
 constexpr quint64 maximum64 = std::numeric_limits<quint64>::max();
 
 // Whether the byte that an even scale leaves unused is 0, so that equal numbers are saved as equal
@@ -21,6 +22,25 @@ constexpr quint64 maximum64 = std::numeric_limits<quint64>::max();
 bool isPadded(const xdecimal& value)
 {
     return value.type() & 1 || static_cast<const quint8*>(value.data())[15] == 0;
+}
+
+// The largest scale from `highest` down at which the number, rounded half away from zero, fits.
+template <typename Fits>
+Number atLargestScale(const Number& number, int highest, Fits fits)
+{
+    while (!fits(store(number, 160, highest).n))
+        --highest;
+    return {store(number, 160, highest).n, highest};
+}
+
+bool fitsMantissa(const Big& n)
+{
+    return n >= -Big(end56) && n < Big(end56);
+}
+
+bool fits26(const Big& n)
+{
+    return abs(n) < power(26);
 }
 
 decimal anyDecimal(Random& random, int spread = 127)
