@@ -69,7 +69,7 @@ void checkForeign(Source source)
             flags |= BCDII_RESULT_NAN;
         else if (abs(n) < power(found.precision()) &&
                  std::memcmp(exact.bytes, found.bytes, sizeof exact.bytes) == 0) {
-            flags = n == 0 ? BCDII_RESULT_ZERO : n < 0 ? BCDII_RESULT_NEGATIVE : 0;
+            flags = n == 0 ? 2 : n < 0 ? 4 : 0;
             checkText(exact);
         }
     }
