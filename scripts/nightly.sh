@@ -35,6 +35,7 @@ memcheck() { # the random tests take days under it: they run with few seeds
         [ ${#programs[@]} -eq 0 ] || [[ " ${programs[*]} " == *" $name "* ]] || continue
         echo "$name"
         LIVETABLE_SEED=1 QTEST_FUNCTION_TIMEOUT=3600000 valgrind -q --error-exitcode=9 \
+            --suppressions=tests/valgrind.supp \
             --leak-check=full --errors-for-leak-kinds=definite "$program" -silent || return 1
     done < <(find build/release/tests -type f -name 'tst_*' -executable | sort)
 }
