@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Settings made of the input's bytes: what is written is read back the same, and so is every text
 // of the codec. Its reader also gets the bytes as they are.
+#include "require.h"
 #include "settings/qjson.h"
 #include "settings/qtjsonsettings.h"
 #include "value/decimal.h"
@@ -10,15 +11,7 @@
 #include <QRect>
 #include <QTextCodec>
 
-#include <cstdlib>
-
 namespace {
-
-void require(bool isTrue)
-{
-    if (!isTrue)
-        std::abort();
-}
 
 /// Makes values of the bytes, of zeros when they are used up.
 struct Source

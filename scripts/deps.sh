@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # Installs what is missing of the Debian 12 packages that the given sets need, and says so.
 # usage: scripts/deps.sh [build] [test] [check] [fuzz] [board] [install] [docs] [package] [root]
-#        [bench]   (no set named: build)
+#        [bench] [nightly]   (no set named: build)
 set -euo pipefail
 
 say() { printf '%s\n' "deps: $*" >&2; }
@@ -24,13 +24,14 @@ packages_of() {
     board) # beside Widgets, which qtbase5-dev brings: narrow figures of one width
         echo "qtbase5-dev: fonts-roboto-unhinted: fonts-dejavu-core:"
         ;;
+    nightly) echo "valgrind:valgrind gcovr:gcovr clang-tidy:run-clang-tidy" ;;
     bench) # the peers
         echo "libsqlite3-dev: libboost-dev: libabsl-dev: libintelrdfpmath-dev: libquantlib0-dev:" \
             "libisal-dev: libtbb-dev: python3:python3"
         ;;
     *)
         say "no set of packages is called '$1' (there are: build, test, check, fuzz, board," \
-            "install, docs, package, root, bench)"
+            "install, docs, package, root, bench, nightly)"
         return 1
         ;;
     esac

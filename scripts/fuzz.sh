@@ -10,7 +10,8 @@ set -eu
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
 [ $# -eq 0 ] || shift
-[ $# -gt 0 ] || set -- tableio rowlist compressor settingsreader settingsmap
+[ $# -gt 0 ] || set -- tableio rowlist compressor settingsreader settingsmap \
+    valuetext bcdii operations
 cmake --preset fuzz >/dev/null
 # shellcheck disable=SC2046 # a word for each target
 cmake --build --preset fuzz -j"${JOBS:-2}" --target fuzz_canary $(printf 'fuzz_%s ' "$@")
@@ -23,13 +24,17 @@ export QT_LOGGING_RULES='QGuiLog=false' # tells what of each input is no good
 for name; do
     corpus=build/fuzz/corpus/$name
     mkdir -p "$corpus"
+    size=8192 words=
     case $name in
     settings*) words=fuzz/settings.dict ;;
+    valuetext) words=fuzz/values.dict size=300 ;;
+    bcdii) size=120 ;;
+    operations) size=500 ;;
     *) words=fuzz/tablefile.dict ;;
     esac
     echo "== $name, $seconds s"
-    "build/fuzz/fuzz/fuzz_$name" -max_total_time="$seconds" -max_len=8192 -timeout=10 \
-        -rss_limit_mb=2048 -dict=$words -artifact_prefix=build/fuzz/crash- \
+    "build/fuzz/fuzz/fuzz_$name" -max_total_time="$seconds" -max_len=$size -timeout=10 \
+        -rss_limit_mb=2048 ${words:+-dict=$words} -artifact_prefix=build/fuzz/crash- \
         -print_final_stats=1 -verbosity=0 "$corpus" "fuzz/seeds/$name" \
         "fuzz/kept/$name"
 done

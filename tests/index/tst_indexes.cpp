@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "index/indexdependbase.h"
+#include "index/keyindex.h"
 #include "index/masterindex.h"
 #include "index/sortedview.h"
 #include "index/watchindex.h"
@@ -217,9 +218,10 @@ private Q_SLOTS:
             base.removeDependentIndex(journals[i].get());
             journals[i].reset();
         };
-        journals[1]->at("clear", [&] {
+        journals[2]->at("clear", [&] {
             base.addDependentIndex(journals[3].get());
-            for (const std::size_t i : {0u, 1u, 2u})
+            base.removeDependentIndex(journals[1].get()); // whose turn would come next
+            for (const std::size_t i : {0u, 2u})
                 leave(i);
         });
         base.clear();
@@ -227,7 +229,42 @@ private Q_SLOTS:
         base.build();
         base.build();
         QCOMPARE(log, (QStringList{"a add ", "b add ", "c add ", "b add ", "a clear", "c clear",
-                                   "b clear", "d build"}));
+                                   "d build"}));
+    }
+
+    // A row that changes behind the table's back is missed nowhere; what kind an index is, others
+    // tell by its name.
+    void verifyFindsSilentChanges()
+    {
+        IntegerTable table("t", {"n"});
+        for (int n = 0; n < 3; ++n)
+            table.appendRow(row(table, n).row());
+        const auto isSmall = [](const Record& r) { return r.data(0).toInteger() < 10; };
+        struct Small : IndexList
+        {
+            using IndexList::IndexList;
+            bool filter(const Record& r) const override { return r.data(0).toInteger() < 10; }
+        } list(&table, true);
+        list.build();
+        SortedView view(&table, QStringList("n"));
+        SortedView filtered(&table, QStringList("-n"));
+        filtered.setFilter(isSmall, {0});
+        KeyIndex keys(&table, "n");
+        KeyVector vector(&table);
+        vector.build();
+        QStringList names;
+        for (const int n : {20, 0}) {
+            const Record first = table.at(0);
+            first.data(0) = n;
+            for (const Index* index : {(Index*)&list, (Index*)&view, (Index*)&filtered,
+                                       (Index*)&keys, (Index*)&vector}) {
+                QVERIFY2(index->verify().isEmpty() == (n == 0), qPrintable(index->getClassName()));
+                names.append(index->getClassName());
+            }
+            QCOMPARE(table.verify().isEmpty(), n == 0);
+        }
+        QCOMPARE(names.mid(5).join(' '),
+                 QString("IndexList SortedView SortedView KeyIndex IndexVector"));
     }
 
     void refusesWhatCannotBeSorted()

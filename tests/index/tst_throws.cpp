@@ -2,6 +2,7 @@
 #include "index/indexdependbase.h"
 #include "index/indexlimit.h"
 #include "index/indexvector.h"
+#include "index/keyindex.h"
 #include "index/masterindex.h"
 #include "index/sortedview.h"
 #include "index/watchindex.h"
@@ -222,6 +223,7 @@ struct Fixture : FilledTable
     Bombed<IndexVector> vector{&table};
     SortedView ready{&table, QStringList("key")};
     WatchIndex watch{&table};
+    KeyIndex keys{&table, QStringLiteral("key")};
     std::unique_ptr<BombLimit> limit;
     RecordsTrans changes{&table};
 };

@@ -211,6 +211,28 @@ private Q_SLOTS:
         }
     }
 
+    void refusesToOpen()
+    {
+        QVERIFY(QtIOCompressor::isGzipSupported());
+        QBuffer below;
+        QtIOCompressor wrong(&below, 77); // a level that zlib does not have
+        QVERIFY(!wrong.open(QIODevice::WriteOnly) && !below.isOpen());
+        QVERIFY(wrong.errorString().startsWith("Internal zlib error: "));
+        below.open(QIODevice::WriteOnly);
+        QtIOCompressor device(&below);
+        const QByteArray modes = "in the ReadOnly or WriteOnly modes";
+        const auto refuses = [&](QIODevice::OpenMode mode, const QByteArray& reason) {
+            QTest::ignoreMessage(QtWarningMsg, "QtIOCompressor::open: " + reason);
+            return !device.open(mode);
+        };
+        QVERIFY(refuses(QIODevice::ReadWrite, "QtIOCompressor can only be opened " + modes));
+        QVERIFY(
+            refuses(QIODevice::ReadOnly,
+                    "underlying device must be open in one of the ReadOnly or WriteOnly modes"));
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QVERIFY(refuses(QIODevice::WriteOnly, "device already open"));
+    }
+
     void givesBackWhatFollows()
     {
         // With a buffer as long as the file the byte behind the input is behind the buffer too.

@@ -123,6 +123,12 @@ private Q_SLOTS:
                 QVERIFY(!forgetful.commit());
             }
             QCOMPARE(filesIn(folder.path()), QStringList(compress ? "t.gz" : "t"));
+            for (const char* name : {"d", "e.gz"}) { // folders are no files
+                QVERIFY(QDir(folder.path()).mkdir(name));
+                const TableDataStreamRead unread(folder.filePath(QString(name).left(1)));
+                QVERIFY(!unread.errorString().isEmpty());
+                QVERIFY(QDir(folder.path()).rmdir(name));
+            }
             // Nothing written is an empty file, in either kind.
             TableDataStreamWrite empty(path);
             QVERIFY(empty.commit() && empty.commit());

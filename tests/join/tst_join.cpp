@@ -232,6 +232,53 @@ private Q_SLOTS:
         QCOMPARE(value, 8);
     }
 
+    // A view that reads no joined column hears of them all the same when somebody observes it.
+    void observedViews()
+    {
+        struct : IndexObserver
+        {
+            void indexChanged(const IndexList&, const IndexChange& change) override
+            {
+                changed += change.changedCount;
+            }
+            void indexReset(const IndexList&) override {}
+            int changed = 0;
+        } observer;
+        Keyed main("M", {"A"});
+        Keyed quotes("Q", {"A", "v"});
+        const Record quote = quotes.put({1, 5});
+        main.put({1});
+        const LiveJoin join(&main, &quotes, {"v"});
+        SortedView view(&main, QStringList("A"));
+        view.addObserver(&observer);
+        RecordsTrans changes(&quotes);
+        RecordUpdater(changes, quote).data(1) = 6;
+        changes.execute();
+        QCOMPARE(observer.changed, 1);
+        view.removeObserver(&observer);
+    }
+
+    // Keys of which one alone is a text are equal when their texts are, equal numbers or not.
+    void textsForNumbers()
+    {
+        Table main("M");
+        Table quotes("Q");
+        main.addColumn("A", FieldType::VarChar, 8);
+        quotes.addColumn("A", FieldType::Decimal, 2);
+        quotes.addColumn("v", FieldType::Integer);
+        for (Table* table : {&main, &quotes})
+            table->setMasterIndex(new MasterIndex_Column_Pure(table, QString("A")));
+        const QStringList texts{"1.5", "1.50", "1.500", "01.5"};
+        for (int i = 0; i < texts.size(); ++i) {
+            main.appendList({row(main, texts[i])});
+            if (i < 3)
+                quotes.appendList({row(quotes, texts[i], i)});
+        }
+        const LiveJoin join(&main, &quotes, {"v"});
+        for (int i = 0; i < main.rowCount(); ++i)
+            QCOMPARE(cell(main.at(i), 1), texts.mid(0, 3).indexOf(main.at(i).data(0).toString()));
+    }
+
     void lockOrder()
     {
         Keyed main("M", {"A"});

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "support/numberoracle.h"
+#include "support/decimaloracle.h"
 #include "support/outcome.h"
-#include "value/decimal.h"
-#include "value/xdecimal.h"
 
 #include <QDataStream>
 #include <QLocale>
@@ -19,32 +17,11 @@ namespace {
 constexpr qint64 end56 = qint64(1) << 56;
 constexpr quint64 maximum64 = std::numeric_limits<quint64>::max();
 
-Number numberOf(decimal value)
-{
-    return {Big(value.mantissa()), value.scale()};
-}
-
-// By its bytes as one integer of base 100.
-Number numberOf(const xdecimal& value)
-{
-    const auto* bytes = static_cast<const quint8*>(value.data());
-    Big n = 0;
-    for (unsigned int i = 0; i < BCDIISIZE(value.type()); ++i)
-        n = n * 100 + (i ? bytes[2 + i] : bytes[2] & 127);
-    n /= value.type() & 1 ? 10 : 1;
-    return {bytes[2] & 128 ? Big(-n) : n, value.scale()};
-}
-
 // Whether the byte that an even scale leaves unused is 0, so that equal numbers are saved as equal
 // bytes.
 bool isPadded(const xdecimal& value)
 {
     return value.type() & 1 || static_cast<const quint8*>(value.data())[15] == 0;
-}
-
-bool same(const Number& a, const Number& b)
-{
-    return a.n == b.n && a.scale == b.scale;
 }
 
 // The largest scale from `highest` down at which the number, rounded half away from zero, fits.

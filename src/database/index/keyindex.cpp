@@ -7,6 +7,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace {
@@ -47,7 +48,14 @@ Table* KeyIndex::table() const
 
 void KeyIndex::reset()
 {
-    std::vector<Slot>(2).swap(places);
+    try {
+        std::vector<Slot>(2).swap(places);
+    } catch (const std::bad_alloc&) {
+        if (places.empty())
+            throw;
+        places.erase(places.begin() + 2, places.end());
+        places[0].row = places[1].row = Record();
+    }
     mask = 1;
     shift = 63;
     used = 0;
@@ -127,10 +135,21 @@ void KeyIndex::build()
     const MasterIndex* master = viewed ? viewed->masterIndex() : nullptr;
     if (!master)
         return;
+    isDamaged = true; // until all is done
     grow(static_cast<size_t>(master->count()));
     for (const Record& record : *master)
-        if (KeyIndex::filter(record))
+        if (isNumbered(record))
             insert(record);
+    isDamaged = false;
+}
+
+bool KeyIndex::heal()
+{
+    if (!isDamaged)
+        return false;
+    KeyIndex::clear();
+    KeyIndex::build();
+    return true;
 }
 
 bool KeyIndex::touches(int firstColumn, int lastColumn) const noexcept
@@ -145,14 +164,20 @@ qint64 KeyIndex::keyOf(const Record& record) const
                                               : cell.toInteger64();
 }
 
-bool KeyIndex::filter(const Record& record) const
+bool KeyIndex::isNumbered(const Record& record) const
 {
     return !record.data(column).isNull();
 }
 
+// While damaged it wants to hear of any row.
+bool KeyIndex::filter(const Record& record) const
+{
+    return isDamaged || isNumbered(record);
+}
+
 bool KeyIndex::contains(const Record& record) const
 {
-    if (record.isNull() || record.table() != viewed.data() || !filter(record))
+    if (record.isNull() || record.table() != viewed.data() || !isNumbered(record))
         return false;
     for (size_t i = home(keyOf(record)); !places[i].row.isNull(); i = (i + 1) & mask)
         if (places[i].row == record)
@@ -162,19 +187,17 @@ bool KeyIndex::contains(const Record& record) const
 
 void KeyIndex::add(const Record& record)
 {
-    if (!filter(record))
+    if (heal() || !isNumbered(record))
         return;
-    try {
-        insert(record);
-    } catch (...) {
-        isDamaged = true;
-        throw;
-    }
+    isDamaged = true;
+    insert(record);
+    isDamaged = false;
 }
 
 void KeyIndex::remove(const Record& record, int)
 {
-    if (filter(record))
+    heal();
+    if (isNumbered(record))
         takeRow(keyOf(record), record);
 }
 
@@ -184,7 +207,7 @@ void KeyIndex::preprocess(const QList<Record>& removed, const QList<Record>& upd
 {
     leaving.clear();
     const auto note = [this](const Record& record) {
-        if (filter(record))
+        if (isNumbered(record))
             leaving.push_back({keyOf(record), record});
     };
     std::for_each(removed.cbegin(), removed.cend(), note);
@@ -197,17 +220,16 @@ void KeyIndex::process(const QList<Record>& removed, const QList<Record>& update
                        int lastColumn, const QList<Record>& inserted)
 {
     restartTimer();
-    if (isDamaged) {
-        KeyIndex::clear();
-        build();
+    if (heal()) {
         addElapsed();
         return;
     }
+    isDamaged = true; // until all is done
     for (const Slot& slot : leaving)
         takeRow(slot.key, slot.row);
     leaving.clear();
     const auto put = [this](const Record& record) {
-        if (filter(record))
+        if (isNumbered(record))
             insert(record);
     };
     // An update may also bring a row in.
@@ -220,6 +242,7 @@ void KeyIndex::process(const QList<Record>& removed, const QList<Record>& update
                 put(record);
     }
     std::for_each(inserted.cbegin(), inserted.cend(), put);
+    isDamaged = false;
     addElapsed();
 }
 

@@ -76,11 +76,13 @@ private:
     }
     bool touches(int firstColumn, int lastColumn) const noexcept;
     qint64 keyOf(const Record& record) const;
+    bool isNumbered(const Record& record) const;
     void insert(const Record& record);
     void take(size_t slot) noexcept;
     void takeRow(qint64 key, const Record& row) noexcept;
     void grow(size_t rows);
     void reset();
+    bool heal();
 
     QPointer<Table> viewed;
     const int column;

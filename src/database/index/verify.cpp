@@ -113,8 +113,8 @@ QString KeyIndex::verify() const
     size_t numbered = 0;
     if (const MasterIndex* master = viewed ? viewed->masterIndex() : nullptr)
         for (const Record& record : *master) {
-            numbered += KeyIndex::filter(record);
-            if (KeyIndex::filter(record) && !contains(record))
+            numbered += isNumbered(record);
+            if (isNumbered(record) && !contains(record))
                 return QStringLiteral("a row is missing");
         }
     return numbered == used ? QString() : QStringLiteral("it holds a row that is not the table's");
