@@ -46,7 +46,6 @@ private Q_SLOTS:
     void damagedFilesAreKept();
     void opensWithWords();
     void processesAndThreadsShareAFile();
-    void fullDisk();
     void everyOrderOfDeaths();
     void layers();
     void workplaces();
@@ -300,28 +299,6 @@ void tst_Settings::processesAndThreadsShareAFile()
     QVERIFY(file.setFileTime(later, QFileDevice::FileModificationTime));
     Settings(QFileInfo(path)).setValue("k", 1);
     QCOMPARE(QFileInfo(path).lastModified(), later.addMSecs(1));
-}
-
-// LIVETABLE_FULL_DISK: see scripts/full-disk.sh.
-void tst_Settings::fullDisk()
-{
-    const QString place = qEnvironmentVariable("LIVETABLE_FULL_DISK");
-    if (place.isEmpty())
-        QSKIP("needs a small file system");
-    for (const QByteArray& old : {QByteArray("{\"k\":\"1\"}"), QByteArray(100000, '[')}) {
-        const QString path = place + "/s.json";
-        putContent(path, old);
-        Settings settings{QFileInfo(path)};
-        settings.setValue("large", QString(400000, 'x'));
-        settings.sync();
-        QVERIFY(settings.status() != QSettings::NoError);
-        QCOMPARE(contentOf(path), old);
-        settings.remove("large");
-        settings.setValue("k", 2);
-        settings.sync();
-        QCOMPARE(compact(contentOf(path)), QByteArray("{\"k\":\"2\"}"));
-    }
-    QCOMPARE(contentOf(place + "/s.json.damaged-1").size(), 100000);
 }
 
 // A copy and another over one file, each with a change not yet written, and settings in memory.
