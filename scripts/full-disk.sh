@@ -3,8 +3,7 @@
 # Runs the test of a full disk on a small file system of its own; needs the right to mount one (or
 # unprivileged user namespaces).
 #
-#     full-disk.sh TEST     the program tst_saving in the build's tests/io or tst_settings in its
-#                           tests/settings
+#     full-disk.sh TEST     the program tst_saving in the build's tests/io
 set -eu
 program=$(realpath "$1")
 place=$(mktemp -d)
