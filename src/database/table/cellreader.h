@@ -14,44 +14,19 @@
 #include <type_traits>
 
 namespace LiveTable {
-/// The type of cells that are read as T, and how that is done.
+/// The type of the cells that a CellReader reads as T; undefined where there is none.
 template <typename T>
-struct CellType;
-template <>
-struct CellType<qint32>
+constexpr FieldType::Type cellTypeOf() noexcept
 {
-    static constexpr FieldType::Type type = FieldType::Integer;
-};
-template <>
-struct CellType<qint64>
-{
-    static constexpr FieldType::Type type = FieldType::Integer64;
-};
-template <>
-struct CellType<double>
-{
-    static constexpr FieldType::Type type = FieldType::Double;
-};
-template <>
-struct CellType<decimal>
-{
-    static constexpr FieldType::Type type = FieldType::Decimal;
-};
-template <>
-struct CellType<xdecimal>
-{
-    static constexpr FieldType::Type type = FieldType::XDecimal;
-};
-template <>
-struct CellType<datetime>
-{
-    static constexpr FieldType::Type type = FieldType::DateTime;
-};
-template <>
-struct CellType<QStringView>
-{
-    static constexpr FieldType::Type type = FieldType::VarChar;
-};
+    return std::is_same_v<T, qint32>        ? FieldType::Integer
+           : std::is_same_v<T, qint64>      ? FieldType::Integer64
+           : std::is_same_v<T, double>      ? FieldType::Double
+           : std::is_same_v<T, decimal>     ? FieldType::Decimal
+           : std::is_same_v<T, xdecimal>    ? FieldType::XDecimal
+           : std::is_same_v<T, datetime>    ? FieldType::DateTime
+           : std::is_same_v<T, QStringView> ? FieldType::VarChar
+                                            : FieldType::Undefined;
+}
 } // namespace LiveTable
 
 /// Reads one column's cells as values of one C++ type, in a few instructions: type and place are
@@ -71,6 +46,8 @@ struct CellType<QStringView>
 template <typename T>
 class CellReader
 {
+    static_assert(LiveTable::cellTypeOf<T>() != FieldType::Undefined, "no cell is read as this");
+
 public:
     /// Throws the QString "Column '%1' not found." for a number or name (compared exactly) that
     /// the table does not have, and "Incorrect type of field." for a column of another type.
@@ -127,7 +104,7 @@ private:
     {
         if (!def)
             throw QStringLiteral("Column '%1' not found.").arg(column);
-        if (def->type != LiveTable::CellType<T>::type)
+        if (def->type != LiveTable::cellTypeOf<T>())
             throw QStringLiteral("Incorrect type of field.");
     }
 
