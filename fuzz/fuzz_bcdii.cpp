@@ -2,25 +2,16 @@
 // Packed decimals made of the input's bytes, against integers of any size: which bytes are a number
 // at all, its text, and operations on two of them.
 #include "require.h"
+#include "source.h"
 #include "support/bcdiioracle.h"
 
 using namespace Oracle;
 
 namespace {
 
-/// Makes operands of the bytes, of zeros when they are used up.
-struct Source
+/// Makes operands of the bytes.
+struct Source : ByteSource
 {
-    const unsigned char* at;
-    size_t left;
-
-    int below(int end)
-    {
-        if (left == 0)
-            return 0;
-        --left;
-        return *at++ % end;
-    }
     unsigned int type() { return BCDIITYPE(1 + below(63), below(125) - 62); }
     Buffer number()
     {

@@ -4,6 +4,7 @@
 #include "require.h"
 #include "settings/qjson.h"
 #include "settings/qtjsonsettings.h"
+#include "source.h"
 #include "value/decimal.h"
 
 #include <QBuffer>
@@ -13,19 +14,9 @@
 
 namespace {
 
-/// Makes values of the bytes, of zeros when they are used up.
-struct Source
+/// Makes values of the bytes.
+struct Source : ByteSource
 {
-    const unsigned char* at;
-    size_t left;
-
-    int below(int end)
-    {
-        if (left == 0)
-            return 0;
-        --left;
-        return *at++ % end;
-    }
     int number() { return below(256) << 23 | below(256) << 8 | below(256); }
     QString text()
     {
