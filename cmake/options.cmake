@@ -9,6 +9,10 @@ if(LIVETABLE_WARNINGS)
   target_compile_options(
     livetable_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion
                                 -Wnon-virtual-dtor -Woverloaded-virtual -Wundef -Werror)
+  if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # g++ takes the sources that are compiled together for headers.
+    target_compile_options(livetable_options INTERFACE -Wno-subobject-linkage)
+  endif()
 endif()
 if(LIVETABLE_SANITIZE)
   target_compile_options(

@@ -82,13 +82,6 @@ inline void writeDigits(char* end, quint64 n, int count)
 
 // --- reading -------------------------------------------------------------------------------------
 
-enum class Outcome
-{
-    Read,
-    Refused,
-    BadExponent
-};
-
 template <typename Char>
 quint64 accumulate(quint64 n, const Char* p, const Char* end)
 {
@@ -122,22 +115,22 @@ inline bool readShort(const Char* p, const Char* end, decimal* value)
 
 // Reads every other number, of any length.
 template <typename Char>
-Outcome readLong(NumberParts<Char> parts, decimal* value)
+NumberOutcome readLong(NumberParts<Char> parts, decimal* value)
 {
     constexpr int farExponent = 1000;
     const int exponent = exponentOf(parts, farExponent);
     while (parts.integer != parts.integerEnd && *parts.integer == Char('0'))
         ++parts.integer;
     if (parts.integerSize() > 19)
-        return Outcome::Refused;
+        return NumberOutcome::Refused;
     quint64 mantissa = accumulate<Char>(0, parts.integer, parts.integerEnd);
     if (mantissa > (quint64(1) << 63) - !parts.negative)
-        return Outcome::Refused;
+        return NumberOutcome::Refused;
 
     const quint64 largest = mantissaLimit - !parts.negative;
     int scale = -exponent;
     if (scale > decimal::maximumScale)
-        return Outcome::BadExponent;
+        return NumberOutcome::BadExponent;
     if (mantissa > largest) {
         for (; mantissa > largest; --scale)
             mantissa /= 10;
@@ -151,22 +144,22 @@ Outcome readLong(NumberParts<Char> parts, decimal* value)
         ++parts.fraction;
     }
     if (scale < -decimal::maximumScale)
-        return Outcome::BadExponent;
+        return NumberOutcome::BadExponent;
     *value = decimal::fromMantissa(withSign(mantissa, parts.negative), scale);
-    return Outcome::Read;
+    return NumberOutcome::Read;
 }
 
 template <typename Char>
-Outcome read(const Char* begin, const Char* end, NumberParts<Char>* parts, decimal* value)
+NumberOutcome read(const Char* begin, const Char* end, NumberParts<Char>* parts, decimal* value)
 {
     if (readShort(begin, end, value))
-        return Outcome::Read;
+        return NumberOutcome::Read;
     if (!splitNumber(begin, end, Char('.'), BarePoint::Allowed, AsciiDigit(), parts))
-        return Outcome::Refused;
+        return NumberOutcome::Refused;
     return readLong(*parts, value);
 }
 
-Outcome read(QStringView text, NumberParts<char16_t>* parts, decimal* value)
+NumberOutcome read(QStringView text, NumberParts<char16_t>* parts, decimal* value)
 {
     const auto* begin = reinterpret_cast<const char16_t*>(text.utf16());
     return read(begin, begin + text.size(), parts, value);
@@ -177,11 +170,11 @@ decimal readOrThrow(QStringView text)
     NumberParts<char16_t> parts;
     decimal value;
     switch (read(text, &parts, &value)) {
-    case Outcome::Read:
+    case NumberOutcome::Read:
         break;
-    case Outcome::Refused:
+    case NumberOutcome::Refused:
         throw QObject::tr("Невозможно создать decimal по строке '%1'").arg(text);
-    case Outcome::BadExponent:
+    case NumberOutcome::BadExponent:
         throw QObject::tr("Невозможно создать decimal по строке '%1' (%2)")
             .arg(text, QStringView(parts.exponent, parts.exponentEnd));
     }
@@ -284,13 +277,13 @@ decimal decimal::fromString(const QString& text)
 bool decimal::tryParse(QStringView text, decimal* value) noexcept
 {
     NumberParts<char16_t> parts;
-    return read(text, &parts, value) == Outcome::Read;
+    return read(text, &parts, value) == NumberOutcome::Read;
 }
 
 bool decimal::tryParse(const char* text, int length, decimal* value) noexcept
 {
     NumberParts<char> parts;
-    return read(text, text + length, &parts, value) == Outcome::Read;
+    return read(text, text + length, &parts, value) == NumberOutcome::Read;
 }
 
 decimal decimal::fromLocaleString(const QString& text, const QLocale& locale, int scale)

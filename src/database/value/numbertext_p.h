@@ -33,6 +33,15 @@ enum class BarePoint
     Refused
 };
 
+/// How the reading of a number's text ended: a text that is none, or a number out of range, is
+/// refused.
+enum class NumberOutcome
+{
+    Read,
+    Refused,
+    BadExponent
+};
+
 struct AsciiDigit
 {
     template <typename Char>

@@ -135,24 +135,17 @@ struct Digits
     }
 };
 
-enum class Outcome
-{
-    Read,
-    Refused,
-    BadExponent
-};
-
-Outcome read(const QString& text, BarePoint barePoint, NumberParts<char16_t>* parts,
-             xdecimal* value)
+NumberOutcome read(const QString& text, BarePoint barePoint, NumberParts<char16_t>* parts,
+                   xdecimal* value)
 {
     const auto* begin = reinterpret_cast<const char16_t*>(text.utf16());
     if (!splitNumber(begin, begin + text.size(), u'.', barePoint, AsciiDigit(), parts))
-        return Outcome::Refused;
+        return NumberOutcome::Refused;
     constexpr int farExponent = 1000;
     const int exponent = parts->hasExponent() ? exponentOf(*parts, farExponent) : 0;
     const qptrdiff scale = (parts->fractionEnd - parts->fraction) - exponent;
     if (-exponent > xdecimal::maximumScale || scale < xdecimal::minimumScale)
-        return Outcome::BadExponent;
+        return NumberOutcome::BadExponent;
 
     const int highest = static_cast<int>(std::min<qptrdiff>(scale, xdecimal::maximumScale));
     const int lowest = std::min(highest, 0); // digits before the point are not rounded away
@@ -160,17 +153,17 @@ Outcome read(const QString& text, BarePoint barePoint, NumberParts<char16_t>* pa
     constexpr int farBelow = xdecimal::maximumScale + Digits::most + 1;
     if (digits.count == 0 || digits.scale > farBelow) {
         *value = Packed(highest).value();
-        return Outcome::Read;
+        return NumberOutcome::Read;
     }
     if (digits.scale < lowest) // more digits than fit stand in front of this place
-        return Outcome::Refused;
+        return NumberOutcome::Refused;
     const unsigned int digitsType = BCDIITYPE(digits.count, static_cast<int>(digits.scale));
     Packed packed(highest);
     const bool done = packed.fill(highest, lowest, [&](void* out, unsigned int type) {
         return BCDIICopy(out, type, digits.bytes, digitsType, BCDII_ROUND_HALF_UP);
     });
     *value = packed.value();
-    return done ? Outcome::Read : Outcome::Refused;
+    return done ? NumberOutcome::Read : NumberOutcome::Refused;
 }
 
 xdecimal readOrThrow(const QString& text, const QString& shown, BarePoint barePoint)
@@ -178,11 +171,11 @@ xdecimal readOrThrow(const QString& text, const QString& shown, BarePoint barePo
     NumberParts<char16_t> parts;
     xdecimal value;
     switch (read(text, barePoint, &parts, &value)) {
-    case Outcome::Read:
+    case NumberOutcome::Read:
         break;
-    case Outcome::Refused:
+    case NumberOutcome::Refused:
         throw QObject::tr("Невозможно создать xdecimal по строке '%1'").arg(shown);
-    case Outcome::BadExponent:
+    case NumberOutcome::BadExponent:
         throw QObject::tr("Невозможно создать xdecimal по строке '%1' (%2)")
             .arg(shown, QStringView(parts.exponent, parts.exponentEnd));
     }
@@ -367,7 +360,7 @@ xdecimal xdecimal::fromAnyString(const QString& text, bool* ok)
 {
     NumberParts<char16_t> parts;
     xdecimal value;
-    bool done = read(text, BarePoint::Refused, &parts, &value) == Outcome::Read;
+    bool done = read(text, BarePoint::Refused, &parts, &value) == NumberOutcome::Read;
     if (!done) {
         try {
             value = fromSystemString(text);
