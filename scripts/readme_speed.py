@@ -14,7 +14,7 @@ README = os.path.join(ROOT, "README.md")
 LINES = (
     ("W1", "load", "Load a million rows and build four sorted views"),
     ("W2", "rate", "Change one row, three of the four views move it"),
-    ("W2", "p99", "The same: 99 of 100 changes take less than"),
+    ("W2", "p99", "The same: 99 % of these changes take less than"),
     ("IO", "load", "Read a million rows from a file"),
     ("pricing", "implied", "Implied volatility of an option, one thread"),
 )

@@ -9,8 +9,8 @@
 /// ends the operation as its header tells.
 ///
 ///     struct Recent : FilterProgress {
-///         bool operator()(int done, int total) override { bar->setValue(done, total); return true;
-///         } bool filter(const Record& r) const override { return r.data(day).toInteger() > 100; }
+///         bool operator()(int done, int total) override { return show(done, total); }
+///         bool filter(const Record& r) const override { return r.data(day).toInteger() > 100; }
 ///     };
 class LIVETABLE_EXPORT FilterProgress
 {
@@ -18,8 +18,8 @@ public:
     FilterProgress();
     virtual ~FilterProgress();
 
-    /// `done` of `total` records have been dealt with. The result is not looked at: this does not
-    /// cancel.
+    /// Before each record: `done` of `total` have been dealt with. The result is not looked at:
+    /// this does not cancel.
     virtual bool operator()(int done, int total) = 0;
     /// Whether the record is to be taken.
     virtual bool filter(const Record& record) const = 0;

@@ -23,8 +23,7 @@ class Table;
 /// and of calls outside a transaction by add(), remove() and update(). A transaction that an index
 /// raises while it is told is applied after the present one. In every call a position of -1 means
 /// that the position is not known, and `firstColumn` to `lastColumn` is the range of changed
-/// columns
-/// (-1: the first or the last column).
+/// columns (-1: the first or the last column).
 ///
 /// Ownership: an index owns no table; it is created, attached, detached and destroyed by its owner,
 /// before or after the table. Threads: calls come on the thread that applies the transaction, one

@@ -10,11 +10,12 @@ class MasterIndex;
 ///
 /// It is attached by its constructor under the name "IndexLimit", by which the table finds it; a
 /// table has one. It counts its own records, so build() it when rows exist. Single-row calls are
-/// not trimmed, nor is one big insertion into an empty table. A record that the same transaction
-/// updates is spared, but counted, so the table may exceed its limit by as many. Cost of trimming:
-/// O(excess log n). The ready SortedLimit needs no subclass.
+/// not trimmed, and records that a transaction inserts are never dropped by it: after a large one
+/// the table exceeds its limit until the next. A record that the same transaction updates is
+/// spared, but counted, so the table may exceed its limit by as many. Cost of trimming: O(excess
+/// log n). The ready SortedLimit needs no subclass.
 ///
-///     SortedLimit tape(10000, &trades, {{sequence}});   // keeps the newest 10000
+///     SortedLimit tape(10000, &trades, QStringList{"number"});   // keeps the newest 10000
 class LIVETABLE_EXPORT IndexLimit : public IndexSort
 {
 public:

@@ -179,7 +179,8 @@ public:
 
     /// Reads a table, replacing all rows of this one. Columns that both have are read, converted by
     /// value where their definitions differ; those of the file alone are added, with `addColumns`,
-    /// or left out; those of this table alone keep the cells of new rows. `convertors` overrules
+    /// or left out; those of this table alone keep the cells of new rows. `convertors`, which only
+    /// the forms with a stream take, overrules
     /// that. Without `readRows` only the columns are read, and the table is empty after it.
     /// progress(row, rows) is called before each row, also before those that filter() drops.
     void read(FilterProgress& progress, QDataStream& stream, bool addColumns,

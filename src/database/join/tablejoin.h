@@ -98,8 +98,8 @@ private:
 /// that changes nothing notifies nobody. Joined cells that a caller writes are put back. A table
 /// may be the main of one join and a dependent of others, also in a circle.
 ///
-/// Where no index of the main table would act on that transaction, as all are SortedViews and joins
-/// that read none of its columns, the cells are written without one.
+/// If every index of the main table is a SortedView or a join that reads none of the joined
+/// columns, the cells are written directly, without a transaction: nobody would act on it.
 ///
 /// In the lists of the transaction (Index::preprocess) only the columns of its range hold content,
 /// and one row of contents may stand for many updated rows.

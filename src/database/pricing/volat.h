@@ -58,7 +58,7 @@ struct VolatInputParams
     double curveSkewScale = 0; ///< how quickly the skew term levels off; 0 never, a straight line
     double curveShift = 0;     ///< where the centre lies, in ln(K / S)
     double curveVolatMin = 0;  ///< the curve's volatility is never below this, percent
-    double curveVolatMax = 0;  ///< nor above this, percent
+    double curveVolatMax = 0;  ///< nor above this, percent: set it whenever the curve is used
 };
 
 /// A full set of results. An aggregate of seven doubles in this order.

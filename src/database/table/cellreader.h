@@ -46,7 +46,8 @@ constexpr FieldType::Type cellTypeOf() noexcept
 template <typename T>
 class CellReader
 {
-    static_assert(LiveTable::cellTypeOf<T>() != FieldType::Undefined, "no cell is read as this");
+    static_assert(LiveTable::cellTypeOf<T>() != FieldType::Undefined,
+                  "no column is read as this type; a VarChar is read as QStringView");
 
 public:
     /// Throws the QString "Column '%1' not found." for a number or name (compared exactly) that

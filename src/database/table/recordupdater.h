@@ -36,7 +36,7 @@ public:
     Field data(const QString& column);
     /// The cell as it will be: the pending content, else the live row's.
     Field constData(int column) const;
-    /// Makes the cell NULL, as part of the transaction.
+    /// Makes the cell NULL, as part of the transaction; by name: data(name).setNull().
     void setNull(int column);
     /// Whether a written cell now differs from what constData() gave at the start.
     bool isChanged() const;

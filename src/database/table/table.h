@@ -82,8 +82,9 @@ public:
     void addColumn(const QString& name, const FieldDef& def, bool nullable = true,
                    const QString& title = QString(), bool flag = true,
                    const QString& description = QString());
-    /// `length`: characters of a VarChar, digits after the point of a Decimal or XDecimal; else
-    /// unused.
+    /// `length`: the most characters of a VarChar, longer texts are cut; the digits after the point
+    /// that an integer or double is brought to in a Decimal or XDecimal, while a decimal or a text
+    /// keeps its own; else unused.
     void addColumn(const QString& name, FieldType::Type type, int length = 0, bool nullable = true,
                    const QString& title = QString(), bool flag = true,
                    const QString& description = QString());

@@ -55,13 +55,17 @@ inline constexpr bool isPlainInteger =
 ///
 /// Layout of the word: bits 0-55 hold the low bits of the mantissa in two's complement, bits 56-62
 /// the scale (signed, -64 to 63), bit 63 the sign of the mantissa. Every word is a valid decimal.
-/// The mantissa lies in -2^56 .. 2^56 - 1, so that every number of 16 digits is exact. A result
+/// The mantissa lies in -2^56 .. 2^56 - 1, so that every number of 16 digits is exact (its text is
+/// up to a mantissa of 2^53, see toString()). A result
 /// with more digits than that lowers its scale, as each function says; it never wraps.
+///
+/// It adds, subtracts and compares; to multiply or divide go through toXDecimal().
 ///
 /// The scale is kept, not normalised: 1.5 and 1.50 are two words of one value. All comparisons and
 /// qHash go by value; raw() tells the words apart.
 ///
-/// **Errors** are thrown as `QString`, in the user's language where the host has a translation:
+/// **Errors** are thrown as `QString`, through QObject::tr(), so in the language that the host
+/// translates them to, else as they stand here:
 /// "Невозможно создать decimal по строке '%1'" for a text, the same with " (%2)" for an exponent
 /// out of range, "decimal:overflow" for a number out of range, "Error in input local string '%1'"
 /// for a text that the locale does not read. Nothing else is thrown; `noexcept` functions throw
