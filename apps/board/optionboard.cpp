@@ -305,7 +305,7 @@ void OptionBoard::setFollowing(bool isFollowing)
 void OptionBoard::setFrozen(bool isFrozen)
 {
     frozen = isFrozen;
-    strip->setState(frozen ? tr("Rows held") : QString());
+    strip->setState(frozen ? tr("Frozen") : QString());
     if (rows)
         frozen ? rows->freeze() : rows->thaw();
 }

@@ -217,7 +217,7 @@ void QuotesPane::focusFilter()
 void QuotesPane::setFrozen(bool isFrozen)
 {
     frozen = isFrozen;
-    strip->setState(frozen ? tr("Rows held") : QString());
+    strip->setState(frozen ? tr("Frozen") : QString());
     if (rows)
         frozen ? rows->freeze() : rows->thaw();
 }

@@ -98,7 +98,7 @@ void TapePane::setMarket(Market* shown)
 void TapePane::setFrozen(bool isFrozen)
 {
     frozen = isFrozen;
-    strip->setState(frozen ? tr("Rows held") : QString());
+    strip->setState(frozen ? tr("Frozen") : QString());
     if (rows)
         frozen ? rows->freeze() : rows->thaw();
 }

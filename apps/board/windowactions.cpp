@@ -138,7 +138,7 @@ void MainWindow::buildViewMenu()
     QMenu* menu = menuBar()->addMenu(tr("&View"));
     freeze = add(menu, tr("Free&ze"), Qt::Key_F6, [] {});
     freeze->setCheckable(true);
-    freeze->setToolTip(tr("Hold all rows where they are (F6)"));
+    freeze->setToolTip(tr("Hold all tables as they are (F6)"));
     connect(freeze, &QAction::toggled, this, &MainWindow::setFrozen);
     follow = add(menu, tr("Follow the &money"), Qt::Key_F9, [] {});
     follow->setCheckable(true);

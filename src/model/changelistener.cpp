@@ -8,6 +8,41 @@
 
 using LiveTable::columnBits;
 
+// --- frozen rows ---
+
+void FrozenRows::take(std::vector<Record> shown)
+{
+    rows = std::move(shown);
+    takenMs = QDateTime::currentMSecsSinceEpoch();
+}
+
+void FrozenRows::clear()
+{
+    takenMs = notTaken;
+    rows = {};
+    copies.clear();
+}
+
+void FrozenRows::keep(const Record& row)
+{
+    try {
+        const auto [copy, isNew] = copies.try_emplace(row.row());
+        if (isNew)
+            copy->second = row.clone();
+    } catch (const std::bad_alloc&) {
+        copies.erase(row.row());
+    }
+}
+
+const Record& FrozenRows::at(int row) const
+{
+    if (row < 0 || static_cast<size_t>(row) >= rows.size())
+        return Record::null;
+    const Record& record = rows[static_cast<size_t>(row)];
+    const auto copy = copies.find(record.row());
+    return copy == copies.end() ? record : copy->second;
+}
+
 // --- the listener ---
 
 void ChangeListener::attach(IndexList* index)
@@ -91,8 +126,11 @@ void ChangeListener::preprocess(const QList<Record>&, const QList<Record>& updat
     if (!source)
         return;
     const int n = std::min(updated.size(), changes.size());
-    for (int i = 0; i < n; ++i)
+    for (int i = 0; i < n; ++i) {
         note(updated.at(i), changes.at(i), firstColumn, lastColumn);
+        if (frozen.isTaken())
+            frozen.keep(updated.at(i));
+    }
     if (n > 1)
         uniteTwice();
     // With fewer rows coming in than this an index does not sort itself anew.
@@ -182,10 +220,11 @@ void Highlights::add(const Record& record, LiveTable::ColumnSet columns, int col
     order.emplace_back(now, record);
 }
 
-QVariant Highlights::at(const Record& record, int column) const
+QVariant Highlights::at(const Record& record, int column, qint64 until) const
 {
     const Highlight cell = rows.value(record).value(column);
-    if (!cell.changedMs || cell.changedMs + timeMs < QDateTime::currentMSecsSinceEpoch())
+    if (!cell.changedMs || cell.changedMs >= until ||
+        cell.changedMs + timeMs < QDateTime::currentMSecsSinceEpoch())
         return QVariant();
     return QVariant::fromValue(cell);
 }

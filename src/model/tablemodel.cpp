@@ -156,17 +156,18 @@ QVariant TableModel::data(const QModelIndex& index, int role) const
         const bool isRight = table && isNumber(table->columnType(d->columns.at(index.column())));
         return int((isRight ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter);
     }
-    const Record& record = d->recordAt(index.row());
-    const Field cell = record.data(d->columns.at(index.column()));
+    const Record& content = d->contentAt(index.row());
+    const Field cell = content.data(d->columns.at(index.column()));
     switch (role) {
     case RecordRole:
-        return QVariant::fromValue(record);
+        return QVariant::fromValue(d->recordAt(index.row()));
     case HighlightRole:
-        return d->highlights.at(record, index.column());
+        return d->highlights.at(d->recordAt(index.row()), index.column(),
+                                d->listener.frozen.time());
     case Qt::DisplayRole:
-        return record.isNull() ? QVariant() : cell.isNull() ? QString() : cell.toSystemString();
+        return content.isNull() ? QVariant() : cell.isNull() ? QString() : cell.toSystemString();
     case Qt::EditRole:
-        return record.isNull() ? QVariant() : cell.isNull() ? QString() : cell.toString();
+        return content.isNull() ? QVariant() : cell.isNull() ? QString() : cell.toString();
     case SortRole:
         return sortValue(cell);
     case ValueRole:
@@ -248,15 +249,12 @@ int TableModel::flushInterval() const
 
 void TableModel::freeze()
 {
-    const TableLockScope lock(d->table);
-    d->isFrozen = true;
+    d->freeze();
 }
 
 void TableModel::thaw()
 {
-    const TableLockScope lock(d->table);
-    d->isFrozen = false;
-    d->flush();
+    d->thaw();
 }
 
 bool TableModel::isFrozen() const

@@ -40,9 +40,11 @@ class TableModelPrivate;
 ///
 /// **Batches.** With a flush interval or between freeze() and thaw() the rows stay as they were
 /// told last, whatever the index does meanwhile, and then one batch tells the difference: a row
-/// that came and went is not mentioned, a cell that changed often is mentioned once. Cells that are
-/// read in between show their newest values, rows whose record has left the index show none. A
-/// modelReset is not held back.
+/// that came and went is not mentioned, a cell that changed often is mentioned once. A frozen model
+/// shows its cells as they were at freeze(), also those of rows that have left the index; only a
+/// row that is written in place, without a transaction, or edited through the model shows what it
+/// is now. Under a flush interval cells that are read in between show their newest values, rows
+/// whose record has left the index none. A modelReset is not held back.
 ///
 /// **Ownership.** The model owns neither index nor table. Model, index and table may die in any
 /// order; without an index or a table it has no rows. Don't destroy any of them in a slot of the
@@ -59,7 +61,8 @@ class TableModelPrivate;
 /// **Cost.** A change costs the same at any number of rows, besides what the index itself takes; a
 /// batch costs O(changes), and each change noted for it O(sqrt(changes)). Only a transaction that
 /// updates or inserts at least half as many rows as the index has makes the model look at all of
-/// them. The model adds a listener of its own, of the class name "TableModel", to the table's
+/// them. freeze() costs O(rows), and a frozen model copies each row before its first change. The
+/// model adds a listener of its own, of the class name "TableModel", to the table's
 /// indexes and keeps it behind all others; without it (Table::setIndexes may throw it out)
 /// dataChanged tells whole transactions' column ranges, and mass changes are a modelReset.
 ///
@@ -136,7 +139,8 @@ public:
     /// default, tells each change at once. Negative counts as 0. Setting it tells what is waiting.
     void setFlushInterval(int milliseconds);
     int flushInterval() const;
-    /// Holds all signals but modelReset back until thaw(). Calls do not nest.
+    /// Holds all signals but modelReset back, and the cells as they are, until thaw(). Calls do not
+    /// nest. From a slot of the model's own signals: from the last of these signals on.
     void freeze();
     /// Tells what has changed meanwhile, in one batch, and goes on as before freeze().
     void thaw();

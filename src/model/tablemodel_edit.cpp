@@ -122,6 +122,7 @@ QString TableModelPrivate::write(const Record& record, int column, const QVarian
         row.commit();
         changes.execute();
     });
+    listener.frozen.release(record); // who has typed a value sees it
     return failure.isNull() ? failure
                             : QStringLiteral("An index of the table failed: %1").arg(failure);
 }

@@ -12,7 +12,9 @@
 
 #include <deque>
 #include <functional>
+#include <limits>
 #include <optional>
+#include <unordered_map>
 #include <utility>
 
 /// Takes the table's lock for a scope; nothing when the table is gone.
@@ -34,6 +36,31 @@ public:
 
 private:
     const QPointer<Table> table; // which a slot may have destroyed meanwhile
+};
+
+/// What a frozen model shows: the records of its rows, and of those that have changed since a copy
+/// of what they were.
+class FrozenRows
+{
+public:
+    bool isTaken() const { return takenMs != notTaken; }
+    /// When it was taken, in milliseconds since 1970; after all times when it was not.
+    qint64 time() const { return takenMs; }
+    void take(std::vector<Record> shown);
+    void clear();
+    /// Copies a row that is about to change. Without memory it shows its new values.
+    void keep(const Record& row);
+    /// Shows the newest values of a row again.
+    void release(const Record& row) { copies.erase(row.row()); }
+    /// What a row shows; a null record out of range.
+    const Record& at(int row) const;
+
+private:
+    static constexpr qint64 notTaken = std::numeric_limits<qint64>::max();
+
+    qint64 takenMs = notTaken;
+    std::vector<Record> rows;
+    std::unordered_map<const unsigned char*, Record> copies;
 };
 
 /// Hears of each transaction while the rows still hold their old values, which an observer of the
@@ -73,6 +100,8 @@ public:
     void forget();
     /// Called when the table has got a column.
     std::function<void()> onNewColumn;
+    /// Where rows are kept before they change, when it is taken.
+    FrozenRows frozen;
 
     void clear() override { forget(); }
     void build() override;
@@ -114,8 +143,8 @@ public:
     /// `known`: which way the values went; null if that is not known.
     void add(const Record& record, LiveTable::ColumnSet columns, int columnCount,
              const ChangeListener::Cells* known);
-    /// An invalid variant when the cell did not change lately.
-    QVariant at(const Record& record, int column) const;
+    /// An invalid variant when the cell did not change lately, or not before `until`.
+    QVariant at(const Record& record, int column, qint64 until) const;
 
 private:
     int timeMs = 0;
@@ -147,6 +176,10 @@ public:
     /// The present position in the index of a row as it was told; -1 if it has none.
     int position(int row) const;
     const Record& recordAt(int row) const;
+    /// The record whose cells a row shows: another one than its own while it is frozen.
+    const Record& contentAt(int row) const;
+    void freeze();
+    void thaw();
     /// The row that shows a record; -1 if none does.
     int rowOf(const Record& record) const;
     bool isPending() const { return isResetPending || !pending.isEmpty(); }
@@ -177,6 +210,7 @@ private:
     void take(const RowChange& change, int rowsBefore);
     void schedule();
     void resume();
+    void holdContent();
     void tell(const RowChange& change);
     void tellSteps(const RowChange& change);
     void tellLayout(const RowChange& change);

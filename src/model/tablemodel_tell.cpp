@@ -199,6 +199,40 @@ void TableModelPrivate::flush()
     }
 }
 
+// --- frozen rows ---
+
+void TableModelPrivate::freeze()
+{
+    const TableLockScope lock(table);
+    isFrozen = true;
+    holdContent();
+}
+
+void TableModelPrivate::thaw()
+{
+    const TableLockScope lock(table);
+    isFrozen = false;
+    listener.frozen.clear();
+    flush();
+}
+
+// In a slot it is done when the last signal is out.
+void TableModelPrivate::holdContent()
+{
+    if (!isFrozen || isTelling || listener.frozen.isTaken())
+        return;
+    std::vector<Record> shown;
+    shown.reserve(static_cast<size_t>(rows));
+    for (int row = 0; row < rows; ++row)
+        shown.push_back(recordAt(row));
+    listener.frozen.take(std::move(shown));
+}
+
+const Record& TableModelPrivate::contentAt(int row) const
+{
+    return listener.frozen.isTaken() ? listener.frozen.at(row) : recordAt(row);
+}
+
 // --- signals ---
 
 int TableModelPrivate::position(int row) const
@@ -228,36 +262,43 @@ int TableModelPrivate::rowOf(const Record& record) const
 
 void TableModelPrivate::reset()
 {
-    isTelling = isResetPending = true;
-    const auto told = qScopeGuard([this] { isTelling = false; });
-    q->beginResetModel();
-    pending.clear();
-    highlights.clear();
-    rows = index ? index->count() : 0;
-    if (hasAllColumns && table)
-        while (columns.size() < table->columnCount())
-            columns.append(columns.size());
-    isEditable.resize(columns.size());
-    listener.setColumns(columns);
-    isResetPending = false;
-    q->endResetModel();
+    {
+        isTelling = isResetPending = true;
+        const auto told = qScopeGuard([this] { isTelling = false; });
+        q->beginResetModel();
+        pending.clear();
+        listener.frozen.clear();
+        highlights.clear();
+        rows = index ? index->count() : 0;
+        if (hasAllColumns && table)
+            while (columns.size() < table->columnCount())
+                columns.append(columns.size());
+        isEditable.resize(columns.size());
+        listener.setColumns(columns);
+        isResetPending = false;
+        q->endResetModel();
+    }
+    holdContent();
 }
 
 void TableModelPrivate::tell(const RowChange& change)
 {
-    isTelling = true;
-    const auto told = qScopeGuard([this] { isTelling = isCrossing = false; });
-    const int steps = change.steps();
-    if (steps > 0) {
-        crossing.start(change, rows);
-        isCrossing = true;
-        if (steps > layoutThreshold)
-            tellLayout(change);
-        else
-            tellSteps(change);
-        isCrossing = false;
+    {
+        isTelling = true;
+        const auto told = qScopeGuard([this] { isTelling = isCrossing = false; });
+        const int steps = change.steps();
+        if (steps > 0) {
+            crossing.start(change, rows);
+            isCrossing = true;
+            if (steps > layoutThreshold)
+                tellLayout(change);
+            else
+                tellSteps(change);
+            isCrossing = false;
+        }
+        tellCells(change.changed);
     }
-    tellCells(change.changed);
+    holdContent();
 }
 
 void TableModelPrivate::tellSteps(const RowChange& change)
