@@ -88,10 +88,10 @@ public:
     explicit decimal(const QString& text);
     explicit decimal(const QStringRef& text);
 
-    /// fromMantissa(mantissa, scale); with one argument the integer itself. There is none for
-    /// doubles, which need a scale: fromDouble.
+    /// fromMantissa(mantissa, scale); with one argument the integer itself.
     template <typename Int, std::enable_if_t<LiveTable::isPlainInteger<Int>, int> = 0>
     explicit decimal(Int mantissa, int scale = 0);
+    /// Not there: a double needs a scale to be rounded to, see fromDouble.
     template <typename Real, std::enable_if_t<std::is_floating_point_v<Real>, int> = 0>
     explicit decimal(Real, int = 0) = delete;
 
@@ -134,11 +134,12 @@ public:
 
     /// The exact sum or difference at the larger of both scales. One with more digits than fit is
     /// rounded, half away from zero, at the largest scale at which it does; "decimal:overflow" when
-    /// it does not fit at scale -64. The operators are the same functions; -value is zero - value.
+    /// it does not fit at scale -64. The operators are the same functions.
     static decimal add(decimal a, decimal b);
     static decimal subtract(decimal a, decimal b);
     friend decimal operator+(decimal a, decimal b) { return add(a, b); }
     friend decimal operator-(decimal a, decimal b) { return subtract(a, b); }
+    /// Zero minus the value.
     decimal operator-() const { return subtract(compose(0, scale()), *this); }
     decimal& operator+=(decimal other) { return *this = add(*this, other); }
     decimal& operator-=(decimal other) { return *this = subtract(*this, other); }

@@ -57,7 +57,7 @@ public:
     /// fromDecimal(value).
     explicit xdecimal(decimal value) noexcept;
 
-    /// The integer, at scale 0. There is none for doubles, which need a scale: fromDouble.
+    /// The integer, at scale 0.
     template <typename Int, std::enable_if_t<LiveTable::isPlainInteger<Int>, int> = 0>
     explicit xdecimal(Int n) noexcept
     {
@@ -66,6 +66,7 @@ public:
         else
             setUnsigned(n);
     }
+    /// Not there: a double needs a scale to be rounded to, see fromDouble.
     template <typename Real, std::enable_if_t<std::is_floating_point_v<Real>, int> = 0>
     explicit xdecimal(Real) = delete;
 
@@ -111,6 +112,7 @@ public:
     friend LIVETABLE_EXPORT xdecimal operator+(const xdecimal& a, const xdecimal& b);
     friend LIVETABLE_EXPORT xdecimal operator-(const xdecimal& a, const xdecimal& b);
     friend LIVETABLE_EXPORT xdecimal operator*(const xdecimal& a, const xdecimal& b);
+    /// Zero minus the value.
     xdecimal operator-() const;
     xdecimal& operator+=(const xdecimal& other) { return *this = *this + other; }
     xdecimal& operator-=(const xdecimal& other) { return *this = *this - other; }
