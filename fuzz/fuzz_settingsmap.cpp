@@ -54,6 +54,8 @@ struct Source : ByteSource
             QVariantList list;
             for (int i = below(4); i > 0; --i)
                 list.append(value(depth + 1));
+            if (depth == 0 && list.value(0).userType() == QMetaType::QVariantMap)
+                list.prepend(0); // a list of maps is read as an array of Qt's
             return list;
         }
         }

@@ -93,7 +93,7 @@ void tst_Settings::valuesComeBack()
     add({QDateTime(time.date(), time.time(), QTimeZone("Europe/Moscow")), QChar(0x451), 0.1F});
     add({QUrl("http://a/b?c=d#e"), price, QVariant::fromValue(xdecimal(QString("1234567890.25")))});
     add({QStringList{"a, b", "", " ", "@x", "Ж"}, QStringList{half, mark + "b"}, QStringList{""}});
-    add({QStringList(), QVariantList(), QVariantMap(), nested, QVariantList{nested, nested}});
+    add({QStringList(), QVariantList(), QVariantMap(), nested, QVariantList{1, nested}});
     add({QVariantList{1, 2.5, "a", QVariantList{QVariantMap{{"b", 2}}}, false}});
     add({QVariantList{QByteArray("\xFF"), QVariant(), QRect(1, 2, 3, 4), time, price}});
     add({QVariantMap{{"a", QPoint(1, 2)}, {"", QByteArray("\0", 1)}}});
@@ -193,7 +193,8 @@ void tst_Settings::writtenForm()
     add({}, "{}");
     add({{"a/b", 5}, {"a/c", QString()}, {"t", true}, {"", 1}},
         R"j({"a":{"b":"5","c":""},"t":"true"})j");
-    add({{"g/m", QVariantMap{{"k", 1}}}}, R"j({"g":{"@Map_m":{"k":1}}})j");
+    add({{"g/m", QVariantMap{{"k", 1}}}, {"l", QVariantList{QVariantMap{{"k", 2}}}}},
+        R"j({"g":{"@Map_m":{"k":1}},"l":[{"k":2}]})j", 1);
     add({{"r/1/x", 1}, {"r/2/x", 2}, {"r/size", 2}},
         R"j({"r":{"1":{"x":"1"},"2":{"x":"2"},"size":"2"}})j");
     add({{"r/1/x", 1}, {"r/size", 2}}, R"j({"r":[{"x":"1"},null]})j");

@@ -195,11 +195,7 @@ bool isCarriedByJson(const QVariant& value)
 /// for it that is read as the same again.
 bool isKept(const QVariant& value)
 {
-    const bool isList = value.userType() == QMetaType::QVariantList;
-    const bool isObjects = isList && value.toList().value(0).userType() == QMetaType::QVariantMap;
-    if (isCarriedByJson(value) && !isObjects)
-        return true;
-    return !LiveTable::isStreamable(value) ||
+    return isCarriedByJson(value) || !LiveTable::isStreamable(value) ||
            !LiveTable::isSameVariant(LiveTable::variantFromBytes(LiveTable::variantToBytes(value)),
                                      value);
 }
