@@ -222,13 +222,13 @@ QVariant writtenValue(const QVariant& value)
 }
 
 /// The list that a group becomes by its key "size", or an invalid value. Files have it that way: a
-/// group of n entries, all there, stays an object, and becomes an array when one of them is missing
-/// and nothing else is there that would be lost.
+/// group of n entries, all there, stays an object, and becomes an array when one of them is
+/// missing; what else is there is lost.
 QVariant processWriteList(const QVariantMap& map, const QString& key, const QVariant& value)
 {
     bool isNumber = false;
     const int n = key == sizeKey ? value.toInt(&isNumber) : 0;
-    if (!isNumber || n < 1 || map.size() != n - 1)
+    if (!isNumber || n < 1 || n - 1 > map.size())
         return QVariant();
     QVariantList list;
     int counter = 1;

@@ -29,10 +29,11 @@ class QIODevice;
  * the last one counts.
  *
  * Some keys cannot be written, and a warning in the log names each: one that is also a group (the
- * group is kept), one in a group whose name starts with "@Map_", a "size" in a group with nothing
- * but the entries 1 to that size except one (these become a list without names), one of a list that
- * starts with a map (it is written as an array of objects, and read as an array of Qt's), one with
- * a part that starts with U+FEFF, and one with 500 parts or more.
+ * group is kept), one in a group whose name starts with "@Map_", a "size" in a group with all but
+ * one of the entries 1 to that size (these become a list without names, and what else the group
+ * holds is lost), one of a list that starts with a map (it is written as an array of objects, and
+ * read as an array of Qt's), one with a part that starts with U+FEFF, and one with 500 parts or
+ * more.
  *
  * Crashes and others: a file is replaced as a whole, and only after every byte is on the disk; when
  * that fails the old file stays, the change is kept in memory and QSettings::status() is
