@@ -137,6 +137,23 @@ void IndexSortWork::follow(const Place& place, SortKey key, const Hint* hint, in
         d->tellStayed(from, firstColumn, lastColumn);
 }
 
+// By a plain binary search that asks compare() alone: which rows it looks at decides whether a
+// record out of place is found all the same, and so whether update() warns.
+int IndexSortWork::positionByRows(const Record& record) const
+{
+    if (d->keys == IndexListPrivate::ArrivalNumbers)
+        return -1;
+    const int first = q->searchBinary(record, -1, IndexSort::Compare(q));
+    const auto end = q->end();
+    for (auto it = first < 0 ? end : q->begin() + first; it != end; ++it) {
+        if (*it == record)
+            return it.index();
+        if (q->compare(*it, record) != 0)
+            break;
+    }
+    return -1;
+}
+
 void IndexSortWork::update(const Record& record, int firstColumn, int lastColumn, int position)
 {
     if (d->needsResort)
@@ -150,15 +167,18 @@ void IndexSortWork::update(const Record& record, int firstColumn, int lastColumn
     Place place{0, 0, 0};
     if (position >= 0 && position < list.count()) {
         place = list.place(position);
-    } else if (!find(record, place)) {
-        const int found = q->IndexList::indexOf(record);
-        if (found < 0) {
-            q->add(record);
-            return;
+    } else if (!find(record, place) || isOutOfOrder(place, keyOf(record), record)) {
+        position = positionByRows(record);
+        if (position < 0) {
+            position = q->IndexList::indexOf(record);
+            if (position < 0) {
+                q->add(record);
+                return;
+            }
+            qWarning() << "update"
+                       << "Full search can impact the performance";
         }
-        qWarning() << "update"
-                   << "Full search can impact the performance";
-        place = list.place(found);
+        place = list.place(position);
     }
     follow(place, keyOf(list.at(place)), nullptr, firstColumn, lastColumn);
 }

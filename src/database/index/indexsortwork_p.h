@@ -76,6 +76,8 @@ public:
     /// Moves the record at a place to where it belongs; true when it had to move. `hint` may tell
     /// where that is.
     bool move(Place place, SortKey key, const Hint* hint, int& from, int& to);
+    /// Where a record that was changed in place is found by its new value; -1 where it is not.
+    int positionByRows(const Record& record) const;
     /// A record was changed in place.
     void update(const Record& record, int firstColumn, int lastColumn, int position);
     void recover(const QList<Record>& removed, const QList<Record>& updated,
