@@ -193,9 +193,10 @@ bool IndexSortWork::fits(const std::vector<Node>& nodes, int left, int right) co
         return node.item >= 0 ? *items[static_cast<size_t>(node.item)].record : list.at(node.place);
     };
     const auto key = [&](const Node& node) {
-        if (node.item >= 0)
-            return items[static_cast<size_t>(node.item)].key;
-        return list.keyAt(node.place);
+        if (node.item < 0)
+            return list.keyAt(node.place);
+        const Item& item = items[static_cast<size_t>(node.item)];
+        return item.isLeaving && !item.isIncoming ? keyOf(*item.record) : item.key;
     };
     const Node& a = nodes[static_cast<size_t>(left)];
     const Node& b = nodes[static_cast<size_t>(right)];
@@ -218,8 +219,10 @@ void IndexSortWork::findOutOfOrder()
     }
 }
 
-// The same among items that stand side by side. One that looks right beside a neighbour that itself
-// moves may be wrong beside the next one, so whoever gets a new neighbour is looked at again.
+// The same among items that stand side by side. Who is out of order with a neighbour as the list
+// stands moves, whatever becomes of that neighbour. One that looks right beside a neighbour that
+// itself leaves may be wrong beside the next one, so whoever gets a new neighbour is looked at
+// again.
 void IndexSortWork::findOutOfOrder(size_t first, size_t end)
 {
     std::vector<Node> nodes = neighbours(first, end);
@@ -227,22 +230,29 @@ void IndexSortWork::findOutOfOrder(size_t first, size_t end)
         const int i = node < 0 ? -1 : nodes[static_cast<size_t>(node)].item;
         return i < 0 ? nullptr : &items[static_cast<size_t>(i)];
     };
-    const auto unlink = [&](int node) {
+    const int n = static_cast<int>(nodes.size());
+    bool fitsBefore = true;
+    for (int i = 0; i < n; ++i) {
+        const bool fitsBehind = fits(nodes, i, nodes[static_cast<size_t>(i)].next);
+        Item* changed = item(i);
+        if (changed && !changed->isLeaving && !(fitsBefore && fitsBehind))
+            changed->isLeaving = changed->isIncoming = true;
+        fitsBefore = fitsBehind;
+    }
+    std::vector<int> toLookAt;
+    const auto leave = [&](int node) {
         const Node gone = nodes[static_cast<size_t>(node)];
         if (gone.previous >= 0)
             nodes[static_cast<size_t>(gone.previous)].next = gone.next;
         if (gone.next >= 0)
             nodes[static_cast<size_t>(gone.next)].previous = gone.previous;
+        for (const int neighbour : {gone.next, gone.previous})
+            if (item(neighbour))
+                toLookAt.push_back(neighbour);
     };
-    std::vector<int> toLookAt;
-    for (int i = static_cast<int>(nodes.size()) - 1; i >= 0; --i) {
-        if (const Item* changed = item(i)) {
-            if (changed->isLeaving)
-                unlink(i);
-            else
-                toLookAt.push_back(i);
-        }
-    }
+    for (int i = n - 1; i >= 0; --i)
+        if (const Item* gone = item(i); gone && gone->isLeaving)
+            leave(i);
     while (!toLookAt.empty()) {
         const int at = toLookAt.back();
         toLookAt.pop_back();
@@ -251,10 +261,7 @@ void IndexSortWork::findOutOfOrder(size_t first, size_t end)
         if (changed->isLeaving || (fits(nodes, node.previous, at) && fits(nodes, at, node.next)))
             continue;
         changed->isLeaving = changed->isIncoming = true;
-        unlink(at);
-        for (const int neighbour : {node.next, node.previous})
-            if (item(neighbour))
-                toLookAt.push_back(neighbour);
+        leave(at);
     }
 }
 
