@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <typeinfo>
 
 using LiveTable::RowOrder;
 
@@ -92,6 +93,13 @@ RowOrder* ascendingOrder(const QList<int>& columns)
     return new RowOrder(std::move(order));
 }
 
+// A subclass may give another compare(), of which the class's keys and columns tell nothing.
+template <typename Class>
+bool isJust(const MasterIndex& index)
+{
+    return typeid(index) == typeid(Class);
+}
+
 } // namespace
 
 MasterIndex_Column_Pure::MasterIndex_Column_Pure(Table* table, const QString& column)
@@ -123,7 +131,7 @@ int MasterIndex_Column_Pure::compare(const Record& a, const Record& b) const
 
 int MasterIndex_Column_Pure::sortKeyWords() const
 {
-    return order->keyWords();
+    return isJust<MasterIndex_Column_Pure>(*this) ? order->keyWords() : 0;
 }
 
 SortKey MasterIndex_Column_Pure::sortKey(const Record& record) const
@@ -138,7 +146,8 @@ bool MasterIndex_Column_Pure::isSortKeyExact(SortKey key) const
 
 bool MasterIndex_Column_Pure::isAffected(int firstColumn, int lastColumn) const
 {
-    return order->touches(firstColumn, lastColumn);
+    return order->touches(firstColumn, lastColumn) ||
+           !(isJust<MasterIndex_Column_Pure>(*this) || isJust<MasterIndex_Fast_Pure>(*this));
 }
 
 QString MasterIndex_Column_Pure::toText(const Record& record) const
@@ -230,6 +239,8 @@ int MasterIndex_Fast_Pure::compare(const Record& a, const Record& b) const
 
 int MasterIndex_Fast_Pure::sortKeyWords() const
 {
+    if (!isJust<MasterIndex_Fast_Pure>(*this))
+        return 0;
     return length > 8 ? 2 : length > 0 ? 1 : 0; // a key's length is a multiple of 8
 }
 

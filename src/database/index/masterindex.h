@@ -55,7 +55,8 @@ private:
 };
 
 /// A master index that compares key columns value by value (Field::compare), most significant
-/// first.
+/// first. A subclass may give another compare(); sort keys are then in use only if it gives those,
+/// too, and every update counts unless it says otherwise in isAffected().
 ///
 /// Errors: the constructors throw the QString "Column '%1' not found to create index." for an
 /// unknown name; numbers are taken as they are. fromText throws "Master index can't restore from
