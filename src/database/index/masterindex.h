@@ -22,7 +22,8 @@ class RowOrder;
 class LIVETABLE_EXPORT MasterIndex : public IndexSort
 {
 public:
-    /// A master without key columns. Empty: Table::setMasterIndex() fills it.
+    /// A master without key columns. Empty; build() takes the table's rows over from the master
+    /// that it is to replace.
     explicit MasterIndex(Table* table);
     ~MasterIndex() override;
 
@@ -128,7 +129,7 @@ private:
 class LIVETABLE_EXPORT MasterIndexOrdered : public MasterIndex
 {
 public:
-    /// For a table; Table::setMasterIndex() fills it.
+    /// For a table. Empty until build().
     explicit MasterIndexOrdered(Table* table);
     ~MasterIndexOrdered() override;
 
