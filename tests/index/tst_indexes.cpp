@@ -297,6 +297,8 @@ private Q_SLOTS:
                  QString("Q:Master index can't restore from text. Incorrect columns numbers: "
                          "3 != 2"));
         QVERIFY(master->toText(Record()).isNull() && master->keyRecord(Record()).isEmpty());
+        QVERIFY(master->search(Record()) < 0 && master->searchLast(Record()) < 0 &&
+                master->searchFull(Record()) < 0 && master->findFirst(Record()).isNull());
         QCOMPARE(master->keyRecord(row(table, 1, 258)).toHex(), QByteArray("0201000001000000"));
     }
 

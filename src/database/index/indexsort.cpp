@@ -148,7 +148,7 @@ void IndexSort::update(const Record& record, int firstColumn, int lastColumn, in
 int IndexSort::search(const Record& key, int after) const
 {
     const IndexListPrivate* d = listPrivate();
-    if (d->records.isEmpty())
+    if (d->records.isEmpty() || key.isNull())
         return -1;
     PartitionList<Record>::Place place = IndexSortWork(this).lower(key);
     if (!d->records.normalize(place))
@@ -166,7 +166,7 @@ int IndexSort::search(const Record& key, int after) const
 int IndexSort::searchLast(const Record& key, int after) const
 {
     const IndexListPrivate* d = listPrivate();
-    if (d->records.isEmpty())
+    if (d->records.isEmpty() || key.isNull())
         return -1;
     PartitionList<Record>::Place place = IndexSortWork(this).upper(key);
     if (!d->records.stepBack(place))
@@ -177,6 +177,8 @@ int IndexSort::searchLast(const Record& key, int after) const
 
 int IndexSort::searchFull(const Record& key, int after) const
 {
+    if (key.isNull())
+        return -1;
     int passed = 0;
     auto it = begin() + (std::clamp(after, -1, count() - 1) + 1);
     for (const auto last = end(); it != last; ++it, ++passed)
@@ -193,7 +195,7 @@ Record IndexSort::find(const Record& key, int after) const
 Record IndexSort::findFirst(const Record& key) const
 {
     const PartitionList<Record>& records = listPrivate()->records;
-    if (records.isEmpty())
+    if (records.isEmpty() || key.isNull())
         return Record();
     const IndexSortWork work(this);
     const SortKey sought = work.keyToSearch(key);

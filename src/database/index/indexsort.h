@@ -103,7 +103,8 @@ public:
     ///     Record row = table.masterIndex()->findFirst(key);
     Record findFirst(const Record& key) const;
     /// The first position behind `after` whose record compares equal to `key`; -1 if there is none.
-    /// `key` may be any row of the table, in it or not. `after` -1 searches everything.
+    /// `key` may be any row of the table, in it or not; a null record is found nowhere, here and
+    /// below. `after` -1 searches everything.
     virtual int search(const Record& key, int after = -1) const;
     /// The last such position.
     virtual int searchLast(const Record& key, int after = -1) const;

@@ -128,6 +128,8 @@ QString IndexVector::getClassName() const
 
 int IndexVector::search(const Record& key, int after) const
 {
+    if (key.isNull())
+        return -1;
     for (int i = std::max(after, -1) + 1; i < list.size(); ++i) {
         if (compare(key, list.at(i)) == 0)
             return i;
