@@ -120,6 +120,9 @@ private Q_SLOTS:
             QCOMPARE(table.columnCount(), name == "a%2" ? 4 : 3);
             QCOMPARE(table.at(0).row() != before, name == "a%2"); // else nothing has moved
         }
+        Table wide("wide"); // its rows do not fit into memory, and none is made
+        for (int i = 0; i < 40; ++i)
+            wide.addColumn(QString::number(i), FieldType::VarChar, 0x7FFFFFFF);
     }
 
     // Columns come while rows are there: cells stay, new ones read NULL, old handles are harmless.

@@ -63,6 +63,7 @@ public:
     bool acceptsNewColumn(const TableColumnDef& def) const;
     void relayout(const TableColumnDef& def, PartitionList<Record>& rows);
     void refreshPrototype();
+    void makeRow(unsigned char* row) const;
     /// The columns `first` to `last` (-1: the first or the last column); empty for none.
     LiveTable::CellRange cells(int first, int last) const;
     bool isOwn(const Record& record) const { return record.table() == q; }
@@ -129,7 +130,7 @@ public:
 #endif
 
     LiveTable::RowPool* pool;             // of the present row size
-    std::vector<unsigned char> prototype; // the block of a new row
+    std::vector<unsigned char> prototype; // the block of a new row; empty for long ones
     /// Whether the transaction being applied updates a row that is not in the table: views may then
     /// not skip it by its columns.
     bool hasAbsentUpdates = false;

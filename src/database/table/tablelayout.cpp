@@ -18,6 +18,10 @@ namespace {
 
 constexpr int HashFromColumns = 21;
 
+// A longer row is made anew each time: its copy would take as much memory as a row, also in a table
+// that never gets one.
+constexpr qint64 LongestPrototype = 65536;
+
 qint64 roundUp8(qint64 n)
 {
     return (n + 7) / 8 * 8;
@@ -207,7 +211,8 @@ void TablePrivate::relayout(const TableColumnDef& def, PartitionList<Record>& ro
     const qint64 newSize = qint64(sizeof(RowHeader)) + newLength + bitmapBytes(n + 1);
 
     std::vector<unsigned char*> fresh(static_cast<size_t>(rows.count()));
-    prototype.reserve(static_cast<size_t>(newSize)); // refreshPrototype() must not fail
+    if (newSize <= LongestPrototype)
+        prototype.reserve(static_cast<size_t>(newSize)); // refreshPrototype() must not fail
     RowPool* newPool = RowPool::create(static_cast<size_t>(newSize));
     for (size_t i = 0; i < fresh.size(); ++i) {
         fresh[i] = newPool->allocate();
@@ -254,9 +259,16 @@ void TablePrivate::relayout(const TableColumnDef& def, PartitionList<Record>& ro
 
 void TablePrivate::refreshPrototype()
 {
-    prototype.assign(static_cast<size_t>(rowSize), 0);
-    new (prototype.data()) RowHeader{Q_BASIC_ATOMIC_INITIALIZER(0), 0, q};
-    unsigned char* data = dataArea(prototype.data());
+    prototype.resize(rowSize <= LongestPrototype ? static_cast<size_t>(rowSize) : 0);
+    if (!prototype.empty())
+        makeRow(prototype.data());
+}
+
+void TablePrivate::makeRow(unsigned char* row) const
+{
+    std::memset(row, 0, static_cast<size_t>(rowSize));
+    new (row) RowHeader{Q_BASIC_ATOMIC_INITIALIZER(0), 0, q};
+    unsigned char* data = dataArea(row);
     for (const TableColumnDef* column : qAsConst(columns)) {
         if (column->type == FieldType::XDecimal)
             LiveTable::store(data + column->offset, xdecimal());
@@ -291,7 +303,10 @@ unsigned char* Table::allocRow() const
 
 void Table::initRow(unsigned char* row) const
 {
-    std::memcpy(row, d->prototype.data(), d->prototype.size());
+    if (d->prototype.empty())
+        d->makeRow(row);
+    else
+        std::memcpy(row, d->prototype.data(), d->prototype.size());
 }
 
 unsigned char* Table::cloneRow(const unsigned char* row) const
