@@ -7,6 +7,9 @@
 #include <cstring>
 #include <limits>
 
+// What an assertion prints is its text, and some are worded with such casts.
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+
 namespace LiveTable::Bcdii {
 
 void assertionFailed(const char* expression, const char* function)
