@@ -445,10 +445,10 @@ void TableReader::readList(PartitionList<Record>& records, bool createTable)
         return;
     }
     const int before = records.count();
-    const auto handOver = [&] { // a table that has records is the caller's
+    const auto handOver = [&] {
         if (records.count() > before)
             static_cast<void>(created.release());
-    };
+    }; // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): a table with records is the caller's
     try {
         readListRows(target, bytesLeft, records);
     } catch (...) {
