@@ -20,8 +20,8 @@ if(LIVETABLE_WARNINGS)
                                   -Wmissing-declarations)
   else()
     target_compile_options(
-      livetable_options INTERFACE -Wcomma -Wloop-analysis -Wmissing-prototypes
-                                  -Wmissing-variable-declarations -Wunreachable-code)
+      livetable_options INTERFACE -Wloop-analysis -Wmissing-variable-declarations
+                                  -Wunreachable-code)
   endif()
   if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # g++ takes the sources that are compiled together for headers.
