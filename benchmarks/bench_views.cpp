@@ -25,7 +25,6 @@
 #include <tuple>
 
 namespace bench {
-extern int tableViews; // of the table: 1 to 8
 namespace {
 
 const Contender contenders[] = {

@@ -18,6 +18,7 @@ enum View
     ByQuantity // the largest first
 };
 constexpr int viewCount = 4;
+extern int tableViews; // of the table: 1 to 8
 constexpr int pageRows = 50;
 
 struct Update

@@ -8,7 +8,21 @@ target_compile_definitions(
 if(LIVETABLE_WARNINGS)
   target_compile_options(
     livetable_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion
-                                -Wnon-virtual-dtor -Woverloaded-virtual -Wundef -Werror)
+                                -Wnon-virtual-dtor -Woverloaded-virtual -Wundef -Werror
+                                -Wcast-qual -Wdouble-promotion -Wextra-semi -Wformat=2
+                                -Wimplicit-fallthrough -Wold-style-cast -Wredundant-decls
+                                -Wsuggest-override)
+  # Not -Wuseless-cast, which differs by platform, and not -Wnull-dereference, which knows nothing of
+  # a QPointer that was asked before.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(
+      livetable_options INTERFACE -Wduplicated-branches -Wduplicated-cond -Wlogical-op
+                                  -Wmissing-declarations)
+  else()
+    target_compile_options(
+      livetable_options INTERFACE -Wloop-analysis -Wmissing-variable-declarations
+                                  -Wunreachable-code)
+  endif()
   if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # g++ takes the sources that are compiled together for headers.
     target_compile_options(livetable_options INTERFACE -Wno-subobject-linkage)

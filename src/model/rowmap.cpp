@@ -324,7 +324,7 @@ void PendingRows::add(const RowChange& change, int rowsBefore)
     std::vector<std::pair<int, Piece>> in;
     for (const IndexChange::Move& move : change.moved) {
         out.emplace_back(move.from, static_cast<int>(in.size()));
-        in.push_back({move.to, Piece()});
+        in.emplace_back(move.to, Piece());
     }
     std::sort(out.begin(), out.end());
     for (auto it = out.rbegin(); it != out.rend(); ++it) {

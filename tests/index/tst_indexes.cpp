@@ -254,10 +254,9 @@ private Q_SLOTS:
         KeyIndex keys(&table, "n");
         QStringList names;
         for (const int n : {20, 0}) {
-            const Record first = table.at(0);
-            first.data(0) = n;
-            for (const Index* index : {(Index*)&list, (Index*)&view, (Index*)&filtered,
-                                       (Index*)&keys, (Index*)&vector}) {
+            table.at(0).data(0) = n;
+            const QVector<const Index*> all{&list, &view, &filtered, &keys, &vector};
+            for (const Index* index : all) {
                 QVERIFY2(index->verify().isEmpty() == (n == 0), qPrintable(index->getClassName()));
                 names.append(index->getClassName());
             }

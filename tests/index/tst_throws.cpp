@@ -107,7 +107,8 @@ bool wanted(const Record& record)
     return isWanted(record);
 }
 
-/// A list, a sorted one or a vector.
+/// A list, a sorted one or a vector; a list has no compare().
+#pragma GCC diagnostic ignored "-Wsuggest-override"
 template <class Base>
 struct Bombed : Base
 {

@@ -7,6 +7,9 @@
 #include <cstring>
 #include <limits>
 
+// What an assertion prints is its text, and some are worded with such casts.
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+
 namespace LiveTable::Bcdii {
 
 void assertionFailed(const char* expression, const char* function)
@@ -281,7 +284,7 @@ void BCDIIInit(void* p, unsigned int type)
 
 bool BCDIICheckType(unsigned int type)
 {
-    const int scale = static_cast<signed char>(type & 255U);
+    const int scale = scaleOf(type);
     const unsigned int precision = type >> 8 & 255U;
     return scale >= -62 && scale <= 62 && precision >= 1 && precision <= 63;
 }
@@ -380,7 +383,7 @@ unsigned int BCDIICopy(void* dst, unsigned int dstType, const void* src, unsigne
         return mark(static_cast<BYTE*>(dst), flagsMarked);
     BYTE copy[maximumSize];
     if (dst == src) {
-        std::memcpy(copy, src, BCDIISIZE(srcType));
+        std::memcpy(copy, src, static_cast<std::size_t>(Layout(srcType).ball));
         src = copy;
     }
     return copy_internal(dst, dstType, src, srcType, style);

@@ -33,6 +33,12 @@ constexpr unsigned int flagsMarked =
     ((expression) ? static_cast<void>(0)                                                           \
                   : ::LiveTable::Bcdii::assertionFailed(#expression, __func__))
 
+/// The low byte of a type word is signed.
+constexpr int scaleOf(unsigned int type) noexcept
+{
+    return static_cast<signed char>(type & 255U);
+}
+
 struct Layout
 {
     int nint, nfrac, bint, bfrac, ball;
@@ -45,8 +51,7 @@ struct Layout
         , ball(bint + bfrac)
     {}
     constexpr explicit Layout(unsigned int type) noexcept
-        : Layout(static_cast<int>(type >> 8 & 255U) - static_cast<signed char>(type & 255U),
-                 static_cast<signed char>(type & 255U))
+        : Layout(static_cast<int>(type >> 8 & 255U) - scaleOf(type), scaleOf(type))
     {}
 };
 

@@ -6,6 +6,9 @@
 #include <cstring>
 #include <utility>
 
+// What an assertion prints is its text, and some are worded with such casts.
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+
 namespace LiveTable::Bcdii {
 namespace {
 

@@ -145,7 +145,7 @@ unsigned int pack(BYTE* tmp, const NumberText& text, int n_int, int n_frac)
         f_fst = text.fraction;
         f_lspl = f_fst + std::min<std::ptrdiff_t>(text.fractionDigits, n_frac + std::min(n_int, 0));
     } else {
-        BCDII_ASSERT(f_lspl == 0);
+        BCDII_ASSERT(f_lspl == 0); // NOLINT(modernize-use-nullptr): the text is the message
     }
     if (n_int < 0 && (n_int & 1)) // an odd number of zeros: the first digit has its byte alone
         *p_tmp++ = static_cast<BYTE>(*f_fst++ - '0');

@@ -602,7 +602,7 @@ void PartitionList<T>::split(int index, int at)
     }
     const int movedElements = part->total - at;
     for (int i = 0; i < moved; ++i) {
-        const size_t from = static_cast<size_t>(leaf + i);
+        const size_t from = static_cast<size_t>(leaf) + static_cast<size_t>(i);
         next->putLeaf(i, part->leaves[from], part->counts[from]);
     }
     part->leaves.resize(static_cast<size_t>(leaf));

@@ -283,7 +283,7 @@ public:
         int offset; ///< the element in that
     };
     /// How many key words an empty list is to keep for each element: 0, 1 or 2.
-    void setKeyWords(int words);
+    void setKeyWords(int count);
     /// What setKeyWords() said, and whether that was not 0.
     int keyWords() const noexcept { return words; }
     bool isKeyed() const noexcept { return words > 0; }
@@ -327,7 +327,8 @@ public:
     struct KeySearch
     {
         KeySearch() = default;
-        /// A search to be made by search().
+        /// A search to be made by search(), which sets the rest.
+        // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.UninitializedObject)
         KeySearch(const PartitionList* searched, SortKey sought, bool behind)
             : list(searched)
             , key(sought)
@@ -394,12 +395,12 @@ private:
     static void writePart(APartList<T>* part, int first, int n, Next& next) noexcept;
     APartList<T>* createPart(int at);
     void dropPart(int at) noexcept;
-    void split(int part, int at);
-    bool join(int part);
+    void split(int index, int at);
+    bool join(int index);
     void joinAround(int part);
     static void compactLeaf(APartList<T>* part, size_t leaf, int position,
                             const RangeSet<int>& ranges, int& range, std::vector<T>& dead);
-    void tidyPart(int part);
+    void tidyPart(int index);
     void countChanged(int part, int by) noexcept;
     void partsChanged() noexcept;
     void noteFirst(int part) noexcept;
@@ -409,7 +410,7 @@ private:
     static int lastBefore(int n, IsBefore isBefore, Ahead ahead); // -1 when none is
     template <typename IsBefore>
     static int lastFirst(LiveTable::KeySpan firsts, SortKey key, IsBefore isBefore);
-    bool staysWhole(int part, int leaf) const noexcept;
+    bool staysWhole(int index, int leafAt) const noexcept;
 
     int total = 0;
     int maximum;

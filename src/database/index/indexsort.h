@@ -132,9 +132,9 @@ public:
     int indexOfAdd(const Record& record) const;
     /// The positions of those of the records that are in the index.
     QMap<Record, int> indexOfs(QList<Record> records) const;
-    /// The first position behind `after` where compare(element, key) is 0, by binary search.
+    /// The first position behind `after` where threeWay(element, key) is 0, by binary search.
     template <typename Key, typename ThreeWay>
-    int searchBinary(const Key& key, int after, ThreeWay compare) const;
+    int searchBinary(const Key& key, int after, ThreeWay threeWay) const;
 
 protected:
     /// Called when the empty index begins to fill, and so after every change of the table's

@@ -330,8 +330,9 @@ void IndexSortWork::putByKey()
     while (end > 0) {
         KeySearch searches[SideBySide];
         int i = std::min(int(SideBySide), end);
+        const auto* const batch = incoming.data() + (end - i);
         for (int j = 0; j < i; ++j)
-            searches[j] = {&list, incoming[static_cast<size_t>(end - i + j)].key, true};
+            searches[j] = {&list, batch[j].key, true};
         if (!list.isEmpty())
             PartitionList<Record>::search(searches, i);
         bool continues = equals > 0; // with what equals the last one that was in before the search

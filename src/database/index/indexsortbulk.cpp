@@ -61,16 +61,16 @@ public:
     }
 
     /// Gives a list that holds these very rows their order.
-    void reorder(PartitionList<Record>& list) const noexcept
+    void reorder(PartitionList<Record>& ordered) const noexcept
     {
-        list.reorder([this](int i, void* slot, SortKey* key) {
+        ordered.reorder([this](int i, void* slot, SortKey* key) {
             const Item& item = items[static_cast<size_t>(i)];
             std::memcpy(slot, &item.row, sizeof(Record));
             *key = item.key();
         });
     }
     /// Fills an empty list.
-    void writeTo(PartitionList<Record>& list) const
+    void writeTo(PartitionList<Record>& empty) const
     {
         const auto onAllThreads = [this](std::vector<int>& parts, auto work) {
             if (items.size() > ConcurrentSort::serialLimit)
@@ -78,15 +78,15 @@ public:
             else
                 std::for_each(parts.begin(), parts.end(), work);
         };
-        list.assign(static_cast<int>(items.size()), onAllThreads,
-                    [this](int i, void* slot, SortKey* key) {
-                        constexpr int ahead = 16; // rows lie anywhere, and each is counted
-                        const Item* const item = items.begin() + i;
-                        if (items.end() - item > ahead)
-                            __builtin_prefetch(item[ahead].row, 1);
-                        new (slot) Record(item->row);
-                        *key = item->key();
-                    });
+        empty.assign(static_cast<int>(items.size()), onAllThreads,
+                     [this](int i, void* slot, SortKey* key) {
+                         constexpr int ahead = 16; // rows lie anywhere, and each is counted
+                         const Item* const item = items.begin() + i;
+                         if (items.end() - item > ahead)
+                             __builtin_prefetch(item[ahead].row, 1);
+                         new (slot) Record(item->row);
+                         *key = item->key();
+                     });
     }
 
 private:

@@ -166,7 +166,7 @@ void IndexSortWork::locateAhead(const std::vector<const IndexSort*>& indexes,
                 d->needsResort || work.canSkip(removed, firstColumn, lastColumn, inserted))
                 continue;
             d->hints.clear();
-            d->hints.reserve(static_cast<size_t>(outgoing + inserted.size()));
+            d->hints.reserve(static_cast<size_t>(outgoing) + static_cast<size_t>(inserted.size()));
             d->hintsVersion = d->records.version();
             const bool isMoved = index->isAffected(firstColumn, lastColumn);
             for (int i = 0; i < outgoing; ++i) {
@@ -212,7 +212,7 @@ void IndexSortWork::locateAhead(const std::vector<const IndexSort*>& indexes,
 bool IndexSortWork::knowsAll(const QList<Record>& removed, const QList<Record>& updated) const
 {
     if (d->hintsVersion != list.version() ||
-        d->hints.size() < static_cast<size_t>(removed.size() + updated.size()))
+        d->hints.size() < static_cast<size_t>(removed.size()) + static_cast<size_t>(updated.size()))
         return false;
     const Hint* hint = d->hints.data();
     for (const QList<Record>* records : {&removed, &updated})

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <numeric>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -155,9 +156,8 @@ private:
             for (size_t i = chunk.begin; i < chunk.end; ++i)
                 dealt[static_cast<size_t>(chunk.counts[bucketOf[i]]++)] = items[i];
         });
-        std::vector<int> buckets;
-        for (int bucket = 0; bucket < Buckets; ++bucket)
-            buckets.push_back(bucket);
+        std::vector<int> buckets(Buckets);
+        std::iota(buckets.begin(), buckets.end(), 0);
         blockingMap(buckets, [&](int bucket) {
             const auto at = static_cast<size_t>(bucket);
             std::stable_sort(dealt.begin() + begins[at], dealt.begin() + begins[at + 1], lessThan);

@@ -167,7 +167,7 @@ Record MasterIndex_Column_Pure::fromText(const QString& text) const
         throw QStringLiteral(
             "Master index can't restore from text. Incorrect columns numbers: %1 != %2")
             .arg(QString::number(parts.size()), QString::number(columns().size()));
-    const Record key(table());
+    Record key(table());
     if (key.isNull())
         return key;
     for (int i = 0; i < parts.size(); ++i) {

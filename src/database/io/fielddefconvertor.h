@@ -23,9 +23,10 @@ public:
     FieldDefConvertor();
     virtual ~FieldDefConvertor();
 
-    /// Writes the cell `to` of a new row from the cell `from` of the file. The default converts by
-    /// value between any two types, as assigning a Field does, and throws what that throws.
-    virtual void convert(Field& to, const Field& from);
+    /// Writes the cell `target` of a new row from the cell `source` of the file. The default
+    /// converts by value between any two types, as assigning a Field does, and throws what that
+    /// throws.
+    virtual void convert(Field& target, const Field& source);
 
     TableColumnDef* from = nullptr; ///< the column in the file's layout
     TableColumnDef* to = nullptr;   ///< the column of the table

@@ -83,12 +83,10 @@ bool QtIOCompressor::open(OpenMode mode)
         return false;
 
     const bool isChecked = isReading && d->streamFormat != Zlib;
-    int code = Z_OK;
     if (isChecked && !checkGzipSupport(zlibVersion())) {
         setErrorString(QStringLiteral("The gzip format not supported in this version of zlib."));
-        code = Z_VERSION_ERROR;
     } else {
-        code = d->startZlib(isReading);
+        const int code = d->startZlib(isReading);
         if (code != Z_OK)
             d->setZlibError(QStringLiteral("Internal zlib error: "), code);
         else if (QIODevice::open(mode))

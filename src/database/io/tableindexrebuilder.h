@@ -34,7 +34,7 @@ class LIVETABLE_EXPORT TableIndexRebuilder
 {
 public:
     /// Empties the table's indexes and takes them off. The table must not be null.
-    explicit TableIndexRebuilder(Table* table);
+    explicit TableIndexRebuilder(Table* indexed);
     ~TableIndexRebuilder();
 
     /// Sorts indexes into the three groups, adding to what they hold, in list order. Done by the

@@ -172,7 +172,7 @@ void TableIO::writeRowList(FilterProgress& progress, QDataStream& stream,
     Table* const owner = records.at(0).table();
     const QString name = owner ? owner->name() : QString();
     stream << name;
-    if (!name.isEmpty()) {
+    if (owner && !name.isEmpty()) {
         const TableLock lock(owner);
         TableHeader header;
         setupHeader(header, owner);

@@ -114,7 +114,7 @@ public:
         /// For cells of `bytes` bytes.
         explicit FieldDefConvertor_Copy(int bytes = 0);
         ~FieldDefConvertor_Copy() override;
-        void convert(Field& to, const Field& from) override;
+        void convert(Field& target, const Field& source) override;
         int size; ///< in bytes
     };
     /// The same for cells of 4 bytes.
@@ -123,7 +123,7 @@ public:
     public:
         FieldDefConvertor_Copy4();
         ~FieldDefConvertor_Copy4() override;
-        void convert(Field& to, const Field& from) override;
+        void convert(Field& target, const Field& source) override;
     };
     /// The same for cells of 8 bytes.
     class LIVETABLE_EXPORT FieldDefConvertor_Copy8 : public FieldDefConvertor_Copy
@@ -131,7 +131,7 @@ public:
     public:
         FieldDefConvertor_Copy8();
         ~FieldDefConvertor_Copy8() override;
-        void convert(Field& to, const Field& from) override;
+        void convert(Field& target, const Field& source) override;
     };
     /// Where in the file layout's row a plainly copied column lies; ordered by that.
     struct Range

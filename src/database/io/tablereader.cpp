@@ -445,15 +445,17 @@ void TableReader::readList(PartitionList<Record>& records, bool createTable)
         return;
     }
     const int before = records.count();
+    const auto handOver = [&] {
+        if (records.count() > before)
+            static_cast<void>(created.release());
+    }; // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): a table with records is the caller's
     try {
         readListRows(target, bytesLeft, records);
     } catch (...) {
-        if (records.count() > before)
-            created.release();
+        handOver();
         throw;
     }
-    if (records.count() > before)
-        created.release(); // it is the records' from now on
+    handOver();
 }
 
 bool TableReader::isListLayoutOf(const Table& target) const

@@ -47,7 +47,7 @@ public:
 
     /// `bytesLeft`: of the stream, -1 when not known; used when strict. `isFile`: nothing may
     /// follow the rows.
-    void read(bool addColumns, const TableIO::Convertors& convertors, bool readRows,
+    void read(bool withNewColumns, const TableIO::Convertors& convertors, bool withRows,
               qint64 bytesLeft, bool isFile);
     void readList(PartitionList<Record>& records, bool createTable);
     /// Decompresses the whole stream for its checksum. False when it is damaged; otherwise `bytes`
@@ -62,7 +62,7 @@ private:
     bool makeLayout(Table& layout);
     void addColumns(const TableIO::Convertors& convertors);
     QList<TableColumnDef> columnsToAdd(const TableIO::Convertors& convertors) const;
-    bool canAdd(const QList<TableColumnDef>& columns);
+    bool canAdd(const QList<TableColumnDef>& missing);
     void readRows(const Table& layout, const TableIO::Convertors& convertors, qint64 bytesLeft);
     void planRow(const QList<FieldDefConvertor*>& all, const Table& layout, const Owned& own);
     bool fillRow(const unsigned char* stored, unsigned char* row, unsigned char* scratch,

@@ -64,10 +64,13 @@ void JoinDemandKeys::take(const Record& key)
 
 void JoinDemandKeys::release(const Record& mainRow, const IndexSort* rows, const Record& except)
 {
-    const LiveTable::KeyRun run = rows ? LiveTable::runOf(rows, mainRow) : LiveTable::KeyRun();
-    const int count = run.end - run.begin;
-    const bool isLast = count == 0 || (count == 1 && rows->at(run.begin) == except);
-    const Record key = isLast ? find(mainRow) : Record();
+    if (rows) {
+        const LiveTable::KeyRun run = LiveTable::runOf(rows, mainRow);
+        const int count = run.end - run.begin;
+        if (count > 1 || (count == 1 && rows->at(run.begin) != except))
+            return; // another one is there
+    }
+    const Record key = find(mainRow);
     if (!key.isNull())
         take(key);
 }

@@ -27,7 +27,7 @@ struct KeyRun
 class KeyProbe
 {
 public:
-    KeyProbe(Table* table, const QVector<Col>& mapping);
+    KeyProbe(Table* searched, const QVector<Col>& columns);
 
     /// Whether equal keys are found by converting them. Between a text and a number they are not,
     /// and the whole table must be looked through.
@@ -62,7 +62,7 @@ class KeyOrder;
 class KeyLookup
 {
 public:
-    KeyLookup(Table* table, const QVector<int>& columns);
+    KeyLookup(Table* searched, const QVector<int>& keyColumns);
     ~KeyLookup();
 
     /// The sorted index to search in; null once the table or its master index is gone. A list of

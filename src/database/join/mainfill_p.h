@@ -26,10 +26,10 @@
 class MainFill
 {
 public:
-    /// The columns of one dependent, as if its row `except` were not there.
-    MainFill(TableJoinDepPrivate* dependent, const Record& except);
+    /// The columns of one dependent, as if its row `left` were not there.
+    MainFill(TableJoinDepPrivate* dependent, const Record& left);
     /// The columns of all dependents.
-    explicit MainFill(TableJoinMainPrivate* main);
+    explicit MainFill(TableJoinMainPrivate* joinMain);
     /// From here on as if the dependents had no rows.
     void clearAll();
 
@@ -47,7 +47,7 @@ public:
     const std::vector<int>& joinedColumns() const { return numbers; }
 
 private:
-    MainFill(TableJoinMainPrivate* main, TableJoinDepPrivate* dependent);
+    MainFill(TableJoinMainPrivate* joinMain, TableJoinDepPrivate* dependent);
     Q_DISABLE_COPY(MainFill)
     bool hasKeyOf(const Record& row) const;
     bool hears(const Index* index) const;
@@ -66,25 +66,25 @@ private:
     TableJoinMainPrivate* const main;
     TableJoinDepPrivate* const only; // null: all dependents
     Record except;
-    bool isClearing = false;
     Table* const table;
     const LiveTable::TableLock lock;
     RecordsTrans pieces; // the updates, where the columns are not one run
 
     std::vector<int> numbers;
     std::vector<const TableColumnDef*> defs;
-    bool isOneRun = true; // the columns follow each other, so a range of them holds nothing else
-    LiveTable::CellRange cells; // then
-    bool unheard = false;
+    LiveTable::CellRange cells; // where isOneRun
     LiveTable::RowOrder keyOrder;
 
     Record content; // for the key looked at last
-    bool isContentUsed = false;
-    Record known; // a row whose differences from the contents have been noted
+    Record known;   // a row whose differences from the contents have been noted
     QList<Record> updated;
     QList<Record> changed;
-    bool someLeave;
     std::optional<QSet<Record>> leaving;
     int firstChanged = std::numeric_limits<int>::max();
     int lastChanged = -1;
+    bool isClearing = false;
+    bool isOneRun = true; // the columns follow each other, so a range of them holds nothing else
+    bool unheard = false;
+    bool isContentUsed = false;
+    bool someLeave;
 };

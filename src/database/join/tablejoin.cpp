@@ -110,14 +110,14 @@ template <typename T>
 QSharedPointer<T> makeShared()
 {
     auto made = std::make_unique<T>();
-    const QSharedPointer<T> shared(made.get());
-    made.release();
+    QSharedPointer<T> shared(made.get());
+    static_cast<void>(made.release()); // it has gone to `shared`
     return shared;
 }
 
 QSharedPointer<IndexJoinDep> describe(const MasterIndex* main, Table* dependent)
 {
-    const auto dep = makeShared<IndexJoinDep>();
+    auto dep = makeShared<IndexJoinDep>();
     dep->table = dependent;
     for (const int column : main->columns()) {
         const int from = dependent->columnIndex(main->table()->columnName(column));
@@ -402,28 +402,28 @@ LiveJoin::LiveJoin(Table* main, Table* dependent, const QStringList& columns)
     : LiveJoin(main, QList<Table*>{dependent}, columns)
 {}
 
-LiveJoin::LiveJoin(Table* main, const QList<Table*>& dependentTables, const QStringList& columns)
+LiveJoin::LiveJoin(Table* main, const QList<Table*>& dependents, const QStringList& columns)
 {
-    QList<Table*> dependents;
-    for (Table* table : dependentTables)
-        if (!dependents.contains(table))
-            dependents.append(table);
+    QList<Table*> distinct;
+    for (Table* table : dependents)
+        if (!distinct.contains(table))
+            distinct.append(table);
     for (const QString& name : columns)
-        if (std::none_of(dependents.cbegin(), dependents.cend(), [&](const Table* table) {
+        if (std::none_of(distinct.cbegin(), distinct.cend(), [&](const Table* table) {
                 return table && table->columnIndex(name) >= 0;
             }))
             throw QStringLiteral("Column '%1' not found in any dependent table.").arg(name);
     Index* mainMade = nullptr;
     QList<Index*> depsMade;
-    depIndexes.reserve(static_cast<size_t>(dependents.size())); // what is made must not be lost
-    tables.setup(main ? main->masterIndex() : nullptr, TableJoin::typeToMaster(dependents), columns,
+    depIndexes.reserve(static_cast<size_t>(distinct.size())); // what is made must not be lost
+    tables.setup(main ? main->masterIndex() : nullptr, TableJoin::typeToMaster(distinct), columns,
                  false, &mainMade, &depsMade);
     mainIndex.reset(mainMade);
     for (Index* index : qAsConst(depsMade))
         depIndexes.emplace_back(index);
     tables.setupIndex(main, mainMade, true);
     for (int i = 0; i < depsMade.size(); ++i)
-        tables.setupIndex(dependents.at(i), depsMade.at(i), false);
+        tables.setupIndex(distinct.at(i), depsMade.at(i), false);
     tables.connectIndexes();
     tables.build();
 }

@@ -3,7 +3,9 @@
 
 #include <QLoggingCategory>
 
+namespace {
 Q_LOGGING_CATEGORY(QGuiLog, "QGuiLog")
+}
 
 // As an argument, and so without the quotes and escapes that QDebug gives a QString.
 

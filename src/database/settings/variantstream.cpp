@@ -197,7 +197,7 @@ bool LiveTable::isStreamable(const QVariant& value)
 QByteArray LiveTable::variantToBytes(const QVariant& value)
 {
     for (const QDataStream::Version version : versions) {
-        const QByteArray bytes = written(value, version);
+        QByteArray bytes = written(value, version);
         if (isSameVariant(variantFromBytes(bytes), value))
             return bytes;
     }
@@ -208,7 +208,7 @@ QVariant LiveTable::variantFromBytes(const QByteArray& bytes)
 {
     for (const QDataStream::Version version : versions) {
         try {
-            const QVariant value = Reader(bytes, version).read();
+            QVariant value = Reader(bytes, version).read();
             if (value.isValid())
                 return value;
         } catch (...) { // a type of the host's

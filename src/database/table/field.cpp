@@ -397,6 +397,7 @@ Field& Field::put(const T& value) noexcept
     return *this;
 }
 
+// NOLINTBEGIN(misc-unconventional-assign-operator): put() returns *this
 Field& Field::operator=(int value)
 {
     switch (type()) {
@@ -585,6 +586,9 @@ Field& Field::operator=(const QStringRef& text)
     throwUnreadable(text, type());
 }
 
+// NOLINTEND(misc-unconventional-assign-operator)
+
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): two fields may be one cell, memmove copes
 Field& Field::operator=(const Field& other)
 {
     if (other.isNull())

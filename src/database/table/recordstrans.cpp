@@ -17,13 +17,13 @@ RecordsTrans::RecordsTrans(Table* table)
 
 RecordsTrans::~RecordsTrans() = default;
 
-RecordsTrans::RecordsTrans(RecordsTrans&& other)
+RecordsTrans::RecordsTrans(RecordsTrans&& other) noexcept(false)
     : RecordsTrans(other.table())
 {
     swap(other);
 }
 
-RecordsTrans& RecordsTrans::operator=(RecordsTrans&& other)
+RecordsTrans& RecordsTrans::operator=(RecordsTrans&& other) noexcept(false)
 {
     RecordsTrans moved(std::move(other));
     swap(moved);

@@ -48,8 +48,8 @@ public:
     explicit RecordsTrans(Table* table = nullptr);
     ~RecordsTrans();
     /// Leaves the other empty, bound to its table.
-    RecordsTrans(RecordsTrans&& other);
-    RecordsTrans& operator=(RecordsTrans&& other);
+    RecordsTrans(RecordsTrans&& other) noexcept(false);
+    RecordsTrans& operator=(RecordsTrans&& other) noexcept(false);
 
     /// Notes that a row is to come into the table, or to leave it; see the list above for a row
     /// that has an operation already.

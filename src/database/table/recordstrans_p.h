@@ -58,11 +58,11 @@ public:
     Entry* find(const Record& record);
     Entry& add(const Record& record, int operation);
     bool accepts(const Record& record);
-    void widen(int first, int last);
+    void widen(int from, int to);
     /// Puts `content`'s `columns` over what is held for the row. Takes `content` itself where it is
     /// the only one to have it.
     void update(const Record& live, const Record& content, const LiveTable::ColumnSet& columns,
-                int first, int last, bool adopt);
+                int from, int to, bool adopt);
     QList<Record> rows(int operation) const;
 
     Table* table = nullptr;

@@ -24,7 +24,7 @@ class LIVETABLE_EXPORT RecordUpdater
 {
 public:
     /// For one row of the transaction's table. Costs nothing until a cell is written.
-    RecordUpdater(RecordsTrans& transaction, const Record& live);
+    RecordUpdater(RecordsTrans& into, const Record& record);
     /// Commits; memory running out at that point loses the update with a warning.
     ~RecordUpdater();
 

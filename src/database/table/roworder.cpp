@@ -48,6 +48,7 @@ private:
         if (width <= 0)
             return;
         left -= width;
+        Q_ASSERT(left >= 1 && left < 128); // the last bit is for exactness
         if (left >= 64) {
             key.high |= bits << (left - 64);
             return;

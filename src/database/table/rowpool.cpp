@@ -72,8 +72,10 @@ RowPool::RowPool(size_t size)
 
 RowPool::~RowPool()
 {
-    while (chunks)
+    while (chunks) {
+        Q_ASSERT(!chunks->previous);
         dropChunk(chunks);
+    }
 }
 
 RowPool::Chunk* RowPool::addChunk() noexcept

@@ -212,14 +212,14 @@ void TablePrivate::addRow(const Record& record)
 
 Record Table::appendRow()
 {
-    const Record record(this);
+    Record record(this);
     d->addRow(record);
     return record;
 }
 
 Record Table::appendRow(unsigned char* row)
 {
-    const Record record(row);
+    Record record(row);
     d->addRow(record);
     return record;
 }

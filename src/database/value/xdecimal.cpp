@@ -18,9 +18,19 @@ namespace {
 
 constexpr quint8 notANumber = 101;
 constexpr quint8 signBit = 128;
-constexpr char overflowError[] = "xdecimal:overflow";
-constexpr char nanError[] = "xdecimal:nan";
-constexpr char operandError[] = "xdecimal:bad operand";
+
+[[noreturn]] void throwOverflow()
+{
+    throw "xdecimal:overflow";
+}
+[[noreturn]] void throwNaN()
+{
+    throw "xdecimal:nan";
+}
+[[noreturn]] void throwBadOperand()
+{
+    throw "xdecimal:bad operand";
+}
 
 constexpr bool isScale(int scale)
 {
@@ -243,27 +253,27 @@ bool xdecimal::isNaN() const noexcept
 unsigned int xdecimal::setScale(short scale)
 {
     if (!isScale(scale) || isNaN())
-        throw operandError;
+        throwBadOperand();
     Packed packed(scale);
     BCDIICopy(packed.digits, packed.type, m_digits, m_type, BCDII_ROUND_HALF_UP);
     *this = packed.value();
     const unsigned int result = BCDIICheck(m_digits, m_type);
     if (result & BCDII_RESULT_INVALID)
-        throw operandError;
+        throwBadOperand();
     return result;
 }
 
 xdecimal operator+(const xdecimal& a, const xdecimal& b)
 {
     if (a.isNaN() || b.isNaN())
-        throw nanError;
+        throwNaN();
     Packed sum(0);
     const auto add = [&](void* out, unsigned int type) {
         return BCDIIAdd(out, type, digitsOf(a), a.type(), digitsOf(b), b.type(),
                         BCDII_ROUND_HALF_UP);
     };
     if (!sum.fill(std::max(a.scale(), b.scale()), xdecimal::minimumScale, add))
-        throw overflowError;
+        throwOverflow();
     return sum.value();
 }
 
@@ -275,7 +285,7 @@ xdecimal operator-(const xdecimal& a, const xdecimal& b)
 xdecimal operator*(const xdecimal& a, const xdecimal& b)
 {
     if (a.isNaN() || b.isNaN())
-        throw nanError;
+        throwNaN();
     Packed product(0);
     const auto multiply = [&](void* out, unsigned int type) {
         return BCDIIMul(out, type, digitsOf(a), a.type(), digitsOf(b), b.type(),
@@ -284,14 +294,14 @@ xdecimal operator*(const xdecimal& a, const xdecimal& b)
     const int scale =
         std::clamp(a.scale() + b.scale(), xdecimal::minimumScale, xdecimal::maximumScale);
     if (!product.fill(scale, xdecimal::minimumScale, multiply))
-        throw overflowError;
+        throwOverflow();
     return product.value();
 }
 
 xdecimal xdecimal::operator-() const
 {
     if (isNaN())
-        throw nanError;
+        throwNaN();
     xdecimal result = *this;
     BCDIINeg(result.m_digits, result.m_type);
     return result;
@@ -320,7 +330,7 @@ xdecimal xdecimal::fromDecimal(decimal value) noexcept
 decimal xdecimal::toDecimal() const
 {
     if (isNaN())
-        throw nanError;
+        throwNaN();
     for (int places = scale(); places >= -decimal::maximumScale; --places) {
         long long n = 0;
         const unsigned int result = BCDII2Int64(&n, m_digits, m_type, places, BCDII_ROUND_HALF_UP);
@@ -333,7 +343,7 @@ decimal xdecimal::toDecimal() const
 xdecimal xdecimal::fromInt64(qint64 n, int scale)
 {
     if (!isScale(scale))
-        throw operandError;
+        throwBadOperand();
     Packed packed(scale);
     BCDIIGetFromInt64(packed.digits, packed.type, n, scale);
     return packed.value();
@@ -378,12 +388,12 @@ xdecimal xdecimal::fromDouble(double v, short scale)
 {
     Packed packed(scale);
     if (!BCDIICheckType(packed.type))
-        throw operandError;
+        throwBadOperand();
     const unsigned int result = BCDIIGetFromDouble(packed.digits, v, packed.type);
     if (result & BCDII_RESULT_ERROR)
-        throw overflowError;
+        throwOverflow();
     if (result & BCDII_RESULT_OVERFLOW)
-        throw nanError;
+        throwNaN();
     return packed.value();
 }
 
