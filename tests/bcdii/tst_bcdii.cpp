@@ -134,6 +134,23 @@ private Q_SLOTS:
         QVERIFY(BCDII2Double(&v, mark.bytes) == 0xB0 && v == 7);
     }
 
+    // All that is copied lies below the unit of a type without digits, for which it has no room.
+    void noDigits()
+    {
+        for (int i = 0; i < 5 * 2 * 9 * 2; ++i) {
+            const BCDIIroundstyle style = styles[i % 5];
+            const int scale = 2 + i / 5 % 2;
+            const int digit = 1 + i / 10 % 9;
+            const Buffer source(i < 90 ? digit : -digit, BCDIITYPE(3, scale + 1));
+            const bool isAway = store(source.number, 1, scale, style).n != 0;
+            const bool isDirected = style == BCDII_ROUND_CEILING || style == BCDII_ROUND_FLOOR;
+            Buffer res(0x0300);
+            QCOMPARE(
+                BCDIICopy(res.digits(), BCDIITYPE(0, scale), source.digits(), source.type(), style),
+                isAway ? isDirected ? 0x15U : 0x11U : 0x42U);
+        }
+    }
+
     void integers()
     {
         Random random;
@@ -225,7 +242,7 @@ private Q_SLOTS:
         Random random;
         const auto digits = [&](int size) {
             QByteArray all;
-            for (const int zeros = random.below(3) ? 0 : size / 2; all.size() < size;)
+            for (const int zeros = random.below(3) ? 0 : random.below(size + 1); all.size() < size;)
                 all += static_cast<char>('0' + (all.size() < zeros ? 0 : random.below(10)));
             return all;
         };

@@ -6,11 +6,14 @@
 #include "index/masterindex.h"
 #include "index/sortedview.h"
 #include "index/watchindex.h"
+#include "io/tableio.h"
 #include "join/tablejoin.h"
 #include "support/journal.h"
 #include "support/outcome.h"
 #include "table/recordstrans.h"
 
+#include <QDataStream>
+#include <QScopeGuard>
 #include <QtTest>
 
 #include <dlfcn.h>
@@ -193,6 +196,16 @@ struct Fixture : FilledTable
         table.addIndex(&last);
     }
 
+    QByteArray saved()
+    {
+        const int left = Shortage::left.exchange(0);
+        QByteArray bytes;
+        QDataStream stream(&bytes, QIODevice::WriteOnly);
+        TableIO(&table).write(stream, true);
+        Shortage::left = left;
+        return bytes;
+    }
+
     // Changes of each kind, by single calls or by a transaction.
     void heal(int key, int kind)
     {
@@ -246,6 +259,7 @@ const Step steps[] = {
              rows.append(made(f.table, i * 7 % 20, i % 3));
          f.table.appendList(rows);
      }},
+    {"append a row", 6, [](Fixture& f) { f.table.appendRow(made(f.table, 3, 1).row()); }},
     {"remove a row", 12, [](Fixture& f) { f.heal(0, 2); }},
     {"update in place", 12, [](Fixture& f) { f.heal(30, 3); }},
     {"clear", 12, [](Fixture& f) { f.table.clear(); }},
@@ -272,6 +286,28 @@ const Step steps[] = {
              prices.appendRow(made(prices, key, key / 2.0).row());
          LiveJoin join(&f.table, &prices, {"price"});
          prices.remove(prices.at(2));
+     }},
+    {"move", 12,
+     [](Fixture& f) {
+         f.list.move(1, 5, 0);
+         if (f.table.masterIndex()->columns().isEmpty())
+             f.table.masterIndex()->move(2, 3, 7);
+     }},
+    {"read", 12,
+     [](Fixture& f) {
+         if (f.limit || !f.table.masterIndex()->columns().isEmpty())
+             return;
+         Table copy("copy");
+         QDataStream stream(f.saved());
+         const SortedView view(&copy, QVector<SortColumn>());
+         const auto check = qScopeGuard([&] { // that all is right with the next change
+             const int left = Shortage::left.exchange(0);
+             copy.appendRow();
+             if (!copy.verify().isEmpty() || copy.indexes().size() != 1)
+                 qFatal("what was read: %s", qPrintable(copy.verify()));
+             Shortage::left = left;
+         });
+         TableIO(&copy).read(stream, true);
      }},
     {"resort", 8,
      [](Fixture& f) {
