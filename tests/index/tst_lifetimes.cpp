@@ -69,6 +69,8 @@ struct World
             if (const QString fault = table->verify(); !fault.isEmpty())
                 return fault;
         }
+        if (has(0) && !has(4) && !main->at(0).data(2).isNull())
+            return "a join that has not undone itself";
         if (has(1))
             return QString();
         if (has(5)) {
