@@ -3,10 +3,9 @@
 // the others: decompressed as they are; compressed and back, which must give the same; compressed,
 // damaged and decompressed.
 #include "io/qtiocompressor.h"
+#include "require.h"
 
 #include <QBuffer>
-
-#include <cstdlib>
 
 namespace {
 
@@ -25,8 +24,7 @@ QByteArray decompressed(const QByteArray& bytes, const Choice& choice)
     below.setData(bytes);
     QtIOCompressor device(&below, 6, choice.bufferSize);
     device.setStreamFormat(choice.format);
-    if (!device.open(QIODevice::ReadOnly))
-        std::abort();
+    require(device.open(QIODevice::ReadOnly));
     QByteArray all;
     constexpr int most = 1 << 20; // a bomb is not worth more
     while (all.size() < most) {
@@ -43,8 +41,7 @@ QByteArray compressed(const QByteArray& bytes, const Choice& choice)
     QBuffer below;
     QtIOCompressor device(&below, 1, choice.bufferSize);
     device.setStreamFormat(choice.format);
-    if (!device.open(QIODevice::WriteOnly))
-        std::abort();
+    require(device.open(QIODevice::WriteOnly));
     for (int at = 0; at < bytes.size(); at += choice.readSize) {
         device.write(bytes.mid(at, choice.readSize));
         if (at % 3 == 0)
@@ -65,8 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
     const QByteArray bytes(reinterpret_cast<const char*>(data) + 2, static_cast<int>(size) - 2);
     decompressed(bytes, choice);
     QByteArray stream = compressed(bytes, choice);
-    if (decompressed(stream, choice) != bytes)
-        std::abort();
+    require(decompressed(stream, choice) == bytes);
     const int at = (bytes.at(0) & 0xFF) * (stream.size() - 1) / 255;
     stream[at] = static_cast<char>(stream.at(at) ^ (data[1] | 1));
     decompressed(stream, choice);

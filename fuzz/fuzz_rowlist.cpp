@@ -4,11 +4,11 @@
 #include "base/hostcore.h"
 #include "believed.h"
 #include "io/tableio.h"
+#include "require.h"
 #include "table/table.h"
 
 #include <QDataStream>
 
-#include <cstdlib>
 #include <memory>
 
 namespace {
@@ -47,8 +47,7 @@ void readAll(const QByteArray& bytes, Table* table, bool strict, bool createTabl
         std::unique_ptr<Table> created; // dies after its records
         PartitionList<Record> records;
         io.readRowList(all, stream, records, createTable);
-        if (strict && records.count() > bytes.size())
-            std::abort();
+        require(!strict || records.count() <= bytes.size());
         if (createTable && !records.isEmpty())
             created.reset(records.at(0).table());
         for (const Record& record : records)

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Settings files from outside. What is read is written and read again: after the first rounds, in
 // which some keys may give way to others, nothing changes any more.
+#include "require.h"
 #include "settings/qtjsonsettings.h"
 
 #include <QBuffer>
-
-#include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
 {
@@ -17,18 +16,15 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
         QBuffer in(&bytes);
         in.open(QIODevice::ReadOnly);
         if (!QtJsonSettings::readJsonFile(in, map)) {
-            if (round > 0 || !map.isEmpty())
-                std::abort();
+            require(round == 0 && map.isEmpty());
             return 0;
         }
         QBuffer out;
         out.open(QIODevice::WriteOnly);
-        if (!QtJsonSettings::writeJsonFile(out, map))
-            std::abort();
+        require(QtJsonSettings::writeJsonFile(out, map));
         before = bytes;
         bytes = out.data();
     }
-    if (bytes != before)
-        std::abort();
+    require(bytes == before);
     return 0;
 }

@@ -4,11 +4,10 @@
 #include "believed.h"
 #include "index/masterindex.h"
 #include "io/tableio.h"
+#include "require.h"
 #include "table/table.h"
 
 #include <QDataStream>
-
-#include <cstdlib>
 
 namespace {
 
@@ -26,8 +25,7 @@ void readStrictly(const QByteArray& bytes)
     io.setStrict(true);
     QDataStream stream(bytes);
     io.read(stream, true);
-    if (table.rowCount() > bytes.size())
-        std::abort(); // more rows than the file has bytes
+    require(table.rowCount() <= bytes.size()); // a row has a byte at least
     useCells(table);
     if (io.status() != TableIO::Ok || !stream.atEnd())
         return;
@@ -40,13 +38,11 @@ void readStrictly(const QByteArray& bytes)
     FilterProgressTrue all;
     io.writeRows(all, header, out);
     const int rowBytes = static_cast<int>(table.rowLengthUnaligned()) + header.nullBytes;
-    if (rows.size() != bytes.size() - headerBytes)
-        std::abort();
+    require(rows.size() == bytes.size() - headerBytes);
     // Bits of the bitmap that belong to no column do not survive.
     for (int i = 0; i < rows.size(); ++i)
-        if (rows.at(i) != bytes.at(headerBytes + i) &&
-            (table.columnCount() % 8 == 0 || (i + 1) % rowBytes != 0))
-            std::abort();
+        require(rows.at(i) == bytes.at(headerBytes + i) ||
+                (table.columnCount() % 8 != 0 && (i + 1) % rowBytes == 0));
 }
 
 void readByDefault(const QByteArray& bytes)

@@ -132,6 +132,11 @@ private Q_SLOTS:
         double v = 7;
         QVERIFY(BCDII2Int64(&n, mark.bytes, 0) == 0xB0 && n == 7);
         QVERIFY(BCDII2Double(&v, mark.bytes) == 0xB0 && v == 7);
+        // A type without digits: what is discarded is all there is, and one unit has no room.
+        const unsigned int flags[] = {0x42, 0x15, 0x42, 0x11, 0x42};
+        for (const BCDIIroundstyle style : styles)
+            QCOMPARE(BCDIICopy(res.digits(), 2, Buffer(4, 0x0303).digits(), 0x0303, style),
+                     flags[style]);
     }
 
     void integers()
@@ -225,7 +230,7 @@ private Q_SLOTS:
         Random random;
         const auto digits = [&](int size) {
             QByteArray all;
-            for (const int zeros = random.below(3) ? 0 : size / 2; all.size() < size;)
+            for (const int zeros = random.below(3) ? 0 : random.below(size + 1); all.size() < size;)
                 all += static_cast<char>('0' + (all.size() < zeros ? 0 : random.below(10)));
             return all;
         };

@@ -37,8 +37,9 @@ public:
         window->show();
         QApplication::setActiveWindow(window.get());
         constexpr int patienceMs = 60'000; // sanitizers are slow, and machines are shared
-        isReady = QTest::qWaitForWindowActive(window.get(), patienceMs) &&
-                  QTest::qWaitFor([this] { return isFilled(); }, patienceMs);
+        if (!QTest::qWaitForWindowActive(window.get(), patienceMs) ||
+            !QTest::qWaitFor([this] { return isFilled(); }, patienceMs))
+            qFatal("there is no filled window");
     }
     bool isFilled()
     {
@@ -76,7 +77,6 @@ public:
     QString message() { return window->status().message(); }
 
     std::unique_ptr<MainWindow> window;
-    bool isReady = false;
 };
 
 /// Whether the rows that the model shows are all quotes that `wanted` accepts, in the order of the
@@ -167,7 +167,6 @@ private Q_SLOTS:
     void boardFollowsEveryQuote()
     {
         Desk desk;
-        QVERIFY(desk.isReady);
         desk.play();
         desk.window->player().setPaused(true);
         desk.chain().flush();
@@ -218,37 +217,27 @@ private Q_SLOTS:
         QCOMPARE(market.board.options().rowCount(), 6);
     }
 
-    void typedWordsFilter_data()
-    {
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<int>("count"); // of 50 strikes from 2750 in steps of 20, two expiries
-        QTest::newRow("puts") << "p" << 100;
-        QTest::newRow("strike") << "3210" << 4;
-        QTest::newRow("beginning") << "32" << 5 * 4;
-        QTest::newRow("range") << "C >3100 <3200" << 5 * 2;
-        QTest::newRow("expiry") << "jun P" << 50;
-        QTest::newRow("nothing") << "swan" << 0;
-        QTest::newRow("all") << " " << 200;
-    }
     void typedWordsFilter()
     {
-        QFETCH(QString, typed);
-        QFETCH(int, count);
+        // Of 50 strikes from 2750 in steps of 20, two expiries.
+        const std::pair<const char*, int> rows[] = {
+            {"p", 100},    {"3210", 4}, {"32", 5 * 4}, {"C >3100 <3200", 5 * 2},
+            {"jun P", 50}, {"swan", 0}, {" ", 200}};
         Desk desk;
-        QVERIFY(desk.isReady);
-        desk.key(Qt::Key_F, Qt::ControlModifier);
-        QTest::keyClicks(QApplication::focusWidget(), typed);
-        QTRY_COMPARE(desk.quotes()->rowCount(), count);
-        desk.play(); // and the quotes that come do not change that
-        QCOMPARE(desk.quotes()->rowCount(), count);
-        desk.window->quotes().setFilter(QString());
-        QCOMPARE(desk.quotes()->rowCount(), 200);
+        for (const auto& [typed, count] : rows) {
+            desk.key(Qt::Key_F, Qt::ControlModifier);
+            QTest::keyClicks(QApplication::focusWidget(), typed);
+            QTRY_COMPARE(desk.quotes()->rowCount(), count);
+            desk.play(); // and the quotes that come do not change that
+            QCOMPARE(desk.quotes()->rowCount(), count);
+            desk.window->quotes().setFilter(QString());
+            QCOMPARE(desk.quotes()->rowCount(), 200);
+        }
     }
 
     void clickedHeaderSortsLive()
     {
         Desk desk;
-        QVERIFY(desk.isReady);
         QuotesPane& pane = desk.window->quotes();
         pane.setFilter(QStringLiteral("C"));
         const auto isCall = [](const Record& row) {
@@ -275,7 +264,6 @@ private Q_SLOTS:
     void editedCellIsKept()
     {
         Desk desk;
-        QVERIFY(desk.isReady);
         Grid* grid = desk.window->optionBoard().grid();
         const auto held = [&desk] {
             return desk.window->optionBoard().model()->record(25).data(
@@ -307,7 +295,6 @@ private Q_SLOTS:
     void frozenRowsStay()
     {
         Desk desk;
-        QVERIFY(desk.isReady);
         desk.key(Qt::Key_F6);
         const auto top = [&desk] {
             return desk.window->tape().model()->index(0, 0).data(TableModel::RecordRole);
@@ -333,7 +320,6 @@ private Q_SLOTS:
         const QTemporaryDir folder;
         const QString path = folder.filePath(QStringLiteral("evening"));
         Desk desk;
-        QVERIFY(desk.isReady);
         Chain& chain = desk.chain();
         RecordsTrans trade(&chain.rows());
         RecordUpdater(trade, chain.rows().at(3)).data(Chain::column('P', Chain::Held)) = 5;
@@ -402,7 +388,6 @@ private Q_SLOTS:
     {
         {
             Desk desk(QStringLiteral("noon"));
-            QVERIFY(desk.isReady);
             desk.window->optionBoard().grid()->setColumnHidden(1, true);
             desk.window->optionBoard().setExpiry(20200619);
             desk.window->quotes().setOrder(4, true);
@@ -417,7 +402,6 @@ private Q_SLOTS:
             QVERIFY(desk.window->close());
         }
         Desk desk;
-        QVERIFY(desk.isReady);
         QCOMPARE(desk.window->workplace(), QStringLiteral("noon"));
         QVERIFY(desk.window->optionBoard().grid()->isColumnHidden(1));
         QCOMPARE(desk.window->optionBoard().expiry(), 20200619);
@@ -428,36 +412,29 @@ private Q_SLOTS:
         QVERIFY(!Theme::current().isDark);
     }
 
-    void commandLineIsRead_data()
-    {
-        QTest::addColumn<QStringList>("words");
-        QTest::addColumn<QString>("fault");
-        const auto row = [](const char* name, const QStringList& words, const char* fault) {
-            QTest::newRow(name) << words << QString::fromLatin1(fault);
-        };
-        row("nothing", {}, "");
-        row("maximum", {"--speed", "max", "--palette", "light", "--size", "1280x800"}, "");
-        row("speed", {"--speed", "-1"}, "--speed needs numbers above 0");
-        row("not a number", {"--replay-loop", "nan"}, "--replay-loop needs");
-        row("palette", {"--palette", "grey"}, "--palette is");
-        row("size", {"--size", "1280"}, "--size needs");
-        row("no folder", {"--screenshot-at", "1"}, "need each other");
-        row("minutes", {"--screenshot-dir", "x", "--screenshot-at", "1,x"},
-            "--screenshot-at needs");
-        row("unknown", {"--fast"}, "fast");
-        row("stray", {"fast"}, "unexpected argument");
-    }
     void commandLineIsRead()
     {
-        QFETCH(QStringList, words);
-        QFETCH(QString, fault);
-        QString found;
-        try {
-            parseOptions(QStringList{"board"} + words);
-        } catch (const InputError& error) {
-            found = error.message;
+        const std::pair<QStringList, const char*> rows[] = {
+            {{}, ""},
+            {{"--speed", "max", "--palette", "light", "--size", "1280x800"}, ""},
+            {{"--speed", "-1"}, "--speed needs numbers above 0"},
+            {{"--replay-loop", "nan"}, "--replay-loop needs"},
+            {{"--palette", "grey"}, "--palette is"},
+            {{"--size", "1280"}, "--size needs"},
+            {{"--screenshot-at", "1"}, "need each other"},
+            {{"--screenshot-dir", "x", "--screenshot-at", "1,x"}, "--screenshot-at needs"},
+            {{"--fast"}, "fast"},
+            {{"fast"}, "unexpected argument"},
+        };
+        for (const auto& [words, fault] : rows) {
+            QString found;
+            try {
+                parseOptions(QStringList{"board"} + words);
+            } catch (const InputError& error) {
+                found = error.message;
+            }
+            QVERIFY2(*fault ? found.contains(fault) : found.isEmpty(), qPrintable(found));
         }
-        QVERIFY2(fault.isEmpty() ? found.isEmpty() : found.contains(fault), qPrintable(found));
     }
 
 private:

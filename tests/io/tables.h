@@ -128,14 +128,6 @@ inline QString difference(const Table& a, const Table& b, int rows = -1)
     return QString();
 }
 
-inline QByteArray bytesOf(Table& table, bool withRows = true)
-{
-    QByteArray bytes;
-    QDataStream stream(&bytes, QIODevice::WriteOnly);
-    TableIO(&table).write(stream, withRows);
-    return bytes;
-}
-
 inline QByteArray listBytes(Table& table)
 {
     QByteArray bytes;

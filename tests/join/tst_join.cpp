@@ -336,22 +336,6 @@ private Q_SLOTS:
         } while (std::next_permutation(order.begin(), order.end()));
     }
 
-    void liveJoinUndoesItself()
-    {
-        Keyed main("M", {"A"});
-        Keyed quotes("Q", {"A", "v"});
-        quotes.put({1, 5});
-        main.put({1});
-        {
-            const LiveJoin join(&main, &quotes, {"v"});
-            QCOMPARE(cell(main.at(0), 1), 5);
-        }
-        quotes.put({1, 6});
-        QCOMPARE(cell(main.at(0), 1), -1);
-        QVERIFY(main.indexes().isEmpty() && quotes.indexes().isEmpty() &&
-                quotes.dependentIndexes().isEmpty());
-    }
-
 private:
     static void longList(int count)
     {

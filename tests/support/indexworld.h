@@ -514,6 +514,11 @@ private:
             row->mark = Row::Fresh;
         } else if (below(3) == 0) {
             const int position = table.masterIndex()->indexOf(row->record);
+            if (below(3) == 0 && flavour != 3) { // which nobody is told of
+                const int column = below(Columns);
+                table.setNull(position, column);
+                row->codes[size_t(column)] = 0;
+            }
             table.remove(row->record, below(2) ? position : below(2) ? -1 : below(50));
             row->inTable = false;
         } else {

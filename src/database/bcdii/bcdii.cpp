@@ -56,37 +56,23 @@ void _addtodigit(BYTE* bcd, int i, BYTE unit)
     bcd[0] = static_cast<BYTE>(bcd[0] + unit);
 }
 
-// Rounding when all digits lie below the kept unit: `digit` is the one just below it, 0 if the
-// digits begin further down. One unit has no room here, so a number that rounds up is marked. No
-// caller has such a type today: it takes a precision below 1.
-// GCOV_EXCL_START
-unsigned int roundAway(BYTE* bcd, int ball, int digit, BCDIIroundstyle style)
+// Whether a number gets one more kept unit when digits, of which this is the first, are discarded.
+bool roundsAway(int digit, bool negative, BCDIIroundstyle style)
 {
-    const bool negative = isNegative(bcd);
     switch (style) {
     case BCDII_ROUND_HALF_UP:
-        if (digit >= 5)
-            return mark(bcd, flagsOverflow);
-        break;
+        return digit >= 5;
     case BCDII_ROUND_CEILING:
-        if (!negative)
-            return mark(bcd, flagsOverflow | BCDII_RESULT_NEGATIVE);
-        break;
+        return !negative;
     case BCDII_ROUND_FLOOR:
-        if (negative)
-            return mark(bcd, flagsOverflow | BCDII_RESULT_NEGATIVE);
-        break;
+        return negative;
     case BCDII_ROUND_UP:
-        return mark(bcd, flagsOverflow);
+        return true;
     case BCDII_ROUND_DOWN:
-        break;
-    default:
-        assertionFailed("!\"Wrong roundstyle parameter\"", __func__);
+        return false;
     }
-    std::memset(bcd, 0, static_cast<std::size_t>(ball));
-    return BCDII_RESULT_ROUNDED | BCDII_RESULT_ZERO;
+    assertionFailed("!\"Wrong roundstyle parameter\"", "round_internal");
 }
-// GCOV_EXCL_STOP
 
 // Rounds in place to `target` fraction digits, those discarded become 0.
 unsigned int round_internal(BYTE* bcd, unsigned int type, int target, BCDIIroundstyle style)
@@ -101,10 +87,14 @@ unsigned int round_internal(BYTE* bcd, unsigned int type, int target, BCDIIround
         BCDII_ASSERT(!isNull(bcd, ball));
         return signFlag;
     }
-    if (layout.nint <= -target) {
+    if (layout.nint <= -target) { // no digit is kept, and one unit has no room
         const BYTE first = byteAt(bcd, 0);
         const int digit = layout.nint < -target ? 0 : layout.nint & 1 ? first : first / 10;
-        return roundAway(bcd, ball, digit, style);
+        const bool isDirected = style == BCDII_ROUND_CEILING || style == BCDII_ROUND_FLOOR;
+        if (roundsAway(digit, negative, style))
+            return mark(bcd, flagsOverflow | (isDirected ? BCDII_RESULT_NEGATIVE : 0U));
+        std::memset(bcd, 0, static_cast<std::size_t>(ball));
+        return BCDII_RESULT_ROUNDED | BCDII_RESULT_ZERO;
     }
 
     // The first discarded digit: the tens of byte i when target is even, else its ones.
@@ -115,26 +105,7 @@ unsigned int round_internal(BYTE* bcd, unsigned int type, int target, BCDIIround
     if (byteIsNull && (i + 1 == ball || s_isNull(bcd + i + 1, ball - i - 1)))
         return signFlag;
 
-    bool increment = false;
-    switch (style) {
-    case BCDII_ROUND_HALF_UP:
-        increment = digit >= 5;
-        break;
-    case BCDII_ROUND_CEILING:
-        increment = !negative;
-        break;
-    case BCDII_ROUND_FLOOR:
-        increment = negative;
-        break;
-    case BCDII_ROUND_UP:
-        increment = true;
-        break;
-    case BCDII_ROUND_DOWN:
-        break;
-    default:
-        assertionFailed("!\"Wrong roundstyle parameter\"", __func__);
-    }
-
+    const bool increment = roundsAway(digit, negative, style);
     bcd[0] &= 127;
     bcd[i] = static_cast<BYTE>(wholeByte ? 0 : bcd[i] - digit);
     std::memset(bcd + i + 1, 0, static_cast<std::size_t>(ball - i - 1));

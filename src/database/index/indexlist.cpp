@@ -7,6 +7,7 @@
 #include "table/table_p.h"
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <mutex>
 #include <utility>
@@ -71,18 +72,25 @@ void IndexListPrivate::moveBlock(int first, int last, int to)
     if (first < 0 || n < 1 || last >= records.count() || to == first || to == last || to < 0 ||
         to > records.count() - n)
         return;
-    std::vector<std::pair<Record, SortKey>> block;
-    block.reserve(static_cast<size_t>(n));
-    for (int i = 0; i < n; ++i) {
-        const Place place = records.place(first);
-        const SortKey key = records.keyAt(place);
-        block.emplace_back(records.takeAt(place), key);
+    // The whole list is ordered anew, for which memory is needed only before anything moves.
+    std::vector<std::pair<unsigned char*, SortKey>> order;
+    order.reserve(static_cast<size_t>(records.count()));
+    for (int i = 0; i < records.count(); ++i) {
+        const Place place = records.place(i);
+        order.emplace_back(records.at(place).row(), records.keyAt(place));
     }
-    for (int i = 0; i < n; ++i)
-        records.insert(to + i, block[static_cast<size_t>(i)].first,
-                       block[static_cast<size_t>(i)].second);
-    if (keys == ArrivalNumbers)
-        renumber();
+    const auto begin = order.begin();
+    if (to < first)
+        std::rotate(begin + to, begin + first, begin + last + 1);
+    else
+        std::rotate(begin + first, begin + last + 1, begin + to + n);
+    lastArrival = keys == ArrivalNumbers ? static_cast<quint64>(records.count()) : 0;
+    records.reorder([&](int i, void* slot, SortKey* key) {
+        const auto& [row, oldKey] = order[static_cast<size_t>(i)];
+        std::memcpy(slot, &row, sizeof(Record));
+        *key = lastArrival > 0 ? SortKey{static_cast<quint64>(i) + 1, 0} : oldKey;
+        tag(Record::borrowed(row), *key);
+    });
     tellReset();
 }
 

@@ -2,7 +2,7 @@
 #include "index/keyindex.h"
 
 #include "index/masterindex.h"
-#include "table/table.h"
+#include "table/table_p.h"
 
 #include <QSet>
 
@@ -169,6 +169,15 @@ bool KeyIndex::isNumbered(const Record& record) const
     return !record.data(column).isNull();
 }
 
+// Whether cells of the row were changed in place, perhaps the number, and nobody has told of it
+// yet.
+bool KeyIndex::isUntold(const Record& record) const
+{
+    const TablePrivate* table = viewed ? TablePrivate::get(viewed.data()) : nullptr;
+    return table &&
+           (table->untold.contains(record.row()) || table->untoldNow.contains(record.row()));
+}
+
 // While damaged it wants to hear of any row.
 bool KeyIndex::filter(const Record& record) const
 {
@@ -197,7 +206,7 @@ void KeyIndex::add(const Record& record)
 void KeyIndex::remove(const Record& record, int)
 {
     heal();
-    if (isNumbered(record))
+    if (isNumbered(record) || isUntold(record))
         takeRow(keyOf(record), record);
 }
 
@@ -207,12 +216,14 @@ void KeyIndex::preprocess(const QList<Record>& removed, const QList<Record>& upd
 {
     leaving.clear();
     const auto note = [this](const Record& record) {
-        if (isNumbered(record))
+        if (isNumbered(record) || isUntold(record))
             leaving.push_back({keyOf(record), record});
     };
     std::for_each(removed.cbegin(), removed.cend(), note);
-    if (touches(firstColumn, lastColumn))
-        std::for_each(updated.cbegin(), updated.cend(), note);
+    const bool isTouched = touches(firstColumn, lastColumn);
+    for (const Record& record : updated)
+        if (isTouched || isUntold(record))
+            note(record);
     grow(used + static_cast<size_t>(inserted.size() + updated.size()));
 }
 

@@ -77,6 +77,7 @@ private:
     bool touches(int firstColumn, int lastColumn) const noexcept;
     qint64 keyOf(const Record& record) const;
     bool isNumbered(const Record& record) const;
+    bool isUntold(const Record& record) const;
     void insert(const Record& record);
     void take(size_t slot) noexcept;
     void takeRow(qint64 key, const Record& row) noexcept;

@@ -257,19 +257,8 @@ qint64 QtIOCompressor::writeData(const char* data, qint64 size)
         const qint64 piece = std::min(size - done, largestPiece);
         d->zlib.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data + done));
         d->zlib.avail_in = static_cast<uInt>(piece);
-        do {
-            d->zlib.next_out = d->buffer.data();
-            d->zlib.avail_out = static_cast<uInt>(d->bufferSize);
-            const int code = deflate(&d->zlib, Z_NO_FLUSH);
-            if (code != Z_OK) {
-                d->state = QtIOCompressorPrivate::Failed;
-                d->setZlibError(QStringLiteral("Internal zlib error when compressing: "), code);
-                return -1;
-            }
-            const auto produced = static_cast<unsigned>(d->bufferSize) - d->zlib.avail_out;
-            if (!d->writeBytes(d->buffer.data(), produced))
-                return -1;
-        } while (d->zlib.avail_out == 0);
+        if (!d->compress(Z_NO_FLUSH))
+            return -1;
         done += piece;
     }
     return size;
@@ -285,6 +274,12 @@ bool QtIOCompressorPrivate::flushZlib(int flushMode)
 {
     zlib.next_in = nullptr;
     zlib.avail_in = 0;
+    return compress(flushMode);
+}
+
+// Hands all input to zlib, and what it makes of it to the device.
+bool QtIOCompressorPrivate::compress(int flushMode)
+{
     int code = Z_OK;
     do {
         zlib.next_out = buffer.data();

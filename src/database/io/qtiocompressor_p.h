@@ -36,6 +36,7 @@ public:
     int fill();
     void pushBack();
     bool flushZlib(int flushMode);
+    bool compress(int flushMode);
     bool writeBytes(unsigned char* bytes, unsigned count);
     void setZlibError(const QString& prefix, int code);
 

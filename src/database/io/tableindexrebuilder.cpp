@@ -9,16 +9,24 @@
 
 namespace {
 
-void buildAll(const QList<Index*>& indexes)
+// A host's function may throw: the others have their turn all the same.
+template <typename Act>
+void forEach(const QList<Index*>& indexes, const char* failure, Act act)
 {
     for (Index* index : indexes) {
         try {
-            index->build();
+            act(index);
         } catch (...) {
-            qWarning() << "TableIndexRebuilder : an index could not be built:"
-                       << index->getClassName();
+            qWarning() << failure << index->getClassName();
         }
     }
+}
+
+void buildAll(const QList<Index*>& indexes)
+{
+    forEach(indexes, "TableIndexRebuilder : an index could not be built:", [](Index* index) {
+        index->build();
+    });
 }
 
 } // namespace
@@ -33,8 +41,9 @@ TableIndexRebuilder::TableIndexRebuilder(Table* indexed)
     }
     detectIndexGroup(indexes);
     for (const QList<Index*>& group : {plainGroup, dependentGroup, joinGroup})
-        for (Index* index : group)
+        forEach(group, "TableIndexRebuilder : an index could not be emptied:", [](Index* index) {
             index->clear();
+        });
 }
 
 TableIndexRebuilder::~TableIndexRebuilder()

@@ -23,8 +23,8 @@ class Table;
 ///
 /// Ownership: owns nothing; the table and its indexes must outlive the guard. Threads: takes no
 /// lock; keep others away from the indexes, and end an update bracket that was opened inside the
-/// guard before the guard ends. Errors: nothing is thrown by the destructor; an index whose build()
-/// throws is attached as that left it, with a warning.
+/// guard before the guard ends. Errors: nothing is thrown; an index whose clear() or build() throws
+/// is attached as that left it, with a warning.
 ///
 ///     {
 ///         TableIndexRebuilder guard(&quotes);

@@ -14,6 +14,7 @@
 #include <QtDebug>
 
 #include <algorithm>
+#include <memory>
 #include <typeinfo>
 
 using namespace LiveTable;
@@ -334,12 +335,13 @@ void TableIO::make_fromDefs(QList<FieldDefConvertor*>& out, const Table* fileLay
         TableColumnDef* from = isTold ? nullptr : columnOf(column->name);
         if (!from)
             continue;
-        FieldDefConvertor* own = makeConvertor(*column, *from);
+        std::unique_ptr<FieldDefConvertor> own(makeConvertor(*column, *from));
         own->from = from;
         own->to = column;
-        out.append(own);
-        if (dynamic_cast<FieldDefConvertor_Copy*>(own))
-            ranges.append({from->offset, own});
+        out.append(own.get());
+        FieldDefConvertor* const last = own.release();
+        if (dynamic_cast<FieldDefConvertor_Copy*>(last))
+            ranges.append({from->offset, last});
     }
     // Nobody reads the ranges any more; they cost a sort of as many items as there are columns.
     std::sort(ranges.begin(), ranges.end());

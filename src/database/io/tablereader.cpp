@@ -9,8 +9,11 @@
 #include "table/table.h"
 #include "table/updatebracket_p.h"
 
+#include <QScopeGuard>
+
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <new>
 #include <typeinfo>
 
@@ -252,14 +255,15 @@ int TableReader::rowsToRead(qint64 bytesLeft) const
 
 void TableReader::readRows(const Table& layout, const TableIO::Convertors& conv, qint64 bytesLeft)
 {
-    QList<FieldDefConvertor*> all;
-    io.make_fromDefs(all, &layout, conv);
     const QList<FieldDefConvertor*> callers = conv.values();
-    Owned own;
-    for (FieldDefConvertor* convertor : qAsConst(all))
-        if (!callers.contains(convertor))
-            own.emplace_back(convertor);
-    planRow(all, layout, own);
+    QList<FieldDefConvertor*> all;
+    const auto release = qScopeGuard([&] {
+        for (FieldDefConvertor* convertor : qAsConst(all))
+            if (!callers.contains(convertor))
+                delete convertor;
+    });
+    io.make_fromDefs(all, &layout, conv);
+    planRow(all, layout, callers);
 
     const Record scratch = newRow(&layout);
     const int count = rowsToRead(bytesLeft);
@@ -294,7 +298,7 @@ void TableReader::readRows(const Table& layout, const TableIO::Convertors& conv,
 
 // Splits the convertors into copies, which become one plan for the row, and all others.
 void TableReader::planRow(const QList<FieldDefConvertor*>& all, const Table& layout,
-                          const Owned& own)
+                          const QList<FieldDefConvertor*>& callers)
 {
     const qint64 bitmapAt = storedRowBytes(header) - std::max(header.nullBytes, 0);
     const int stored = header.columns.size();
@@ -310,10 +314,8 @@ void TableReader::planRow(const QList<FieldDefConvertor*>& all, const Table& lay
         if (layoutColumn[size_t(i)] >= 0)
             columnOf[size_t(layoutColumn[size_t(i)])] = i;
     for (FieldDefConvertor* convertor : all) {
-        const bool isOwn = std::any_of(own.cbegin(), own.cend(), [convertor](const auto& one) {
-            return one.get() == convertor;
-        });
-        if (isOwn && dynamic_cast<TableIO::FieldDefConvertor_Copy*>(convertor))
+        if (!callers.contains(convertor) &&
+            dynamic_cast<TableIO::FieldDefConvertor_Copy*>(convertor))
             add(direct, columnOf[size_t(convertor->from->index)], *convertor->to);
         else
             convertors.append(convertor);

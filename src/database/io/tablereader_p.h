@@ -7,7 +7,6 @@
 
 #include <QDataStream>
 
-#include <memory>
 #include <vector>
 
 namespace LiveTable {
@@ -55,8 +54,6 @@ public:
     bool measureCompressed(qint64& bytes);
 
 private:
-    using Owned = std::vector<std::unique_ptr<FieldDefConvertor>>;
-
     bool noteBadRead(int row = -1);
     bool readHeader(qint64& bytesLeft);
     bool makeLayout(Table& layout);
@@ -64,7 +61,8 @@ private:
     QList<TableColumnDef> columnsToAdd(const TableIO::Convertors& convertors) const;
     bool canAdd(const QList<TableColumnDef>& missing);
     void readRows(const Table& layout, const TableIO::Convertors& convertors, qint64 bytesLeft);
-    void planRow(const QList<FieldDefConvertor*>& all, const Table& layout, const Owned& own);
+    void planRow(const QList<FieldDefConvertor*>& all, const Table& layout,
+                 const QList<FieldDefConvertor*>& callers);
     bool fillRow(const unsigned char* stored, unsigned char* row, unsigned char* scratch,
                  int number);
     bool goesOn(const StoredRows& rows, int i);

@@ -35,19 +35,6 @@ public:
 
 } // namespace
 
-RowPlan RowPlan::ofTable(const Table& table)
-{
-    RowPlan plan;
-    qint64 packed = 0;
-    const QList<TableColumnDef*> columns = table.fieldDefs();
-    for (const TableColumnDef* column : columns) {
-        plan.addCell(packed, *column, column->size);
-        packed += column->size;
-    }
-    plan.addBitmap(packed, table, (columns.size() + 7) / 8);
-    return plan;
-}
-
 void RowPlan::addCell(qint64 packed, const TableColumnDef& column, qint64 bytes)
 {
     addCopy(packed, column.offset, std::min(bytes, column.size));
@@ -59,7 +46,6 @@ void RowPlan::addCopy(qint64 packed, qint64 offset, qint64 bytes)
         return;
     const Copy copy{static_cast<size_t>(packed), sizeof(RowHeader) + static_cast<size_t>(offset),
                     static_cast<size_t>(bytes)};
-    packedEnd = std::max(packedEnd, packed + bytes);
     if (!copies.empty()) {
         Copy& last = copies.back();
         if (last.packed + last.bytes == copy.packed && last.row + last.bytes == copy.row) {
@@ -74,7 +60,6 @@ void RowPlan::addNullBit(qint64 packed, quint8 packedMask, const TableColumnDef&
 {
     const size_t row = sizeof(RowHeader) + static_cast<size_t>(column.nullByte);
     const auto from = static_cast<size_t>(packed);
-    packedEnd = std::max(packedEnd, packed + 1);
     if (!bits.empty()) {
         Bits& last = bits.back();
         if (last.packed == from && last.row == row && last.packedMask == last.rowMask &&

@@ -17,14 +17,11 @@ namespace LiveTable {
 /// pieces that are neighbours in both forms are one copy.
 ///
 /// Packed bytes need no alignment. Nothing here allocates once the plan is made, or throws. The
-/// packed row must have packedBytes() bytes, the row block must be one of the table's; the table's
-/// columns must not change meanwhile.
+/// packed row must have all bytes that were added, the row block must be one of the table's; the
+/// table's columns must not change meanwhile.
 class RowPlan
 {
 public:
-    /// The plan that copies all columns and the bitmap of the table's own rows.
-    static RowPlan ofTable(const Table& table);
-
     /// Adds `bytes` bytes of the cell, at most its size, which begin at `packed` in the packed row.
     /// Nothing when there are none.
     void addCell(qint64 packed, const TableColumnDef& column, qint64 bytes);
@@ -33,8 +30,6 @@ public:
     /// Adds the table's whole bitmap, at most `bytes` bytes of it.
     void addBitmap(qint64 packed, const Table& table, qint64 bytes);
 
-    /// The least size of a packed row that the plan works on.
-    qint64 packedBytes() const { return packedEnd; }
     void pack(const unsigned char* row, unsigned char* packed) const noexcept;
     void unpack(const unsigned char* packed, unsigned char* row) const noexcept;
 
@@ -58,7 +53,6 @@ private:
     std::vector<Bits> bits; // of unpack() only
     size_t tail = 0;        // the bitmap's last byte in the row block
     quint8 tailMask = 0xFF; // and its bits that belong to columns
-    qint64 packedEnd = 0;
 };
 
 /// The cell of a column in a row block of the column's table.

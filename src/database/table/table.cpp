@@ -91,9 +91,8 @@ Table::Table(const QString& name, const QString& title, QObject* parent)
 Table::~Table()
 {
     d->isClearing = true;
-    const QList<Index*> indexes = d->indexes;
-    for (Index* index : indexes)
-        index->clear();
+    std::exception_ptr untold; // a host's function may throw; there is nobody to tell
+    d->tellIndexes(untold, [](Index* index) { index->clear(); });
     setMasterIndex(nullptr);
 }
 
