@@ -22,7 +22,7 @@
 namespace {
 
 constexpr int deadAfterMs = 1000; // since a lock was written
-constexpr int freeForMs = 100;    // of one with content
+constexpr int freeForMs = 1000;   // of one with content: who unlocked it may be about to remove it
 
 /// Watches a lock file and removes it when it is nobody's: its maker was killed before writing into
 /// it who has it, or it was this process, which could not remove it, or an earlier one of the same
