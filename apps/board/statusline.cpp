@@ -21,7 +21,7 @@ constexpr struct
                                      {QT_TRANSLATE_NOOP("StatusLine", "theta"), "+00,000"}};
 
 constexpr int Gap = 6;
-constexpr int Margin = 12;
+constexpr int LineMargin = 12;
 
 } // namespace
 
@@ -62,7 +62,7 @@ void StatusLine::paintEvent(QPaintEvent*)
     painter.fillRect(rect(), theme.window);
     painter.setFont(Theme::captions());
     const QFontMetrics metrics(Theme::captions());
-    int right = width() - Margin;
+    int right = width() - LineMargin;
     for (int i = FigureCount; i-- > 0;) {
         if (figures[i].isEmpty())
             continue;
@@ -76,10 +76,10 @@ void StatusLine::paintEvent(QPaintEvent*)
         painter.setPen(theme.quiet);
         painter.drawText(QRect(right - captionWidth, 0, captionWidth, height()),
                          Qt::AlignRight | Qt::AlignVCenter, caption);
-        right -= captionWidth + 2 * Margin;
+        right -= captionWidth + 2 * LineMargin;
     }
     painter.setPen(isTroubled ? theme.down : theme.quiet);
-    const int room = right - Margin;
-    painter.drawText(QRect(Margin, 0, room, height()), Qt::AlignVCenter,
+    const int room = right - LineMargin;
+    painter.drawText(QRect(LineMargin, 0, room, height()), Qt::AlignVCenter,
                      metrics.elidedText(said, Qt::ElideMiddle, room));
 }

@@ -13,7 +13,7 @@
 namespace {
 
 // Relaxed: a sum for display, which indexes of tables on several threads add to.
-std::atomic<qint64> m_nsecsElapsedTotal{0};
+std::atomic<qint64> nsecsInIndexes{0};
 
 } // namespace
 
@@ -89,13 +89,13 @@ void Index::addElapsed()
 {
     const qint64 now = LiveTable::TimerChain::read();
     elapsed += now - started;
-    m_nsecsElapsedTotal.fetch_add(now - started, std::memory_order_relaxed);
+    nsecsInIndexes.fetch_add(now - started, std::memory_order_relaxed);
     LiveTable::TimerChain::lastReading = LiveTable::TimerChain::isOpen ? now : 0;
 }
 
 qint64 Index::nsecsElapsedTotal()
 {
-    return m_nsecsElapsedTotal.load(std::memory_order_relaxed);
+    return nsecsInIndexes.load(std::memory_order_relaxed);
 }
 
 decimal Index::percentElapsed() const

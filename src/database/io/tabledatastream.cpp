@@ -14,7 +14,7 @@ using LiveTable::SaveFile;
 namespace {
 
 constexpr int compressionLevel = 6;
-constexpr int bufferBytes = 65500;
+constexpr int compressorBytes = 65500;
 
 QString twinOf(const QString& path)
 {
@@ -23,7 +23,7 @@ QString twinOf(const QString& path)
 
 std::unique_ptr<QtIOCompressor> gzipDevice(QIODevice* file)
 {
-    auto device = std::make_unique<QtIOCompressor>(file, compressionLevel, bufferBytes);
+    auto device = std::make_unique<QtIOCompressor>(file, compressionLevel, compressorBytes);
     device->setStreamFormat(QtIOCompressor::Gzip);
     return device;
 }

@@ -32,7 +32,7 @@ enum State
 };
 
 // Relaxed: a sum for display, which tables on several threads add to.
-std::atomic<qint64> m_nsecsElapsedTotal{0};
+std::atomic<qint64> nsecsInTables{0};
 
 // Sets the table's state and puts it back to idle however the scope is left.
 class StateGuard
@@ -396,7 +396,7 @@ void Table::process(RecordsTrans& transaction)
         {
             const qint64 spent = table->timer.nsecsElapsed();
             table->elapsed += spent;
-            m_nsecsElapsedTotal.fetch_add(spent, std::memory_order_relaxed);
+            nsecsInTables.fetch_add(spent, std::memory_order_relaxed);
         }
     } const stopwatch{this};
 
@@ -806,7 +806,7 @@ void Table::setNsecsElapsed(const qint64& nsecs)
 
 qint64 Table::nsecsElapsedTotal()
 {
-    return m_nsecsElapsedTotal.load(std::memory_order_relaxed);
+    return nsecsInTables.load(std::memory_order_relaxed);
 }
 
 decimal Table::percentElapsed() const

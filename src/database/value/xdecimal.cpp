@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "value/xdecimal.h"
-#include "bcdii/bcdii.h"
+#include "bcdii/bcdii_p.h"
 #include "value/numbertext_p.h"
 
 #include <QDataStream>
@@ -13,11 +13,10 @@
 #include <limits>
 
 using namespace LiveTable;
+using LiveTable::Bcdii::notANumber;
+using LiveTable::Bcdii::signBit;
 
 namespace {
-
-constexpr quint8 notANumber = 101;
-constexpr quint8 signBit = 128;
 
 [[noreturn]] void throwOverflow()
 {
