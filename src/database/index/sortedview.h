@@ -36,7 +36,8 @@ class SortOrder;
 /// sort key beside each record, which no compare() of a host's own can match.
 ///
 /// Values compare as in Field::compare. Construction attaches (with `autoAttach`) and builds the
-/// view, so it is right from the first moment on. Ownership, threads and errors: see IndexSort.
+/// view, so it is right from the first moment on. Its order is that of its columns for good: for a
+/// compare() of your own subclass IndexSort. Ownership, threads and errors: see IndexSort.
 ///
 ///     SortedView best(&quotes, {{spread, SortColumn::Ascending, SortColumn::NullsLast}});
 ///     SortedView top(&quotes, QStringList{"-price", "time"});

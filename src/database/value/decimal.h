@@ -59,7 +59,7 @@ inline constexpr bool isPlainInteger =
 /// up to a mantissa of 2^53, see toString()). A result
 /// with more digits than that lowers its scale, as each function says; it never wraps.
 ///
-/// It adds, subtracts and compares; to multiply or divide go through toXDecimal().
+/// It adds, subtracts and compares; products are toXDecimal() * toXDecimal(). There is no division.
 ///
 /// The scale is kept, not normalised: 1.5 and 1.50 are two words of one value. All comparisons and
 /// qHash go by value; raw() tells the words apart.
