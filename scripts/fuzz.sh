@@ -33,7 +33,7 @@ for name; do
     *) words=fuzz/tablefile.dict ;;
     esac
     echo "== $name, $seconds s"
-    "build/fuzz/fuzz/fuzz_$name" -max_total_time="$seconds" -max_len=$size -timeout=10 \
+    "build/fuzz/fuzz/fuzz_$name" -max_total_time="$seconds" -max_len=$size -timeout=25 \
         -rss_limit_mb=2048 ${words:+-dict=$words} -artifact_prefix=build/fuzz/crash- \
         -print_final_stats=1 -verbosity=0 "$corpus" "fuzz/seeds/$name" \
         "fuzz/kept/$name"
