@@ -32,26 +32,30 @@ std::unique_ptr<QtIOCompressor> gzipDevice(QIODevice* file)
 
 // --- reading ---
 
+namespace LiveTable {
+
+/// A file of which nothing is read behind a read that failed: QDataStream would go on with the next
+/// bytes, and with them in the wrong places.
+class FileForReading : public QFile
+{
+protected:
+    qint64 readData(char* data, qint64 size) override
+    {
+        const qint64 got = hasFailed ? -1 : QFile::readData(data, size);
+        hasFailed = got < 0;
+        return got;
+    }
+
+private:
+    bool hasFailed = false;
+};
+
+} // namespace LiveTable
+
 struct TableDataStreamRead::Private
 {
-    /// A file of which nothing is read behind a read that failed: QDataStream would go on with the
-    /// next bytes, and with them in the wrong places.
-    class File : public QFile
-    {
-    protected:
-        qint64 readData(char* data, qint64 size) override
-        {
-            const qint64 got = hasFailed ? -1 : QFile::readData(data, size);
-            hasFailed = got < 0;
-            return got;
-        }
-
-    private:
-        bool hasFailed = false;
-    };
-
     // In this order: the compressor is deleted before the file it reads from.
-    File file;
+    LiveTable::FileForReading file;
     std::unique_ptr<QtIOCompressor> compressor;
     QString error;
 };
