@@ -108,8 +108,8 @@ public:
     Table* table() const override;
     Table* table() override;
     /// Moves the records at `first` to `last`, inclusive, to position `to` of the list without
-    /// them. Nothing when `to` is `first` or `last` or a position is out of range. Costs O(records),
-    /// and without memory for that throws std::bad_alloc with nothing moved.
+    /// them. Nothing when `to` is `first` or `last` or a position is out of range. Costs
+    /// O(records), and without memory for that throws std::bad_alloc with nothing moved.
     virtual void move(int first, int last, int to);
     /// Removes all positions of the set in one pass.
     virtual void removeRanges(const RangeSet<int>& ranges);
